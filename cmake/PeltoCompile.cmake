@@ -1,0 +1,25 @@
+# What every target is compiled with: warnings, include paths, sanitizers.
+find_package(Threads REQUIRED)
+
+add_library(pelto_compile INTERFACE)
+target_include_directories(pelto_compile INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/platform)
+target_compile_options(pelto_compile INTERFACE
+  -Wall -Wextra -Wshadow -Wformat=2 -Wundef -Wnon-virtual-dtor -Woverloaded-virtual -Werror)
+
+if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+  target_compile_options(pelto_compile INTERFACE -Wthread-safety -Wthread-safety-beta)
+endif()
+
+if(PELTO_SANITIZE STREQUAL "address")
+  target_compile_options(pelto_compile INTERFACE
+    -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_link_options(pelto_compile INTERFACE -fsanitize=address,undefined)
+elseif(PELTO_SANITIZE STREQUAL "thread")
+  target_compile_options(pelto_compile INTERFACE -fsanitize=thread -fno-omit-frame-pointer)
+  target_link_options(pelto_compile INTERFACE -fsanitize=thread)
+elseif(NOT PELTO_SANITIZE STREQUAL "")
+  message(FATAL_ERROR "PELTO_SANITIZE is '${PELTO_SANITIZE}'; it takes address, thread or nothing")
+endif()
+if(PELTO_SANITIZE STREQUAL "")
+  target_link_options(pelto_compile INTERFACE -Wl,--no-undefined)
+endif()

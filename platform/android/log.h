@@ -1,0 +1,33 @@
+#pragma once
+
+// The phone's log. Lines go to the log of the open simulated phone, or to stderr while none is
+// open. Any thread; errno is kept. A message is cut at 4 KiB; a line that cannot be written is lost.
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+
+typedef enum android_LogPriority {
+    ANDROID_LOG_UNKNOWN = 0,
+    ANDROID_LOG_DEFAULT,
+    ANDROID_LOG_VERBOSE,
+    ANDROID_LOG_DEBUG,
+    ANDROID_LOG_INFO,
+    ANDROID_LOG_WARN,
+    ANDROID_LOG_ERROR,
+    ANDROID_LOG_FATAL,
+    ANDROID_LOG_SILENT,
+} android_LogPriority;
+
+// Both return 1 when the line was taken and a negative errno otherwise.
+int __android_log_write(int prio, const char* tag, const char* text);
+int __android_log_print(int prio, const char* tag, const char* fmt, ...)
+    __attribute__((__format__(printf, 3, 4)));
+
+// Logs the message (the condition's text when `fmt` is null) as fatal, then aborts.
+void __android_log_assert(const char* cond, const char* tag, const char* fmt, ...)
+    __attribute__((__noreturn__, __format__(printf, 3, 4)));
+
+#ifdef __cplusplus
+}
+#endif

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <utils/Mutex.h>
+
+namespace android {
+
+// The one instance of T in the process: made by the first getInstance() under a static lock, never
+// deleted. Exactly one source file says ANDROID_SINGLETON_STATIC_INSTANCE(T).
+template <typename T>
+class Singleton {
+  public:
+    static T& getInstance() {
+        Mutex::Autolock lock(sLock);
+        if (sInstance == nullptr) sInstance = new T();
+        return *sInstance;
+    }
+    static bool hasInstance() {
+        Mutex::Autolock lock(sLock);
+        return sInstance != nullptr;
+    }
+
+    Singleton(const Singleton&) = delete;
+    Singleton& operator=(const Singleton&) = delete;
+
+  protected:
+    Singleton() = default;
+    ~Singleton() = default;
+
+  private:
+    static Mutex sLock;
+    static T* sInstance;
+};
+
+#define ANDROID_SINGLETON_STATIC_INSTANCE(TYPE)                                 \
+    template <>                                                                 \
+    ::android::Mutex(::android::Singleton<TYPE>::sLock)(                        \
+        ::android::Mutex::PRIVATE);                                             \
+    template <>                                                                 \
+    TYPE* ::android::Singleton<TYPE>::sInstance(nullptr);                       \
+    template class ::android::Singleton<TYPE>;
+
+}  // namespace android

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <algorithm>
+
+#include <utils/Vector.h>
+
+namespace android {
+
+// A vector kept in ascending order without duplicates.
+template <typename T>
+class SortedVector {
+  public:
+    size_t size() const { return mItems.size(); }
+    bool isEmpty() const { return mItems.empty(); }
+    void clear() { mItems.clear(); }
+
+    const T& operator[](size_t index) const {
+        if (index >= mItems.size()) fatalIndexOutOfRange("SortedVector", index, mItems.size());
+        return mItems[index];
+    }
+    const T& itemAt(size_t index) const { return (*this)[index]; }
+    T& editItemAt(size_t index) { return const_cast<T&>((*this)[index]); }
+
+    // NAME_NOT_FOUND when it is not there.
+    ssize_t indexOf(const T& item) const {
+        const auto place = std::lower_bound(mItems.begin(), mItems.end(), item);
+        if (place == mItems.end() || item < *place) return NAME_NOT_FOUND;
+        return place - mItems.begin();
+    }
+
+    // The item's index; an equal one is replaced.
+    ssize_t add(const T& item) {
+        auto place = std::lower_bound(mItems.begin(), mItems.end(), item);
+        if (place == mItems.end() || item < *place) {
+            place = mItems.insert(place, item);
+        } else {
+            *place = item;
+        }
+        return place - mItems.begin();
+    }
+
+    ssize_t remove(const T& item) {
+        const ssize_t index = indexOf(item);
+        if (index >= 0) mItems.erase(mItems.begin() + index);
+        return index;
+    }
+    void removeItemsAt(size_t index) {
+        mItems.erase(mItems.begin() + static_cast<ptrdiff_t>(index));
+    }
+
+  private:
+    std::vector<T> mItems;
+};
+
+}  // namespace android

@@ -1,0 +1,18 @@
+// What a test can do to the threads that are about to be made in its process. The phone has none
+// of this: only tests include it.
+#pragma once
+
+#include <string>
+
+namespace android::thread_control {
+
+// New threads of this name wait before their first function until release().
+void hold(const std::string& name);
+// Waits until one is held; false when none came within ten seconds.
+bool awaitHeld(const std::string& name);
+void release(const std::string& name);
+
+// run() of this name fails as if the system had no more threads.
+void refuse(const std::string& name);
+
+}  // namespace android::thread_control

@@ -1,0 +1,12 @@
+#include <utils/Vector.h>
+
+#include <android/log.h>
+
+namespace android {
+
+void fatalIndexOutOfRange(const char* where, size_t index, size_t size) {
+    __android_log_assert(nullptr, "Vector", "%s: index=%u out of range (%u)", where,
+                         static_cast<unsigned>(index), static_cast<unsigned>(size));
+}
+
+}  // namespace android

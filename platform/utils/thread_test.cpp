@@ -1,0 +1,112 @@
+#include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <utils/Thread.h>
+#include <utils/ThreadControl.h>
+
+#include <atomic>
+#include <functional>
+#include <future>
+#include <string>
+
+namespace android {
+namespace {
+
+using namespace std::chrono_literals;
+constexpr auto kDeadline = 20s;
+
+// Runs what the test gives it, and says when it has been destroyed.
+class Worker : public Thread {
+  public:
+    Worker(std::function<bool(Worker&)> body, status_t ready = OK)
+        : mBody(std::move(body)), mReady(ready) {}
+    ~Worker() override { mGone.set_value(); }
+
+    std::future<void> gone() { return mGone.get_future(); }
+    using Thread::exitPending;
+
+  private:
+    status_t readyToRun() override { return mReady; }
+    bool threadLoop() override { return mBody(*this); }
+
+    const std::function<bool(Worker&)> mBody;
+    const status_t mReady;
+    std::promise<void> mGone;
+};
+
+TEST(ThreadTest, RepeatsUntilTheLoopSaysNo) {
+    std::atomic<int> passes{0};
+    std::string name(32, '\0');
+    const sp<Worker> worker = new Worker([&](Worker&) {
+        prctl(PR_GET_NAME, name.data());
+        return ++passes < 5;
+    });
+    ASSERT_EQ(OK, worker->run("KelvoGpuMinidump", -20, 128 * 1024));
+    EXPECT_EQ(OK, worker->join());
+    EXPECT_EQ(5, passes);
+    EXPECT_FALSE(worker->isRunning());
+    EXPECT_STREQ("KelvoGpuMinidum", name.c_str());
+
+    ASSERT_EQ(OK, worker->run("again")) << "may be run again once it has ended";
+    EXPECT_EQ(OK, worker->join());
+    EXPECT_EQ(6, passes);
+}
+
+TEST(ThreadTest, RunsFromRunOnAndEndsOnRequest) {
+    thread_control::hold("held");
+    const sp<Worker> worker = new Worker([](Worker&) { return true; });
+    ASSERT_EQ(OK, worker->run("held"));
+    ASSERT_TRUE(thread_control::awaitHeld("held"));
+    EXPECT_TRUE(worker->isRunning());
+    EXPECT_EQ(INVALID_OPERATION, worker->run("held"));
+    thread_control::release("held");
+    EXPECT_EQ(OK, worker->requestExitAndWait());
+    EXPECT_FALSE(worker->isRunning());
+    EXPECT_EQ(OK, worker->requestExitAndWait()) << "nothing to wait for";
+}
+
+TEST(ThreadTest, AnErrorOfReadyToRunEndsIt) {
+    std::atomic<bool> looped{false};
+    const sp<Worker> worker = new Worker([&](Worker&) { return looped = true; }, NO_INIT);
+    ASSERT_EQ(OK, worker->run("unready"));
+    EXPECT_EQ(NO_INIT, worker->join());
+    EXPECT_FALSE(looped);
+}
+
+TEST(ThreadTest, AThreadThatCannotBeMadeIsNotRunning) {
+    thread_control::refuse("refused");
+    const sp<Worker> worker = new Worker([](Worker&) { return false; });
+    EXPECT_EQ(UNKNOWN_ERROR, worker->run("refused"));
+    EXPECT_FALSE(worker->isRunning());
+    EXPECT_EQ(1, worker->getStrongCount());
+}
+
+TEST(ThreadTest, WaitingForOneselfDoesNotBlock) {
+    std::promise<status_t> waited;
+    const sp<Worker> worker = new Worker([&](Worker& self) {
+        waited.set_value(self.requestExitAndWait());
+        return false;
+    });
+    ASSERT_EQ(OK, worker->run("selfish"));
+    EXPECT_EQ(WOULD_BLOCK, waited.get_future().get());
+    worker->join();
+}
+
+TEST(ThreadTest, EndsWhenNobodyElseWantsIt) {
+    std::promise<void> started;
+    std::promise<void> goOn;
+    sp<Worker> worker = new Worker([&, once = true](Worker&) mutable {
+        if (once) started.set_value(), goOn.get_future().wait();
+        once = false;
+        return true;
+    });
+    auto gone = worker->gone();
+    ASSERT_EQ(OK, worker->run("orphan"));
+    started.get_future().wait();
+    worker.clear();
+    EXPECT_EQ(std::future_status::timeout, gone.wait_for(0s)) << "held while its loop runs";
+    goOn.set_value();
+    EXPECT_EQ(std::future_status::ready, gone.wait_for(kDeadline));
+}
+
+}  // namespace
+}  // namespace android

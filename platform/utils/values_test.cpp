@@ -1,0 +1,76 @@
+#include <gtest/gtest.h>
+#include <utils/KeyedVector.h>
+#include <utils/SortedVector.h>
+#include <utils/String16.h>
+#include <utils/String8.h>
+#include <utils/Timers.h>
+#include <utils/Vector.h>
+
+#include <climits>
+#include <string>
+
+namespace android {
+namespace {
+
+TEST(ValuesTest, TimeoutDelaysAreRoundedUpAndClamped) {
+    EXPECT_EQ(0, toMillisecondTimeoutDelay(5, 5));
+    EXPECT_EQ(0, toMillisecondTimeoutDelay(6, 5));
+    EXPECT_EQ(1, toMillisecondTimeoutDelay(0, 1));
+    EXPECT_EQ(1, toMillisecondTimeoutDelay(0, 1000000));
+    EXPECT_EQ(2, toMillisecondTimeoutDelay(0, 1000001));
+    EXPECT_EQ(INT_MAX, toMillisecondTimeoutDelay(0, INT64_MAX));
+    EXPECT_EQ(INT_MAX, toMillisecondTimeoutDelay(INT64_MIN, INT64_MAX));
+}
+
+TEST(ValuesTest, SortedContainersHoldEachKeyOnceInOrder) {
+    SortedVector<int> sorted;
+    for (const int item : {5, 1, 3, 1, 5}) sorted.add(item);
+    ASSERT_EQ(3u, sorted.size());
+    EXPECT_EQ(1, sorted[0]);
+    EXPECT_EQ(5, sorted[2]);
+    EXPECT_EQ(1, sorted.indexOf(3));
+    EXPECT_EQ(NAME_NOT_FOUND, sorted.indexOf(4));
+
+    KeyedVector<int, std::string> map;
+    map.add(7, "seven");
+    map.add(-2, "minus");
+    map.add(7, "SEVEN");
+    ASSERT_EQ(2u, map.size());
+    EXPECT_EQ(-2, map.keyAt(0));
+    EXPECT_EQ("SEVEN", map.valueAt(static_cast<size_t>(map.indexOfKey(7))));
+    map.removeItemsAt(0);
+    EXPECT_EQ(NAME_NOT_FOUND, map.indexOfKey(-2));
+}
+
+TEST(ValuesDeathTest, ReadingOutsideAVectorIsFatal) {
+    Vector<int> items;
+    items.add(1);
+    EXPECT_DEATH(items[1], "index=1 out of range \\(1\\)");
+    SortedVector<int> sorted;
+    EXPECT_DEATH(sorted[0], "index=0 out of range \\(0\\)");
+}
+
+TEST(ValuesTest, TextSurvivesTheWayToUtf16AndBack) {
+    const char* const text = "a\u00e9\u20ac\U0001F600z";
+    EXPECT_EQ(6u, String16(text).size());
+    EXPECT_EQ(String8(text), String8(String16(text)));
+    const struct {
+        const char* bytes;
+        const char* what;
+    } kBroken[] = {{"\xff", "no lead byte"},
+                   {"\xe2\x82", "cut short"},
+                   {"\xc0\x80", "overlong"},
+                   {"\xed\xa0\x80", "a surrogate"},
+                   {"\xf4\x90\x80\x80", "beyond the last character"}};
+    for (const auto& broken : kBroken) {
+        const String16 wide(broken.bytes);
+        ASSERT_LE(1u, wide.size()) << broken.what;
+        for (size_t i = 0; i < wide.size(); ++i) EXPECT_EQ(0xFFFD, wide.string()[i]) << broken.what;
+    }
+    const char16_t lone[] = {0xD800, 'x'};
+    EXPECT_EQ(String8("\uFFFDx"), String8(String16(lone, 2)));
+    EXPECT_EQ(String8("7-x"), String8::format("%d-%s", 7, "x"));
+}
+
+}  // namespace
+}  // namespace android

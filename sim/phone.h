@@ -1,0 +1,61 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+namespace sim {
+
+class KernelLog;
+class Log;
+class Properties;
+class Root;
+class Services;
+class Shell;
+class Sockets;
+
+// The simulated phone of this process: one folder, whose FOLDER/fs is the phone's "/" and whose
+// FOLDER/run (0700) holds what the phone keeps beside its files: log, properties, sockets. Commands
+// and paths of the product never reach run/.
+//
+// Ownership: one object a process, never destroyed. Several processes may open one folder at once.
+// Threads: create() or open() once, before other threads use the phone; the rest from any thread.
+// Errors: create() and open() throw std::runtime_error with one line that names the folder and the
+//   reason; get() without an open phone ends the process with one line.
+class Phone {
+  public:
+    // Makes the directories of a phone in a new or empty folder and opens it. A folder that is a
+    // phone already is filled up and opened.
+    static Phone& create(const std::string& folder);
+    // Opens a folder that create() made.
+    static Phone& open(const std::string& folder);
+    static Phone& get();
+    // The open phone, or null.
+    static Phone* find();
+
+    Root& root() { return *mRoot; }
+    Log& log() { return *mLog; }
+    Properties& properties() { return *mProperties; }
+    Services& services() { return *mServices; }
+    KernelLog& kernelLog() { return *mKernelLog; }
+    Shell& shell() { return *mShell; }
+    Sockets& sockets() { return *mSockets; }
+
+    // Absolute workstation paths, without a slash at the end.
+    std::string folder() const { return mFolder; }
+    std::string fsDir() const { return mFolder + "/fs"; }
+    std::string runDir() const { return mFolder + "/run"; }
+
+  private:
+    explicit Phone(const std::string& folder);
+
+    const std::string mFolder;
+    std::unique_ptr<Root> mRoot;
+    std::unique_ptr<Log> mLog;
+    std::unique_ptr<Services> mServices;
+    std::unique_ptr<Properties> mProperties;
+    std::unique_ptr<KernelLog> mKernelLog;
+    std::unique_ptr<Shell> mShell;
+    std::unique_ptr<Sockets> mSockets;
+};
+
+}  // namespace sim
