@@ -2,7 +2,6 @@
 
 #include <pthread.h>
 #include <time.h>
-
 #include <utils/Errors.h>
 #include <utils/Mutex.h>
 

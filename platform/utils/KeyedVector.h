@@ -1,8 +1,8 @@
 #pragma once
 
-#include <utility>
-
 #include <utils/SortedVector.h>
+
+#include <utility>
 
 namespace android {
 
@@ -23,7 +23,6 @@ class KeyedVector {
 
     // The entry's index; an entry of that key is replaced.
     ssize_t add(const Key& key, const Value& value) { return mItems.add(Item{key, value}); }
-    void replaceValueAt(size_t index, const Value& value) { editValueAt(index) = value; }
     void removeItemsAt(size_t index) { mItems.removeItemsAt(index); }
 
   private:

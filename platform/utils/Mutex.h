@@ -1,7 +1,6 @@
 #pragma once
 
 #include <pthread.h>
-
 #include <utils/thread_annotations.h>
 
 namespace android {

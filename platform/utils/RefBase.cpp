@@ -79,7 +79,9 @@ RefBase::weakref_type* RefBase::createWeak(const void* id) const {
     return mRefs;
 }
 
-RefBase::weakref_type* RefBase::getWeakRefs() const { return mRefs; }
+RefBase::weakref_type* RefBase::getWeakRefs() const {
+    return mRefs;
+}
 
 void RefBase::weakref_type::incWeak(const void* /*id*/) {
     static_cast<Counts*>(this)->weak.fetch_add(1, std::memory_order_relaxed);
@@ -116,6 +118,8 @@ int32_t RefBase::weakref_type::getWeakCount() const {
     return count > 0 ? count - 1 : 0;
 }
 
-RefBase* RefBase::weakref_type::refBase() const { return static_cast<const Counts*>(this)->object; }
+RefBase* RefBase::weakref_type::refBase() const {
+    return static_cast<const Counts*>(this)->object;
+}
 
 }  // namespace android

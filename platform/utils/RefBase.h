@@ -1,8 +1,8 @@
 #pragma once
 
-#include <cstdint>
-
 #include <utils/StrongPointer.h>
+
+#include <cstdint>
 
 namespace android {
 
@@ -99,9 +99,7 @@ class wp {
 
     bool operator==(const wp& other) const { return mRefs == other.mRefs; }
     bool operator!=(const wp& other) const { return mRefs != other.mRefs; }
-    bool operator<(const wp& other) const {
-        return std::less<const void*>()(mRefs, other.mRefs);
-    }
+    bool operator<(const wp& other) const { return std::less<const void*>()(mRefs, other.mRefs); }
 
   private:
     void hold() {

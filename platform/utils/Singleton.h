@@ -31,12 +31,11 @@ class Singleton {
     static T* sInstance;
 };
 
-#define ANDROID_SINGLETON_STATIC_INSTANCE(TYPE)                                 \
-    template <>                                                                 \
-    ::android::Mutex(::android::Singleton<TYPE>::sLock)(                        \
-        ::android::Mutex::PRIVATE);                                             \
-    template <>                                                                 \
-    TYPE* ::android::Singleton<TYPE>::sInstance(nullptr);                       \
+#define ANDROID_SINGLETON_STATIC_INSTANCE(TYPE)                                     \
+    template <>                                                                     \
+    ::android::Mutex(::android::Singleton<TYPE>::sLock)(::android::Mutex::PRIVATE); \
+    template <>                                                                     \
+    TYPE* ::android::Singleton<TYPE>::sInstance(nullptr);                           \
     template class ::android::Singleton<TYPE>;
 
 }  // namespace android

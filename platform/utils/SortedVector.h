@@ -1,8 +1,8 @@
 #pragma once
 
-#include <algorithm>
-
 #include <utils/Vector.h>
+
+#include <algorithm>
 
 namespace android {
 

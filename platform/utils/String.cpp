@@ -1,9 +1,9 @@
+#include <utils/String16.h>
+#include <utils/String8.h>
+
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
-
-#include <utils/String16.h>
-#include <utils/String8.h>
 
 namespace android {
 
@@ -26,7 +26,9 @@ Lead leadOf(unsigned char byte) {
     return {-1, 0, 0};
 }
 
-bool isSurrogate(char32_t c) { return c >= 0xD800 && c < 0xE000; }
+bool isSurrogate(char32_t c) {
+    return c >= 0xD800 && c < 0xE000;
+}
 
 // Reads one character and moves `at` behind it; a byte that starts none is skipped alone.
 char32_t nextFromUtf8(const std::string& text, size_t& at) {

@@ -19,15 +19,21 @@ class sp {
     sp(const sp& other) : mPointer(other.mPointer) { hold(); }
     sp(sp&& other) noexcept : mPointer(std::exchange(other.mPointer, nullptr)) {}
     template <typename U>
-    sp(U* other) : mPointer(other) { hold(); }
+    sp(U* other) : mPointer(other) {
+        hold();
+    }
     template <typename U>
-    sp(const sp<U>& other) : mPointer(other.get()) { hold(); }
+    sp(const sp<U>& other) : mPointer(other.get()) {
+        hold();
+    }
     template <typename U>
     sp(sp<U>&& other) noexcept : mPointer(std::exchange(other.mPointer, nullptr)) {}
     ~sp() { drop(mPointer); }
 
     template <typename... Args>
-    static sp make(Args&&... args) { return sp(new T(std::forward<Args>(args)...)); }
+    static sp make(Args&&... args) {
+        return sp(new T(std::forward<Args>(args)...));
+    }
 
     // The new reference is taken before the old one is dropped.
     sp& operator=(sp other) noexcept {
@@ -60,18 +66,32 @@ class sp {
 };
 
 template <typename T, typename U>
-bool operator==(const sp<T>& a, const sp<U>& b) { return a.get() == b.get(); }
+bool operator==(const sp<T>& a, const sp<U>& b) {
+    return a.get() == b.get();
+}
 template <typename T, typename U>
-bool operator!=(const sp<T>& a, const sp<U>& b) { return a.get() != b.get(); }
+bool operator!=(const sp<T>& a, const sp<U>& b) {
+    return a.get() != b.get();
+}
 template <typename T>
-bool operator<(const sp<T>& a, const sp<T>& b) { return std::less<T*>()(a.get(), b.get()); }
+bool operator<(const sp<T>& a, const sp<T>& b) {
+    return std::less<T*>()(a.get(), b.get());
+}
 template <typename T>
-bool operator==(const sp<T>& a, const T* b) { return a.get() == b; }
+bool operator==(const sp<T>& a, const T* b) {
+    return a.get() == b;
+}
 template <typename T>
-bool operator!=(const sp<T>& a, const T* b) { return a.get() != b; }
+bool operator!=(const sp<T>& a, const T* b) {
+    return a.get() != b;
+}
 template <typename T>
-bool operator==(const sp<T>& a, std::nullptr_t) { return a.get() == nullptr; }
+bool operator==(const sp<T>& a, std::nullptr_t) {
+    return a.get() == nullptr;
+}
 template <typename T>
-bool operator!=(const sp<T>& a, std::nullptr_t) { return a.get() != nullptr; }
+bool operator!=(const sp<T>& a, std::nullptr_t) {
+    return a.get() != nullptr;
+}
 
 }  // namespace android

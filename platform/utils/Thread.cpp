@@ -1,9 +1,8 @@
-#include <utils/Thread.h>
-
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/syscall.h>
 #include <unistd.h>
+#include <utils/Thread.h>
 
 #include <memory>
 #include <string>
@@ -21,7 +20,9 @@ struct Thread::Start {
 
 namespace {
 
-pid_t currentTid() { return static_cast<pid_t>(syscall(SYS_gettid)); }
+pid_t currentTid() {
+    return static_cast<pid_t>(syscall(SYS_gettid));
+}
 
 // Detached; 0 when it was made.
 int makeThread(pthread_t* thread, size_t stack, void* (*entry)(void*), void* argument) {
@@ -39,7 +40,9 @@ int makeThread(pthread_t* thread, size_t stack, void* (*entry)(void*), void* arg
 Thread::Thread(bool /*canCallJava*/) {}
 Thread::~Thread() = default;
 
-status_t Thread::readyToRun() { return OK; }
+status_t Thread::readyToRun() {
+    return OK;
+}
 
 status_t Thread::run(const char* name, int32_t priority, size_t stack) {
     Mutex::Autolock lock(mThreadLock);
@@ -125,8 +128,12 @@ status_t Thread::waitForEnd(bool exit) {
     return mStatus;
 }
 
-status_t Thread::requestExitAndWait() { return waitForEnd(true); }
-status_t Thread::join() { return waitForEnd(false); }
+status_t Thread::requestExitAndWait() {
+    return waitForEnd(true);
+}
+status_t Thread::join() {
+    return waitForEnd(false);
+}
 
 bool Thread::isRunning() const {
     Mutex::Autolock lock(mThreadLock);

@@ -1,19 +1,18 @@
 #pragma once
 
 #include <sys/types.h>
-
-#include <cstddef>
-
 #include <utils/Condition.h>
 #include <utils/Errors.h>
 #include <utils/Mutex.h>
 #include <utils/RefBase.h>
 
+#include <cstddef>
+
 namespace android {
 
 enum {
     PRIORITY_DEFAULT = 0,
-    
+
 };
 
 // A thread as an object. run() starts it: readyToRun() once, then threadLoop() again and again

@@ -1,6 +1,5 @@
-#include <utils/Vector.h>
-
 #include <android/log.h>
+#include <utils/Vector.h>
 
 namespace android {
 

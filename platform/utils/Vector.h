@@ -1,12 +1,11 @@
 #pragma once
 
+#include <sys/types.h>
+#include <utils/Errors.h>
+
 #include <cstddef>
 #include <utility>
 #include <vector>
-
-#include <sys/types.h>
-
-#include <utils/Errors.h>
 
 namespace android {
 

@@ -52,10 +52,18 @@ void ThreadGate::refuse(const std::string& name) {
 }
 
 namespace thread_control {
-void hold(const std::string& name) { threadGate().hold(name); }
-bool awaitHeld(const std::string& name) { return threadGate().awaitHeld(name); }
-void release(const std::string& name) { threadGate().release(name); }
-void refuse(const std::string& name) { threadGate().refuse(name); }
+void hold(const std::string& name) {
+    threadGate().hold(name);
+}
+bool awaitHeld(const std::string& name) {
+    return threadGate().awaitHeld(name);
+}
+void release(const std::string& name) {
+    threadGate().release(name);
+}
+void refuse(const std::string& name) {
+    threadGate().refuse(name);
+}
 }  // namespace thread_control
 
 }  // namespace android

@@ -1,10 +1,10 @@
 #pragma once
 
-#include <set>
-#include <string>
-
 #include <utils/Condition.h>
 #include <utils/Mutex.h>
+
+#include <set>
+#include <string>
 
 namespace android {
 

@@ -1,0 +1,64 @@
+#pragma once
+
+#include <utils/RefBase.h>
+#include <utils/Timers.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include "looper/PeltoMessage.h"
+#include "looper/PeltoMessageHandler.h"
+
+namespace android {
+
+// One queued message.
+struct MessageEnvelope {
+    nsecs_t uptime;  // when it is due, on the monotonic clock
+    sp<PeltoMessageHandler> handler;
+    PeltoMessage message;
+};
+
+// The places in which envelopes lie: blocks that do not move, a freed place used again first, so
+// that a short queue stays in the cache. An empty block is given back, but for one.
+//
+// Threads: none of its own; the looper's lock covers it.
+class EnvelopePool {
+  public:
+    EnvelopePool() = default;
+    ~EnvelopePool();
+    EnvelopePool(const EnvelopePool&) = delete;
+    EnvelopePool& operator=(const EnvelopePool&) = delete;
+
+    // Content unspecified, handler null.
+    MessageEnvelope* take();
+    // The handler reference must have been dropped.
+    void give(MessageEnvelope* envelope);
+
+    size_t blocks() const { return mBlockCount; }
+
+    static constexpr size_t kBlockSlots = 32;
+
+  private:
+    struct Slot {
+        MessageEnvelope envelope;  // first: an envelope's address is its slot's
+        uint32_t index;
+    };
+    struct Block {
+        Slot slots[kBlockSlots];
+        uint32_t freeSlots;  // one bit a slot
+        size_t openIndex;    // its place in mOpen, while it has a free slot
+    };
+    static constexpr uint32_t kAllFree = UINT32_MAX;
+    static_assert(kBlockSlots == 32, "one bit of freeSlots for each slot");
+
+    Block* makeBlock();
+    void open(Block* block);
+    void close(Block* block);
+
+    std::vector<Block*> mOpen;  // blocks with a free slot, the one to use next at the end
+    Block* mSpare = nullptr;    // the open block that is empty, if there is one
+    size_t mBlockCount = 0;
+};
+
+}  // namespace android

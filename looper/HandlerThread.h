@@ -1,0 +1,41 @@
+#pragma once
+
+#include <utils/Condition.h>
+#include <utils/Mutex.h>
+#include <utils/Thread.h>
+
+#include "looper/PeltoLooper.h"
+
+namespace android {
+
+// A thread that makes a looper for itself and runs it until it is told to quit. There is no restart
+// after quit().
+//
+// Threads: start(), getLooper() and quit() from any thread. mLock is never held while the looper
+//   polls or a handler runs, nor while quit() wakes and joins.
+// Order: the poll in progress when quit() is called ends normally, and what is due in it is
+//   delivered; what is due later is not.
+class HandlerThread : public Thread {
+  public:
+    HandlerThread();
+    ~HandlerThread() override;
+
+    // Starts the thread; a status other than 0 is the platform's, and there will be no looper.
+    status_t start(const char* name, int32_t priority, size_t stack);
+    // Waits until the thread has made its looper; may be null after an early wake-up. Only after a
+    // successful start().
+    sp<PeltoLooper> getLooper();
+    // Ends the loop and waits for the thread; nothing when it is not running.
+    void quit();
+
+  private:
+    bool threadLoop() override;
+    bool shouldQuit();
+
+    sp<PeltoLooper> mLooper GUARDED_BY(mLock);
+    Mutex mLock;
+    bool mShouldQuit GUARDED_BY(mLock) = false;
+    Condition mCond;
+};
+
+}  // namespace android

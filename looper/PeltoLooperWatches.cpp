@@ -1,0 +1,141 @@
+// Descriptor watches and the epoll set they are registered in.
+#include <android/log.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "looper/PeltoLooper.h"
+#include "looper/log_tag.h"
+
+namespace android {
+
+namespace {
+constexpr int kEpollSizeHint = 8;
+}  // namespace
+
+void PeltoLooper::rebuildEpollLocked() {
+    if (mEpollFd >= 0) close(mEpollFd);
+    mEpollFd = epoll_create(kEpollSizeHint);
+    if (mEpollFd < 0) {
+        __android_log_assert("mEpollFd < 0", kLooperTag, "Could not create epoll instance: %s",
+                             strerror(errno));
+    }
+    epoll_event item;
+    memset(&item, 0, sizeof item);
+    item.events = EPOLLIN;
+    item.data.fd = mWakeEventFd;
+    if (epoll_ctl(mEpollFd, EPOLL_CTL_ADD, mWakeEventFd, &item) != 0) {
+        __android_log_assert("result != 0", kLooperTag,
+                             "Could not add wake event fd to epoll instance: %s", strerror(errno));
+    }
+    for (size_t i = 0; i < mRequests.size(); ++i) {
+        const Request& request = mRequests.valueAt(i);
+        request.initEventItem(&item);
+        if (epoll_ctl(mEpollFd, EPOLL_CTL_ADD, request.fd, &item) != 0) {
+            __android_log_print(
+                ANDROID_LOG_ERROR, kLooperTag,
+                "Error adding epoll events for fd %d while rebuilding epoll set: %s", request.fd,
+                strerror(errno));
+        }
+    }
+}
+
+void PeltoLooper::scheduleEpollRebuildLocked() {
+    if (mEpollRebuildRequired) return;
+    mEpollRebuildRequired = true;
+    wake();
+}
+
+int32_t PeltoLooper::addFd(int32_t fd, int32_t ident, int32_t events,
+                           PeltoLooperCallbackFunction callback, void* data) {
+    sp<PeltoLooperCallback> wrapped;
+    if (callback != nullptr) wrapped = new PeltoSimpleLooperCallback(callback);
+    return addFd(fd, ident, events, wrapped, data);
+}
+
+int32_t PeltoLooper::addFd(int32_t fd, int32_t ident, int32_t events,
+                           const sp<PeltoLooperCallback>& callback, void* data) {
+    if (callback != nullptr) {
+        ident = LOOPER_POLL_CALLBACK;
+    } else if (!mAllowNonCallbacks) {
+        __android_log_print(
+            ANDROID_LOG_ERROR, kLooperTag,
+            "Invalid attempt to set NULL callback but not allowed for this looper.");
+        return -1;
+    } else if (ident < 0) {
+        __android_log_print(ANDROID_LOG_ERROR, kLooperTag,
+                            "Invalid attempt to set NULL callback with ident < 0.");
+        return -1;
+    }
+
+    Request request{fd, ident, events, 0, callback, data};
+    Mutex::Autolock lock(mLock);
+    request.seq = mNextRequestSeq;
+    mNextRequestSeq = requestSeqAfter(mNextRequestSeq);
+    const ssize_t index = mRequests.indexOfKey(fd);
+    if (index >= 0) return updateWatchLocked(static_cast<size_t>(index), request);
+
+    epoll_event item;
+    request.initEventItem(&item);
+    if (epoll_ctl(mEpollFd, EPOLL_CTL_ADD, fd, &item) != 0) {
+        __android_log_print(ANDROID_LOG_ERROR, kLooperTag,
+                            "Error adding epoll events for fd %d: %s", fd, strerror(errno));
+        return -1;
+    }
+    mRequests.add(fd, request);
+    return 1;
+}
+
+// Leaves the old watch in `request`, so that its callback is dropped after the lock.
+int32_t PeltoLooper::updateWatchLocked(size_t index, Request& request) {
+    epoll_event item;
+    request.initEventItem(&item);
+    if (epoll_ctl(mEpollFd, EPOLL_CTL_MOD, request.fd, &item) != 0) {
+        if (errno != ENOENT) {
+            __android_log_print(ANDROID_LOG_ERROR, kLooperTag,
+                                "Error modifying epoll events for fd %d: %s", request.fd,
+                                strerror(errno));
+            return -1;
+        }
+        // The old descriptor was closed without being removed and its number is in use again.
+        if (epoll_ctl(mEpollFd, EPOLL_CTL_ADD, request.fd, &item) != 0) {
+            __android_log_print(ANDROID_LOG_ERROR, kLooperTag,
+                                "Error modifying or adding epoll events for fd %d: %s", request.fd,
+                                strerror(errno));
+            return -1;
+        }
+        scheduleEpollRebuildLocked();
+    }
+    std::swap(mRequests.editValueAt(index), request);
+    return 1;
+}
+
+int32_t PeltoLooper::removeFd(int32_t fd) {
+    return removeFd(fd, -1);
+}
+
+int32_t PeltoLooper::removeFd(int32_t fd, int32_t seq) {
+    sp<PeltoLooperCallback> callback;  // dropped after the lock: it may be the last reference
+    Mutex::Autolock lock(mLock);
+    const ssize_t found = mRequests.indexOfKey(fd);
+    if (found < 0) return 0;
+    const auto index = static_cast<size_t>(found);
+    // The watch the caller saw may have been replaced since.
+    if (seq != -1 && mRequests.valueAt(index).seq != seq) return 0;
+    callback = mRequests.valueAt(index).callback;
+    mRequests.removeItemsAt(index);
+    if (epoll_ctl(mEpollFd, EPOLL_CTL_DEL, fd, nullptr) == 0) return 1;
+    if (seq != -1 && (errno == EBADF || errno == ENOENT)) {
+        // A callback that closed its descriptor before it ended its watch.
+        scheduleEpollRebuildLocked();
+        return 1;
+    }
+    __android_log_print(ANDROID_LOG_ERROR, kLooperTag, "Error removing epoll events for fd %d: %s",
+                        fd, strerror(errno));
+    scheduleEpollRebuildLocked();
+    return -1;
+}
+
+}  // namespace android

@@ -1,0 +1,7 @@
+#pragma once
+
+namespace android {
+
+constexpr char kLooperTag[] = "KELVO_Looper";
+
+}  // namespace android
