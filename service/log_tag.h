@@ -1,0 +1,7 @@
+#pragma once
+
+namespace android {
+
+constexpr char kServiceTag[] = "PeltoService";
+
+}  // namespace android
