@@ -23,3 +23,7 @@ endif()
 if(PELTO_SANITIZE STREQUAL "")
   target_link_options(pelto_compile INTERFACE -Wl,--no-undefined)
 endif()
+
+if(PELTO_FUZZ)
+  target_compile_options(pelto_compile INTERFACE -fsanitize=fuzzer-no-link)
+endif()

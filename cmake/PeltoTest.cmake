@@ -15,9 +15,23 @@ foreach(target IN ITEMS gtest gmock)
 endforeach()
 include(GoogleTest)
 
+set(PELTO_TEST_TIMEOUT 60 CACHE STRING "Seconds a test may take")
+
+# What a test's processes find in their environment: how the sanitizer reports, or what starts a
+# program built for another processor (a test that starts programs puts it before them).
+if(PELTO_SANITIZE STREQUAL "address")
+  set(PELTO_TEST_ENVIRONMENT ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1)
+elseif(PELTO_SANITIZE STREQUAL "thread")
+  set(PELTO_TEST_ENVIRONMENT TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1)
+else()
+  list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
+  set(PELTO_TEST_ENVIRONMENT "PELTO_EMULATOR=${emulator}")
+endif()
+
 function(pelto_test name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES" ${ARGN})
   add_executable(${name} ${ARG_SOURCES} $<TARGET_OBJECTS:pelto_product> $<TARGET_OBJECTS:pelto_door>)
   target_link_libraries(${name} PRIVATE pelto_test_support ${ARG_LIBRARIES})
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES TIMEOUT 120)
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT ${PELTO_TEST_TIMEOUT}
+    PROPERTIES TIMEOUT ${PELTO_TEST_TIMEOUT} ENVIRONMENT "${PELTO_TEST_ENVIRONMENT}")
 endfunction()

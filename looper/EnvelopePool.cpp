@@ -27,7 +27,7 @@ void EnvelopePool::close(Block* block) {
 }
 
 MessageEnvelope* EnvelopePool::take() {
-    if (mOpen.empty()) open(makeBlock());
+    if (mOpen.empty()) this->open(makeBlock());
     Block* block = mOpen.back();
     if (block == mSpare) mSpare = nullptr;
     const int slot = __builtin_ctz(block->freeSlots);
@@ -40,7 +40,7 @@ void EnvelopePool::give(MessageEnvelope* envelope) {
     auto* slot = reinterpret_cast<Slot*>(envelope);
     const uint32_t index = slot->index;
     auto* block = reinterpret_cast<Block*>(slot - index);
-    if (block->freeSlots == 0) open(block);
+    if (block->freeSlots == 0) this->open(block);
     block->freeSlots |= 1u << index;
     if (block->freeSlots != kAllFree) return;
     if (mSpare == nullptr) {

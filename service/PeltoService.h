@@ -65,7 +65,7 @@ class PeltoService : public BnPeltoService, public IBinder::DeathRecipient {
     int64_t mUpdateActivityTime GUARDED_BY(mLock) = 0;  // milliseconds since boot, 0 is never
     // Keeps the object through a fall to no strong reference during start-up; given up afterwards.
     wp<PeltoService> mStartUpHold;
-    bool mStarted = false;
+    std::atomic<bool> mStarted{false};
 };
 
 }  // namespace android

@@ -24,7 +24,7 @@ class Sockets;
 class Phone {
   public:
     // Makes the directories of a phone in a new or empty folder and opens it. A folder that is a
-    // phone already is filled up and opened.
+    // phone already is opened as it is.
     static Phone& create(const std::string& folder);
     // Opens a folder that create() made.
     static Phone& open(const std::string& folder);

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Refuses product code that switches the thread-safety analysis off.   check_annotations.py [ROOT]"""
+"""Refuses product code that switches off the thread-safety analysis.   check_annotations.py [ROOT]
+"""
 
 import re
 import sys

@@ -17,6 +17,7 @@ _CALLS = """
     posix_spawn posix_spawnp socket socketpair bind connect sleep usleep nanosleep clock_nanosleep
     time gettimeofday clock_gettime getenv setenv putenv inotify_init inotify_init1
 """.split()
+_IN_STD = {"fopen", "freopen", "tmpfile", "remove", "rename", "system", "time", "getenv"}
 _NAMES = [
     r"std\s*::\s*filesystem\b",
     r"std\s*::\s*this_thread\s*::\s*sleep_(?:for|until)\b",
@@ -44,7 +45,7 @@ def scope_is_system(before, code, match):
     if scope is None or scope.group(1) in _STATEMENT_WORDS:
         return True
     erase_idiom = match["name"] == "remove" and "," in code[match.end() :].split(";")[0]
-    return scope.group(1) == "std" and not erase_idiom
+    return scope.group(1) == "std" and match["name"] in _IN_STD and not erase_idiom
 
 
 def check_file(root, path):

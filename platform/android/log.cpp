@@ -1,17 +1,19 @@
+#include "sim/log.h"
+
 #include <android/log.h>
 #include <errno.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
 
-#include "sim/log.h"
 #include "sim/phone.h"
 
 namespace {
 
 int writeText(int prio, const char* tag, const char* text) {
     if (tag == nullptr) tag = "";
-    if (sim::Phone* phone = sim::Phone::find()) return phone->log().write(prio, tag, text) ? 1 : -EIO;
+    if (sim::Phone* phone = sim::Phone::find())
+        return phone->log().write(prio, tag, text) ? 1 : -EIO;
     const int savedErrno = errno;
     int written = fprintf(stderr, "%c %s: %s\n", sim::Log::letter(prio), tag, text);
     errno = savedErrno;

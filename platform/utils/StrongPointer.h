@@ -94,4 +94,13 @@ bool operator!=(const sp<T>& a, std::nullptr_t) {
     return a.get() != nullptr;
 }
 
+template <typename T>
+bool operator==(std::nullptr_t, const sp<T>& b) {
+    return b.get() == nullptr;
+}
+template <typename T>
+bool operator!=(std::nullptr_t, const sp<T>& b) {
+    return b.get() != nullptr;
+}
+
 }  // namespace android

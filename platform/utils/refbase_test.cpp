@@ -142,7 +142,9 @@ TEST(RefBaseTest, CountsAreExactUnderThreads) {
         for (auto& thread : threads) thread.join();
         // Without an owner the first fall to zero ends it, exactly once.
         EXPECT_EQ(keep != nullptr ? 1 : 0, Counted::alive.load());
-        if (keep != nullptr) EXPECT_EQ(kThreads * 100, promoted.load());
+        if (keep != nullptr) {
+            EXPECT_EQ(kThreads * 100, promoted.load());
+        }
     }
     EXPECT_EQ(0, Counted::alive.load());
     EXPECT_EQ(kRounds / 100, Counted::firsts.load());

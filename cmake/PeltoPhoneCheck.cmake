@@ -1,0 +1,36 @@
+# The product as the phone builds it: the product folders' own source lists and the phone's own
+# door, in an include path that has no sim/, with what the phone's libraries provide left undefined.
+# The result is then searched for symbols that nothing on the phone would resolve.
+find_program(PELTO_PYTHON python3 REQUIRED)
+
+set(tree ${PROJECT_BINARY_DIR}/phone-tree)
+set(folders looper event logcapture kernel gpu testlistener service)
+file(REMOVE_RECURSE ${tree})
+file(MAKE_DIRECTORY ${tree})
+foreach(folder IN ITEMS ${folders} phone platform)
+  file(CREATE_LINK ${PROJECT_SOURCE_DIR}/${folder} ${tree}/${folder} SYMBOLIC)
+endforeach()
+set_target_properties(pelto_compile PROPERTIES
+  INTERFACE_INCLUDE_DIRECTORIES "${tree};${tree}/platform"
+  INTERFACE_LINK_OPTIONS "")
+
+# The folders' tests need the simulated phone.
+function(pelto_test)
+endfunction()
+
+add_library(pelto_product OBJECT)
+target_link_libraries(pelto_product PUBLIC pelto_compile)
+target_compile_options(pelto_product PRIVATE -ffunction-sections -fdata-sections)
+foreach(folder IN LISTS folders)
+  add_subdirectory(${folder})
+endforeach()
+
+add_library(peltoservice SHARED $<TARGET_OBJECTS:pelto_product> phone/phone_device.cpp)
+target_link_libraries(peltoservice PRIVATE pelto_compile Threads::Threads)
+target_link_options(peltoservice PRIVATE -Wl,--gc-sections)
+add_custom_command(TARGET peltoservice POST_BUILD
+  COMMAND ${CMAKE_STRIP} -o libpeltoservice.stripped.so $<TARGET_FILE:peltoservice>
+  COMMAND ${PELTO_PYTHON} -B ${PROJECT_SOURCE_DIR}/tools/check_phone_library.py
+    --nm ${CMAKE_NM} --stripped libpeltoservice.stripped.so --platform ${tree}/platform
+    $<TARGET_FILE:peltoservice>
+  VERBATIM)

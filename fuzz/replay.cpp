@@ -1,0 +1,32 @@
+// Feeds a fuzzer the files of the folders named on the command line, where there is no fuzzing
+// engine.
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
+
+static void replay(const std::filesystem::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    const std::string bytes{std::istreambuf_iterator<char>(in), {}};
+    std::printf("%s: %zu bytes\n", file.filename().c_str(), bytes.size());
+    std::fflush(stdout);
+    LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
+}
+
+int main(int argc, char** argv) {
+    int replayed = 0;
+    for (int i = 1; i < argc; ++i) {
+        for (const auto& entry : std::filesystem::directory_iterator(argv[i])) {
+            replay(entry.path());
+            ++replayed;
+        }
+    }
+    std::printf("%d inputs\n", replayed);
+    std::fflush(stdout);
+    _exit(replayed > 0 ? 0 : 1);
+}

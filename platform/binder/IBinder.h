@@ -1,0 +1,70 @@
+#pragma once
+
+#include <utils/Errors.h>
+#include <utils/RefBase.h>
+#include <utils/String16.h>
+
+#include <cstdint>
+
+namespace android {
+
+class BBinder;
+class BpBinder;
+class IInterface;
+class Parcel;
+
+// An object that can be called from other processes: here (BBinder) or there (BpBinder).
+//
+// Ownership: counted references. A proxy keeps the object behind it alive as long as the connection
+//   to its process stands.
+// Threads: every operation from any thread.
+// Errors: DEAD_OBJECT when the other process is gone, FAILED_TRANSACTION when a call is too big or
+//   the other side does not take its calls, else what the object's onTransact() returned.
+class IBinder : public virtual RefBase {
+  public:
+    enum : uint32_t {
+        FIRST_CALL_TRANSACTION = 0x00000001,
+        LAST_CALL_TRANSACTION = 0x00ffffff,
+        PING_TRANSACTION = 0x5f504e47,       // "_PNG"
+        INTERFACE_TRANSACTION = 0x5f4e5446,  // "_NTF"
+
+        // The caller does not wait, not even for room to send; reply and result are lost. Such
+        // calls to one object run one at a time, in the order they were sent.
+        FLAG_ONEWAY = 0x00000001,
+    };
+
+    // Told once when the process of a watched object has gone. Runs on a thread of the binder
+    // library's own without a lock held; it may make calls.
+    class DeathRecipient : public virtual RefBase {
+      public:
+        virtual void binderDied(const wp<IBinder>& who) = 0;
+    };
+
+    // This object when it implements that interface in this process, else null.
+    virtual sp<IInterface> queryLocalInterface(const String16& descriptor);
+    virtual const String16& getInterfaceDescriptor() const = 0;
+
+    virtual bool isBinderAlive() const = 0;
+    virtual status_t pingBinder() = 0;
+
+    virtual status_t transact(uint32_t code, const Parcel& data, Parcel* reply,
+                              uint32_t flags = 0) = 0;
+
+    // The recipient is held weakly: its owner keeps it. The proxy must be kept as well: nothing is
+    // told once it is gone. DEAD_OBJECT when the object is dead, INVALID_OPERATION on an object of
+    // this process.
+    virtual status_t linkToDeath(const sp<DeathRecipient>& recipient, void* cookie = nullptr,
+                                 uint32_t flags = 0) = 0;
+    // NAME_NOT_FOUND when it was not linked. A null recipient matches by cookie alone.
+    virtual status_t unlinkToDeath(const wp<DeathRecipient>& recipient, void* cookie = nullptr,
+                                   uint32_t flags = 0, wp<DeathRecipient>* removed = nullptr) = 0;
+
+    virtual BBinder* localBinder();
+    virtual BpBinder* remoteBinder();
+
+  protected:
+    IBinder() = default;
+    ~IBinder() override = default;
+};
+
+}  // namespace android

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <utils/Errors.h>
+#include <utils/RefBase.h>
+
+#include <cstddef>
+
+namespace android {
+
+// This process's end of binder: its pool of threads that execute incoming calls.
+//
+// Ownership: one a process, never destroyed.
+// Threads: every operation from any thread.
+// Order: incoming calls wait until the pool has a thread: startThreadPool(), or one that joined.
+class ProcessState : public virtual RefBase {
+  public:
+    static sp<ProcessState> self();
+
+    // How many threads the pool may start beside its first one and those that join; 15 at first.
+    status_t setThreadPoolMaxThreadCount(size_t maxThreads);
+    // Starts the first thread; further ones follow when calls wait and no thread is free. Their
+    // names are "Binder:PID_N".
+    void startThreadPool();
+
+    // Ends this process's part as a server: its names are withdrawn (socket files removed), nobody
+    // is let in any more, calls that have not begun are answered DEAD_OBJECT, and
+    // joinThreadPool() returns once the running ones have finished. Does not wait itself, so a call
+    // may ask for it. There is no way back.
+    void shutDown();
+
+  private:
+    ProcessState() = default;
+    ~ProcessState() override = default;
+};
+
+}  // namespace android

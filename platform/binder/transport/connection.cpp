@@ -1,0 +1,175 @@
+#include <android/log.h>
+#include <binder/transport/connection.h>
+#include <binder/transport/process.h>
+#include <sys/epoll.h>
+
+namespace android::transport {
+
+// What a dead connection leaves to be told and let go of.
+struct Connection::Remains {
+    std::vector<sp<BpBinder>> proxies;
+    std::unordered_map<uint32_t, Export> exports;
+};
+
+Connection::Connection(Process& process, sim::Fd socket, const ucred& peer, sp<BBinder> root)
+    : mProcess(process), mPeer(peer), mRoot(std::move(root)), mSocket(std::move(socket)) {}
+
+bool Connection::open() {
+    Mutex::Autolock lock(mLock);
+    mInterest = EPOLLIN;
+    mWatch = mProcess.io().add(shared_from_this(), mSocket.get(), mInterest);
+    if (mWatch == 0) return false;
+    FrameHeader hello{};
+    hello.kind = HELLO;
+    hello.code = kVersion;
+    sendLocked(hello, nullptr, kReplyQueue);
+    return true;
+}
+
+sp<IBinder> Connection::root() {
+    Mutex::Autolock lock(mLock);
+    if (mClosed) return nullptr;
+    return proxyLocked(0);
+}
+
+// The proxy of the other side's object, counted as received once more.
+sp<BpBinder> Connection::proxyLocked(uint32_t handle) {
+    Proxy& entry = mProxies[handle];
+    sp<BpBinder> proxy = entry.proxy.promote();
+    if (proxy == nullptr) {
+        proxy = sp<BpBinder>::make(shared_from_this(), handle);
+        entry.proxy = proxy;
+        entry.address = proxy.get();
+    }
+    ++entry.count;
+    return proxy;
+}
+
+void Connection::forgetProxy(const BpBinder* proxy) {
+    Mutex::Autolock lock(mLock);
+    const auto entry = mProxies.find(proxy->handle());
+    // The object may have come again meanwhile: then a new proxy has taken over the count.
+    if (entry == mProxies.end() || entry->second.address != proxy) return;
+    FrameHeader release{};
+    release.kind = RELEASE;
+    release.handle = proxy->handle();
+    release.code = entry->second.count;
+    mProxies.erase(entry);
+    if (release.handle == 0) return;
+    if (sendLocked(release, nullptr, kReplyQueue) == FAILED_TRANSACTION) {
+        breakLocked("it does not take what is released");
+    }
+}
+
+sp<BBinder> Connection::localLocked(uint32_t handle) {
+    if (handle == 0) return mRoot;
+    const auto entry = mExports.find(handle);
+    return entry != mExports.end() ? entry->second.object : nullptr;
+}
+
+status_t Connection::transact(uint32_t handle, uint32_t code, const Parcel& data, Parcel* reply,
+                              uint32_t flags) {
+    const bool oneWay = (flags & IBinder::FLAG_ONEWAY) != 0;
+    const status_t sendable = checkSendable(data);
+    if (sendable != OK) return sendable;
+
+    PendingCall call;
+    {
+        Mutex::Autolock lock(mLock);
+        FrameHeader header{};
+        header.kind = CALL;
+        header.flags = flags & IBinder::FLAG_ONEWAY;
+        header.callId = oneWay ? 0 : ++mLastCall;
+        header.handle = handle;
+        header.code = code;
+        const status_t status = sendLocked(header, &data, kCallQueue);
+        if (oneWay || status != OK) return status;
+        mPending.emplace(header.callId, &call);
+        updateInterestLocked();
+        while (!call.done) call.answered.wait(mLock);
+    }
+    if (reply != nullptr) *reply = std::move(call.result);
+    return call.status;
+}
+
+void Connection::begun(size_t charge) {
+    Mutex::Autolock lock(mLock);
+    mBacklog -= charge;
+    if (mBacklog > kPauseBacklog / 2) return;
+    mPaused = mDropping = false;
+    updateInterestLocked();
+}
+
+void Connection::reply(uint64_t callId, status_t status, const Parcel& parcel) {
+    FrameHeader header{};
+    header.kind = REPLY;
+    header.callId = callId;
+    header.status = status;
+    if (status == OK) header.status = checkSendable(parcel);
+    // A call that failed has no results.
+    const Parcel* const results = header.status == OK ? &parcel : nullptr;
+    Mutex::Autolock lock(mLock);
+    if (sendLocked(header, results, kReplyQueue) == FAILED_TRANSACTION) {
+        breakLocked("it does not take its replies");
+    }
+}
+
+// Ends the connection from any thread: the loop finds it readable and tears it down.
+void Connection::breakLocked(const char* why) {
+    if (mBroken || mClosed) return;
+    logEnd(why);
+    mBroken = true;
+    mGone.store(true, std::memory_order_release);
+    shutdown(mSocket.get(), SHUT_RDWR);
+    updateInterestLocked();
+}
+
+bool Connection::readingLocked() const {
+    return mBroken || !mPaused || !mPending.empty();
+}
+
+void Connection::updateInterestLocked() {
+    if (mClosed) return;
+    const uint32_t interest =
+        (readingLocked() ? uint32_t{EPOLLIN} : 0u) | (mOut.empty() ? 0u : uint32_t{EPOLLOUT});
+    mProcess.io().change(mWatch, mSocket.get(), mInterest, interest);
+    mInterest = interest;
+}
+
+void Connection::logEnd(const char* why) const {
+    __android_log_print(ANDROID_LOG_WARN, "Binder", "connection to process %d ended: %s",
+                        static_cast<int>(mPeer.pid), why);
+}
+
+void Connection::tearDown() {
+    const auto remains = std::make_shared<Remains>();
+    {
+        Mutex::Autolock lock(mLock);
+        if (mClosed) return;
+        mClosed = true;
+        mGone.store(true, std::memory_order_release);
+        mProcess.io().remove(mWatch, mSocket.get(), mInterest);
+        mSocket = sim::Fd();
+        mOut.clear();
+        mDrained.broadcast();
+        for (const auto& entry : mPending) {
+            entry.second->done = true;
+            entry.second->answered.signal();
+        }
+        mPending.clear();
+        for (auto& entry : mProxies) {
+            sp<BpBinder> proxy = entry.second.proxy.promote();
+            if (proxy != nullptr) remains->proxies.push_back(std::move(proxy));
+        }
+        mExportHandles.clear();
+        remains->exports.swap(mExports);
+    }
+    mProcess.notices().post([remains] {
+        for (const auto& proxy : remains->proxies) proxy->reportDeath();
+        remains->proxies.clear();
+        remains->exports.clear();
+    });
+    mProcess.io().restedNow();
+}
+
+}  // namespace android::transport

@@ -1,0 +1,155 @@
+#pragma once
+
+#include <binder/Binder.h>
+#include <binder/BpBinder.h>
+#include <binder/Parcel.h>
+#include <binder/transport/byte_queue.h>
+#include <binder/transport/frame.h>
+#include <binder/transport/io_loop.h>
+#include <sim/fd.h>
+#include <sys/socket.h>
+#include <utils/Condition.h>
+#include <utils/Mutex.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace android::transport {
+
+class Process;
+
+// One socket between a client process and a published object of another, calls going both ways.
+//
+// Ownership: the loop keeps it while the socket is open, its proxies and waiting calls beyond. It
+//   keeps the objects it has given out, and knows its proxies only weakly.
+// Threads: onReady() on the loop's thread, the rest from any. No lock is held while foreign code
+//   runs: objects are let go of and deaths told on the notice thread.
+//
+// Nobody waits to send. What the kernel does not take at once goes to mOut and is sent by the loop
+//   as the other side reads. A call for which mOut has no room fails at once with
+//   FAILED_TRANSACTION and the connection stands; a reply without room ends the connection, as its
+//   caller would wait for ever.
+//
+// Reading is paused while more calls wait for a thread than kPauseBacklog: then the other side's
+//   socket and queue fill up and its calls fail or wait there, and nothing read is ever lost.
+//   Except: while a thread of this process waits for a reply on this connection, reading goes on,
+//   for the calls ahead of the reply may not be able to run before it comes (they may need the
+//   waiting thread, or a lock it holds). The backlog is then bounded by kMaxBacklog, beyond which
+//   calls are not kept: two-way ones are answered FAILED_TRANSACTION and one-way ones dropped with
+//   one log line a spell, which is what their sender would have met with a full queue. So no two
+//   processes can bring each other to a stand, and a slow one is never cut off.
+//
+// A frame that no honest peer sends ends the connection with one log line. At the end, whoever
+//   ended it, waiting callers get DEAD_OBJECT, proxies are dead and their links told once, objects
+//   given out are let go; calls already read are still executed.
+class Connection : public IoSource, public std::enable_shared_from_this<Connection> {
+  public:
+    // What mOut may hold when a call, or anything else, is added.
+    static constexpr size_t kCallQueue = kMaxFrame;
+    static constexpr size_t kReplyQueue = 4 * kMaxFrame;
+    static constexpr size_t kPauseBacklog = 1u << 20;
+    static constexpr size_t kMaxBacklog = 8u << 20;
+
+    // `root` is the published object on the side that publishes, else null.
+    Connection(Process& process, sim::Fd socket, const ucred& peer, sp<BBinder> root);
+
+    // Starts with a HELLO. False when the loop cannot watch it.
+    bool open() EXCLUDES(mLock);
+
+    // The published object of the other side; null when the connection is dead.
+    sp<IBinder> root() EXCLUDES(mLock);
+    status_t transact(uint32_t handle, uint32_t code, const Parcel& data, Parcel* reply,
+                      uint32_t flags) EXCLUDES(mLock);
+    void forgetProxy(const BpBinder* proxy) EXCLUDES(mLock);
+    bool alive() const { return !mGone.load(std::memory_order_acquire); }
+    pid_t peerPid() const { return mPeer.pid; }
+    uid_t peerUid() const { return mPeer.uid; }
+
+    // For the pool: a call begins; a call has its result.
+    void begun(size_t charge) EXCLUDES(mLock);
+    void reply(uint64_t callId, status_t status, const Parcel& parcel) EXCLUDES(mLock);
+
+    void onReady(uint32_t events) override EXCLUDES(mLock);
+    void drain(int64_t nanos) override EXCLUDES(mLock);
+
+  private:
+    struct PendingCall {
+        Condition answered;
+        bool done = false;
+        status_t status = DEAD_OBJECT;
+        Parcel result;
+    };
+    struct Export {
+        sp<BBinder> object;
+        uint32_t count;  // how often it was sent and not released
+    };
+    struct Proxy {
+        const BpBinder* address = nullptr;
+        wp<BpBinder> proxy;
+        uint32_t count = 0;  // how often it was received
+    };
+    struct Remains;
+
+    // Sending.
+    status_t checkSendable(const Parcel& parcel) const;
+    status_t sendLocked(const FrameHeader& header, const Parcel* parcel, size_t limit)
+        REQUIRES(mLock);
+    ObjectEntry giveOutLocked(const Parcel::Object& object) REQUIRES(mLock);
+    void writeLocked(const uint8_t* head, size_t headSize, const uint8_t* body, size_t bodySize)
+        REQUIRES(mLock);
+    size_t sendNowLocked(const uint8_t* head, size_t headSize, const uint8_t* body, size_t bodySize)
+        REQUIRES(mLock);
+    void flushLocked() REQUIRES(mLock);
+    void breakLocked(const char* why) REQUIRES(mLock);
+    void updateInterestLocked() REQUIRES(mLock);
+    bool readingLocked() const REQUIRES(mLock);
+
+    // Receiving: each gives what is wrong with the frame, else null.
+    void receive() EXCLUDES(mLock);
+    const char* consumeFrames() EXCLUDES(mLock);
+    const char* take(const Frame& frame) EXCLUDES(mLock);
+    const char* takeCall(const Frame& frame) EXCLUDES(mLock);
+    const char* takeReply(const Frame& frame) EXCLUDES(mLock);
+    const char* takeRelease(const Frame& frame) EXCLUDES(mLock);
+    const char* adoptLocked(const Frame& frame, std::vector<Parcel::Object>* objects)
+        REQUIRES(mLock);
+    bool noteBacklogLocked(size_t charge) REQUIRES(mLock);
+    sp<BBinder> localLocked(uint32_t handle) REQUIRES(mLock);
+    sp<BpBinder> proxyLocked(uint32_t handle) REQUIRES(mLock);
+
+    void logEnd(const char* why) const;
+    void tearDown() EXCLUDES(mLock);
+
+    Process& mProcess;
+    const ucred mPeer;
+    const sp<BBinder> mRoot;
+    std::atomic<bool> mGone{false};  // set under the lock, read anywhere
+
+    // The loop's thread only.
+    ByteQueue mIn;
+    bool mGreeted = false;
+
+    Mutex mLock;
+    Condition mDrained;
+    sim::Fd mSocket GUARDED_BY(mLock);  // closed at the end
+    uint64_t mWatch GUARDED_BY(mLock) = 0;
+    uint32_t mInterest GUARDED_BY(mLock) = 0;
+    bool mBroken GUARDED_BY(mLock) = false;  // to be torn down whatever is still to read
+    bool mClosed GUARDED_BY(mLock) = false;
+    ByteQueue mOut GUARDED_BY(mLock);
+    size_t mBacklog GUARDED_BY(mLock) = 0;
+    bool mPaused GUARDED_BY(mLock) = false;
+    bool mDropping GUARDED_BY(mLock) = false;
+    uint64_t mLastCall GUARDED_BY(mLock) = 0;
+    std::unordered_map<uint64_t, PendingCall*> mPending GUARDED_BY(mLock);
+    uint32_t mLastHandle GUARDED_BY(mLock) = 0;
+    std::unordered_map<uint32_t, Export> mExports GUARDED_BY(mLock);
+    std::unordered_map<const BBinder*, uint32_t> mExportHandles GUARDED_BY(mLock);
+    std::unordered_map<uint32_t, Proxy> mProxies GUARDED_BY(mLock);
+};
+
+}  // namespace android::transport

@@ -1,0 +1,123 @@
+#include <android/log.h>
+#include <binder/transport/connection.h>
+
+#include <cerrno>
+
+namespace android::transport {
+
+namespace {
+
+iovec span(const uint8_t* bytes, size_t size) {
+    return {const_cast<uint8_t*>(bytes), size};
+}
+
+}  // namespace
+
+status_t Connection::checkSendable(const Parcel& parcel) const {
+    if (parcel.errorCheck() != OK || parcel.dataSize() > kMaxPayload ||
+        parcel.dataSize() % 4 != 0 || parcel.objects().size() > kMaxObjects) {
+        return FAILED_TRANSACTION;
+    }
+    for (const Parcel::Object& object : parcel.objects()) {
+        const BpBinder* const remote = object.binder->remoteBinder();
+        if (remote != nullptr && remote->connection() != this) {
+            __android_log_print(ANDROID_LOG_WARN, "Binder",
+                                "an object of process %d is not passed on to process %d",
+                                static_cast<int>(remote->connection()->peerPid()),
+                                static_cast<int>(mPeer.pid));
+            return BAD_TYPE;
+        }
+    }
+    return OK;
+}
+
+// How the object is named to the other side; one of ours is counted as given out once more.
+ObjectEntry Connection::giveOutLocked(const Parcel::Object& object) {
+    const BpBinder* const remote = object.binder->remoteBinder();
+    if (remote != nullptr) return {object.offset, RECEIVER, remote->handle()};
+    BBinder* const local = object.binder->localBinder();
+    if (local == mRoot.get()) return {object.offset, SENDER, 0};
+    uint32_t& handle = mExportHandles[local];
+    if (handle == 0) {
+        do {
+            ++mLastHandle;
+        } while (mLastHandle == 0 || mExports.count(mLastHandle) != 0);
+        handle = mLastHandle;
+        mExports.emplace(handle, Export{local, 0});
+    }
+    ++mExports.at(handle).count;
+    return {object.offset, SENDER, handle};
+}
+
+// DEAD_OBJECT, or FAILED_TRANSACTION when the queue would pass `limit`; then nothing is sent.
+status_t Connection::sendLocked(const FrameHeader& header, const Parcel* parcel, size_t limit) {
+    if (!alive()) return DEAD_OBJECT;
+    const size_t objects = parcel != nullptr ? parcel->objects().size() : 0;
+    const size_t dataSize = parcel != nullptr ? parcel->dataSize() : 0;
+    const size_t headSize = sizeof(FrameHeader) + objects * sizeof(ObjectEntry);
+    if (mOut.size() + headSize + dataSize > limit) return FAILED_TRANSACTION;
+
+    FrameHeader whole = header;
+    whole.magic = kMagic;
+    whole.size = static_cast<uint32_t>(headSize - sizeof(FrameHeader) + dataSize);
+    whole.objectCount = static_cast<uint32_t>(objects);
+    std::vector<uint8_t> head(headSize);
+    memcpy(head.data(), &whole, sizeof(whole));
+    for (size_t i = 0; i < objects; ++i) {
+        const ObjectEntry entry = giveOutLocked(parcel->objects()[i]);
+        memcpy(head.data() + sizeof(whole) + i * sizeof(entry), &entry, sizeof(entry));
+    }
+    writeLocked(head.data(), head.size(), parcel != nullptr ? parcel->data() : nullptr, dataSize);
+    return alive() ? OK : DEAD_OBJECT;
+}
+
+void Connection::writeLocked(const uint8_t* head, size_t headSize, const uint8_t* body,
+                             size_t bodySize) {
+    const size_t sent = mOut.empty() ? sendNowLocked(head, headSize, body, bodySize) : 0;
+    if (!alive()) return;
+    const size_t sentHead = std::min(sent, headSize);
+    const size_t sentBody = sent - sentHead;
+    mOut.append(head + sentHead, headSize - sentHead);
+    if (sentBody < bodySize) mOut.append(body + sentBody, bodySize - sentBody);
+    if (!mOut.empty()) updateInterestLocked();
+}
+
+// How much the kernel took. A socket that takes nothing any more makes the connection gone; what
+// the other side sent before is still read.
+size_t Connection::sendNowLocked(const uint8_t* head, size_t headSize, const uint8_t* body,
+                                 size_t bodySize) {
+    iovec parts[] = {span(head, headSize), span(body, bodySize)};
+    msghdr message{};
+    message.msg_iov = parts;
+    message.msg_iovlen = bodySize > 0 ? 2 : 1;
+    ssize_t sent;
+    do {
+        sent = sendmsg(mSocket.get(), &message, MSG_NOSIGNAL | MSG_DONTWAIT);
+    } while (sent < 0 && errno == EINTR);
+    if (sent >= 0) return static_cast<size_t>(sent);
+    if (errno == EPIPE || errno == ECONNRESET || errno == ENOTCONN) {
+        mGone.store(true, std::memory_order_release);
+        mOut.clear();
+        mDrained.broadcast();
+    }
+    return 0;
+}
+
+void Connection::flushLocked() {
+    while (!mOut.empty()) {
+        const size_t sent = sendNowLocked(mOut.front(), mOut.size(), nullptr, 0);
+        if (sent == 0) break;
+        mOut.consume(sent);
+    }
+    if (mOut.empty()) mDrained.broadcast();
+    updateInterestLocked();
+}
+
+void Connection::drain(int64_t nanos) {
+    Mutex::Autolock lock(mLock);
+    while (!mOut.empty() && !mClosed) {
+        if (mDrained.waitRelative(mLock, nanos) != OK) return;
+    }
+}
+
+}  // namespace android::transport

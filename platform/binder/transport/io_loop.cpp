@@ -1,0 +1,96 @@
+#include <android/log.h>
+#include <binder/transport/io_loop.h>
+#include <binder/transport/threads.h>
+#include <sys/epoll.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace android::transport {
+
+namespace {
+
+bool control(int epoll, int operation, uint64_t id, int fd, uint32_t events) {
+    epoll_event event{};
+    event.events = events;
+    event.data.u64 = id;
+    if (epoll_ctl(epoll, operation, fd, &event) == 0) return true;
+    __android_log_print(ANDROID_LOG_ERROR, "Binder", "epoll_ctl: %s", strerror(errno));
+    return false;
+}
+
+}  // namespace
+
+bool IoLoop::startLocked() {
+    if (mEpoll.valid()) return true;
+    sim::Fd epoll(epoll_create1(EPOLL_CLOEXEC));
+    if (!epoll.valid()) {
+        __android_log_print(ANDROID_LOG_ERROR, "Binder", "epoll_create1: %s", strerror(errno));
+        return false;
+    }
+    mEpoll = std::move(epoll);
+    if (spawnThread("Binder:io", [this] { run(); })) return true;
+    mEpoll = sim::Fd();
+    return false;
+}
+
+uint64_t IoLoop::add(const std::shared_ptr<IoSource>& source, int fd, uint32_t events) {
+    Mutex::Autolock lock(mLock);
+    if (!startLocked()) return 0;
+    if (!control(mEpoll.get(), EPOLL_CTL_ADD, ++mLastId, fd, events)) return 0;
+    mSources.emplace(mLastId, source);
+    return mLastId;
+}
+
+void IoLoop::change(uint64_t id, int fd, uint32_t before, uint32_t after) {
+    if (before == after) return;
+    const int operation = before == 0 ? EPOLL_CTL_ADD : after == 0 ? EPOLL_CTL_DEL : EPOLL_CTL_MOD;
+    control(mEpoll.get(), operation, id, fd, after);
+}
+
+void IoLoop::remove(uint64_t id, int fd, uint32_t events) {
+    change(id, fd, events, 0);
+    std::shared_ptr<IoSource> last;  // destroyed without the lock
+    Mutex::Autolock lock(mLock);
+    const auto entry = mSources.find(id);
+    if (entry == mSources.end()) return;
+    last = std::move(entry->second);
+    mSources.erase(entry);
+}
+
+std::shared_ptr<IoSource> IoLoop::find(uint64_t id) {
+    Mutex::Autolock lock(mLock);
+    const auto entry = mSources.find(id);
+    return entry != mSources.end() ? entry->second : nullptr;
+}
+
+std::vector<std::shared_ptr<IoSource>> IoLoop::sources() {
+    Mutex::Autolock lock(mLock);
+    std::vector<std::shared_ptr<IoSource>> result;
+    for (const auto& entry : mSources) result.push_back(entry.second);
+    return result;
+}
+
+void IoLoop::restedNow() {
+    std::vector<std::weak_ptr<IoSource>> resting;
+    resting.swap(mResting);
+    for (const auto& entry : resting) {
+        if (const auto source = entry.lock()) source->onRested();
+    }
+}
+
+void IoLoop::run() {
+    constexpr int kRestMillis = 1000;
+    constexpr int kEvents = 64;
+    epoll_event events[kEvents];
+    for (;;) {
+        const int count =
+            epoll_wait(mEpoll.get(), events, kEvents, mResting.empty() ? -1 : kRestMillis);
+        if (count == 0) restedNow();
+        for (int i = 0; i < count; ++i) {
+            if (const auto source = find(events[i].data.u64)) source->onReady(events[i].events);
+        }
+    }
+}
+
+}  // namespace android::transport

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <sim/fd.h>
+#include <utils/Mutex.h>
+
+#include <cstdint>
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+namespace android::transport {
+
+// Something with a socket that the loop watches.
+class IoSource {
+  public:
+    virtual ~IoSource() = default;
+    // On the loop's thread, with the epoll events of the socket.
+    virtual void onReady(uint32_t events) = 0;
+    // On the loop's thread, some time after rest(): descriptors may be free again.
+    virtual void onRested() {}
+    // Waits, no longer than so many nanoseconds, until what it has to send is sent.
+    virtual void drain(int64_t /*nanos*/) {}
+};
+
+// The one thread of the process that waits for its sockets (epoll, level-triggered).
+//
+// Ownership: keeps a source from add() to remove(). Descriptors stay the source's.
+// Threads: add(), change() and remove() from any thread; no lock is held while a source is called.
+//   A source removed on the loop's own thread is not called again.
+class IoLoop {
+  public:
+    // The watch's number, or 0 when the system gives no epoll instance or thread.
+    uint64_t add(const std::shared_ptr<IoSource>& source, int fd, uint32_t events) EXCLUDES(mLock);
+    // A socket without wanted events is taken out altogether: a hang-up would be told endlessly.
+    void change(uint64_t id, int fd, uint32_t before, uint32_t after);
+    void remove(uint64_t id, int fd, uint32_t events) EXCLUDES(mLock);
+
+    // On the loop's thread: calls onRested() after the next restedNow() or after a second.
+    void rest(std::weak_ptr<IoSource> source) { mResting.push_back(std::move(source)); }
+    void restedNow();
+
+    std::vector<std::shared_ptr<IoSource>> sources() EXCLUDES(mLock);
+
+  private:
+    bool startLocked() REQUIRES(mLock);
+    void run();
+    std::shared_ptr<IoSource> find(uint64_t id) EXCLUDES(mLock);
+
+    Mutex mLock;
+    sim::Fd mEpoll;  // set once under the lock, before the thread and any watch
+    uint64_t mLastId GUARDED_BY(mLock) = 0;
+    std::unordered_map<uint64_t, std::shared_ptr<IoSource>> mSources GUARDED_BY(mLock);
+    std::vector<std::weak_ptr<IoSource>> mResting;  // the loop's thread only
+};
+
+}  // namespace android::transport

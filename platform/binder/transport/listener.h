@@ -1,0 +1,51 @@
+#pragma once
+
+#include <binder/Binder.h>
+#include <binder/transport/io_loop.h>
+#include <sim/fd.h>
+#include <sys/socket.h>
+#include <utils/Mutex.h>
+
+#include <memory>
+#include <string>
+
+namespace android::transport {
+
+class Process;
+
+// Whether we talk to that process: it runs as our user or as root. Else a log line.
+bool mayTalkTo(const ucred& peer, const std::string& name);
+
+// The listening socket of one published object; makes a connection of whoever comes.
+//
+// Threads: open() and close() from any thread.
+// Errors: when descriptors run out it stops listening, with one log line a spell, until a
+//   connection ends or a second has passed; those who came meanwhile wait in the kernel.
+class Listener : public IoSource, public std::enable_shared_from_this<Listener> {
+  public:
+    Listener(Process& process, sim::Fd socket, std::string name, sp<BBinder> root);
+
+    bool open() EXCLUDES(mLock);
+    void close() EXCLUDES(mLock);
+
+    void onReady(uint32_t events) override EXCLUDES(mLock);
+    void onRested() override EXCLUDES(mLock);
+
+  private:
+    sim::Fd acceptOne(int* error) EXCLUDES(mLock);
+    void welcome(sim::Fd socket);
+    void rest(int error) EXCLUDES(mLock);
+    void listenForLocked(uint32_t interest) REQUIRES(mLock);
+
+    Process& mProcess;
+    const std::string mName;
+    const sp<BBinder> mRoot;
+    bool mStarved = false;  // the loop's thread only
+
+    Mutex mLock;
+    sim::Fd mSocket GUARDED_BY(mLock);
+    uint64_t mWatch GUARDED_BY(mLock) = 0;
+    uint32_t mInterest GUARDED_BY(mLock) = 0;
+};
+
+}  // namespace android::transport

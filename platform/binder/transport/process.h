@@ -1,0 +1,29 @@
+#pragma once
+
+#include <binder/transport/call_pool.h>
+#include <binder/transport/io_loop.h>
+#include <binder/transport/service_directory.h>
+#include <binder/transport/threads.h>
+
+namespace android::transport {
+
+// What binder has once a process. Never destroyed.
+class Process {
+  public:
+    static Process& get();
+
+    IoLoop& io() { return mIo; }
+    CallPool& calls() { return mCalls; }
+    NoticeThread& notices() { return mNotices; }
+    ServiceDirectory& services() { return mServices; }
+
+  private:
+    Process() : mServices(*this) {}
+
+    IoLoop mIo;
+    CallPool mCalls;
+    NoticeThread mNotices;
+    ServiceDirectory mServices;
+};
+
+}  // namespace android::transport

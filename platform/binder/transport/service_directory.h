@@ -1,0 +1,57 @@
+#pragma once
+
+#include <binder/Binder.h>
+#include <binder/transport/connection.h>
+#include <binder/transport/listener.h>
+#include <sim/fd.h>
+#include <utils/Mutex.h>
+
+#include <map>
+#include <memory>
+#include <string>
+
+namespace android::transport {
+
+// The published names: sockets in the phone's run/services. Who publishes a name holds a lock on
+// .NAME.lock, so that two cannot, and a socket whose lock is free was left by a dead process. The
+// socket appears under its name by a rename, listening already.
+//
+// Threads: every operation from any thread; none waits for another process.
+class ServiceDirectory {
+  public:
+    explicit ServiceDirectory(Process& process) : mProcess(process) {}
+
+    static bool validName(const std::string& name);
+
+    status_t publish(const std::string& name, const sp<IBinder>& service) EXCLUDES(mLock);
+    // Takes back every name and publishes no more.
+    void withdrawAll() EXCLUDES(mLock);
+
+    // This process's own object of that name, else null.
+    sp<IBinder> own(const std::string& name) EXCLUDES(mLock);
+    // The object of that name as a client sees it, also when this process publishes it: calls go
+    // over a socket. Null when nobody publishes it. One connection a name while it lives.
+    sp<IBinder> connect(const std::string& name) EXCLUDES(mLock);
+
+  private:
+    struct Published {
+        std::shared_ptr<Listener> listener;
+        sp<IBinder> service;
+        sim::Fd held;  // the lock
+    };
+
+    bool openFolderLocked() REQUIRES(mLock);
+    status_t holdNameLocked(const std::string& name, sim::Fd* held) REQUIRES(mLock);
+    sim::Fd listenLocked(const std::string& name) REQUIRES(mLock);
+    std::shared_ptr<Connection> connectLocked(const std::string& name) REQUIRES(mLock);
+    std::string pathLocked(const std::string& file) const REQUIRES(mLock);
+
+    Process& mProcess;
+    Mutex mLock;
+    sim::Fd mFolder GUARDED_BY(mLock);
+    bool mWithdrawn GUARDED_BY(mLock) = false;
+    std::map<std::string, Published> mPublished GUARDED_BY(mLock);
+    std::map<std::string, std::shared_ptr<Connection>> mConnections GUARDED_BY(mLock);
+};
+
+}  // namespace android::transport

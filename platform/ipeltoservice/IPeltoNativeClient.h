@@ -1,0 +1,30 @@
+#pragma once
+
+#include <binder/IInterface.h>
+
+namespace android {
+
+// What a process gives to IPeltoService::registerNativeClient() to be told of every event.
+//
+// The call is one-way: the service does not wait for it and learns nothing of its result. Events
+//   come in the order the service sent them, one at a time.
+// A client in the service's own process is called directly, with the service's lock held: it must
+//   not call back into the service from onNativeEvent(), or the two wait for each other for ever.
+class IPeltoNativeClient : public IInterface {
+  public:
+    DECLARE_META_INTERFACE(PeltoNativeClient)
+
+    enum : uint32_t { ON_NATIVE_EVENT = IBinder::FIRST_CALL_TRANSACTION };
+
+    // Both texts end with their first NUL and are the caller's. A failed delivery shows in the
+    // result of the proxy alone: DEAD_OBJECT, or FAILED_TRANSACTION when the client does not read.
+    virtual status_t onNativeEvent(const char* type, const char* info) = 0;
+};
+
+class BnPeltoNativeClient : public BnInterface<IPeltoNativeClient> {
+  protected:
+    status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply,
+                        uint32_t flags = 0) override;
+};
+
+}  // namespace android

@@ -1,0 +1,35 @@
+#include <binder/Parcel.h>
+#include <ipeltoservice/IPeltoNativeClient.h>
+
+namespace android {
+
+namespace {
+
+class BpPeltoNativeClient : public BpInterface<IPeltoNativeClient> {
+  public:
+    using BpInterface::BpInterface;
+
+    status_t onNativeEvent(const char* type, const char* info) override {
+        Parcel data;
+        data.writeInterfaceToken(descriptor);
+        data.writeCString(type);
+        data.writeCString(info);
+        return remote()->transact(ON_NATIVE_EVENT, data, nullptr, IBinder::FLAG_ONEWAY);
+    }
+};
+
+}  // namespace
+
+IMPLEMENT_META_INTERFACE(PeltoNativeClient, "pelto.IPeltoNativeClient")
+
+status_t BnPeltoNativeClient::onTransact(uint32_t code, const Parcel& data, Parcel* reply,
+                                         uint32_t flags) {
+    if (code != ON_NATIVE_EVENT) return BBinder::onTransact(code, data, reply, flags);
+    CHECK_INTERFACE(IPeltoNativeClient, data, reply);
+    const char* const type = data.readCString();
+    const char* const info = data.readCString();
+    if (type == nullptr || info == nullptr) return BAD_VALUE;
+    return onNativeEvent(type, info);
+}
+
+}  // namespace android

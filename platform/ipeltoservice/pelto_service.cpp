@@ -1,0 +1,111 @@
+#include <binder/Parcel.h>
+#include <ipeltoservice/IPeltoService.h>
+#include <ipeltoservice/PeltoServiceCalls.h>
+
+namespace android {
+
+namespace {
+
+// Drops what PeltoServiceCalls tells: the interface's operations report no failure.
+class BpPeltoService : public BpInterface<IPeltoService> {
+  public:
+    using BpInterface::BpInterface;
+
+    status_t registerNativeClient(const sp<IPeltoNativeClient>& client) override {
+        return calls().registerNativeClient(client);
+    }
+    void notifyVideoStutter(const String8& detector, int frameGap) override {
+        calls().notifyVideoStutter(detector, frameGap);
+    }
+    void updateSFStateFlag(bool state) override { calls().updateSFStateFlag(state); }
+    void updateTopActivity(int64_t minIntervalMillis) override {
+        calls().updateTopActivity(minIntervalMillis);
+    }
+    void setEvent(const String8& type, const String8& info) override {
+        calls().setEvent(type, info);
+    }
+    void setEventToNative(const String8& type, const String8& info) override {
+        calls().setEventToNative(type, info);
+    }
+    void setDebugLog(bool on) override { calls().setDebugLog(on); }
+
+  private:
+    PeltoServiceCalls calls() const { return PeltoServiceCalls(remote()); }
+};
+
+status_t readTexts(const Parcel& data, String8* first, String8* second) {
+    const status_t status = data.readString8(first);
+    return status == OK ? data.readString8(second) : status;
+}
+
+status_t registerClient(IPeltoService& service, const Parcel& data, Parcel* reply) {
+    sp<IBinder> client;
+    const status_t status = data.readNullableStrongBinder(&client);
+    if (status != OK) return status;
+    const status_t result =
+        service.registerNativeClient(interface_cast<IPeltoNativeClient>(client));
+    if (reply != nullptr) reply->writeInt32(result);
+    return OK;
+}
+
+status_t stutter(IPeltoService& service, const Parcel& data) {
+    String8 detector;
+    int32_t frameGap = 0;
+    status_t status = data.readString8(&detector);
+    if (status == OK) status = data.readInt32(&frameGap);
+    if (status == OK) service.notifyVideoStutter(detector, frameGap);
+    return status;
+}
+
+status_t topActivity(IPeltoService& service, const Parcel& data) {
+    int64_t minIntervalMillis = 0;
+    const status_t status = data.readInt64(&minIntervalMillis);
+    if (status == OK) service.updateTopActivity(minIntervalMillis);
+    return status;
+}
+
+status_t withFlag(IPeltoService& service, const Parcel& data,
+                  void (IPeltoService::*operation)(bool)) {
+    bool flag = false;
+    const status_t status = data.readBool(&flag);
+    if (status == OK) (service.*operation)(flag);
+    return status;
+}
+
+status_t withTexts(IPeltoService& service, const Parcel& data,
+                   void (IPeltoService::*operation)(const String8&, const String8&)) {
+    String8 type, info;
+    const status_t status = readTexts(data, &type, &info);
+    if (status == OK) (service.*operation)(type, info);
+    return status;
+}
+
+}  // namespace
+
+IMPLEMENT_META_INTERFACE(PeltoService, "pelto.IPeltoService")
+
+status_t BnPeltoService::onTransact(uint32_t code, const Parcel& data, Parcel* reply,
+                                    uint32_t flags) {
+    if (code < REGISTER_NATIVE_CLIENT || code > SET_DEBUG_LOG) {
+        return BBinder::onTransact(code, data, reply, flags);
+    }
+    CHECK_INTERFACE(IPeltoService, data, reply);
+    switch (code) {
+        case REGISTER_NATIVE_CLIENT:
+            return registerClient(*this, data, reply);
+        case NOTIFY_VIDEO_STUTTER:
+            return stutter(*this, data);
+        case UPDATE_SF_STATE_FLAG:
+            return withFlag(*this, data, &IPeltoService::updateSFStateFlag);
+        case UPDATE_TOP_ACTIVITY:
+            return topActivity(*this, data);
+        case SET_EVENT:
+            return withTexts(*this, data, &IPeltoService::setEvent);
+        case SET_EVENT_TO_NATIVE:
+            return withTexts(*this, data, &IPeltoService::setEventToNative);
+        default:
+            return withFlag(*this, data, &IPeltoService::setDebugLog);
+    }
+}
+
+}  // namespace android

@@ -1,0 +1,30 @@
+#include "sim/fd.h"
+
+#include <algorithm>
+
+namespace sim {
+
+bool writeAll(int fd, const char* data, size_t size) {
+    while (size > 0) {
+        ssize_t written = write(fd, data, size);
+        if (written < 0 && errno == EINTR) continue;
+        if (written < 0) return false;
+        data += written;
+        size -= static_cast<size_t>(written);
+    }
+    return true;
+}
+
+std::string readAll(int fd, size_t limit) {
+    std::string text;
+    char block[16384];
+    while (text.size() < limit) {
+        ssize_t got = read(fd, block, std::min(sizeof(block), limit - text.size()));
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) break;
+        text.append(block, static_cast<size_t>(got));
+    }
+    return text;
+}
+
+}  // namespace sim

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <errno.h>
+#include <stddef.h>
+#include <stdint.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <string>
+#include <utility>
+
+namespace sim {
+
+// Owns one file descriptor, or none (-1).
+class Fd {
+  public:
+    explicit Fd(int fd = -1) : mFd(fd) {}
+    Fd(Fd&& other) noexcept : mFd(other.release()) {}
+    Fd& operator=(Fd&& other) noexcept {
+        std::swap(mFd, other.mFd);
+        return *this;
+    }
+    ~Fd() {
+        if (mFd >= 0) close(mFd);
+    }
+    int get() const { return mFd; }
+    bool valid() const { return mFd >= 0; }
+    int release() { return std::exchange(mFd, -1); }
+
+  private:
+    int mFd;
+};
+
+// Holds the advisory lock of an open file against other processes; the descriptor stays open.
+class FileLock {
+  public:
+    explicit FileLock(int fd) : mFd(fd) {
+        while (flock(mFd, LOCK_EX) < 0 && errno == EINTR) {
+        }
+    }
+    ~FileLock() { flock(mFd, LOCK_UN); }
+    FileLock(const FileLock&) = delete;
+    FileLock& operator=(const FileLock&) = delete;
+
+  private:
+    const int mFd;
+};
+
+// Writes all of `size` bytes; false with errno set as soon as the file takes no more.
+bool writeAll(int fd, const char* data, size_t size);
+
+// Everything from the descriptor's position on, at most `limit` bytes.
+std::string readAll(int fd, size_t limit = SIZE_MAX);
+
+}  // namespace sim

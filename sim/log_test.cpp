@@ -1,0 +1,135 @@
+#include "sim/log.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <set>
+
+#include "sim/clock.h"
+#include "sim/logcat.h"
+#include "tests/support/phone_test.h"
+
+using testing::ElementsAre;
+
+class LogTest : public PhoneTest {
+  protected:
+    std::string directory() { return phone().log().directory(); }
+
+    std::vector<std::string> lines() {
+        std::vector<std::string> found;
+        sim::LogReader(directory()).read([&](std::string_view line) { found.emplace_back(line); });
+        return found;
+    }
+    std::vector<std::string> messages() {
+        std::vector<std::string> found;
+        for (const std::string& text : lines()) {
+            sim::LogLine line;
+            EXPECT_TRUE(line.parse(text)) << text;
+            found.emplace_back(line.message);
+        }
+        return found;
+    }
+    // The messages' first letters that pass the words' filters.
+    std::string passing(const std::vector<std::string>& words) {
+        sim::LogcatOptions options;
+        EXPECT_EQ(options.parse(words), "");
+        std::string letters;
+        for (const std::string& line : lines()) {
+            if (options.passes(line)) letters += line[line.rfind(": ") + 2];
+        }
+        return letters;
+    }
+};
+
+TEST_F(LogTest, ALineIsThreadtime) {
+    setenv("TZ", "UTC", 1);
+    sim::Clock::get().hold();
+    sim::Clock::get().advance(
+        std::chrono::nanoseconds(1709647809042000000 - sim::Clock::get().wallNanos()));
+    errno = ENOSPC;
+    __android_log_print(ANDROID_LOG_WARN, "tag", "%d: %s", 7, "seven");
+    EXPECT_EQ(errno, ENOSPC);
+    char expected[80];
+    snprintf(expected, sizeof(expected), "03-05 14:10:09.042 %5d %5d W tag     : 7: seven",
+             getpid(), gettid());
+    EXPECT_THAT(lines(), ElementsAre(expected));
+    EXPECT_TRUE(logged(ANDROID_LOG_WARN, "tag", "7: seven"));
+}
+
+TEST_F(LogTest, LongAndManyLinedMessagesAreCutAndSplit) {
+    const std::string text = "one\n\nthree\n";
+    __android_log_write(ANDROID_LOG_INFO, "split", text.c_str());
+    __android_log_write(ANDROID_LOG_INFO, "", "");
+    const std::string longText(10000, 'x');
+    __android_log_write(ANDROID_LOG_INFO, std::string(500, 't').c_str(), longText.c_str());
+    EXPECT_THAT(messages(), ElementsAre("one", "", "three", "", longText.substr(0, 4096)));
+    EXPECT_THAT(logLines("split"), ElementsAre(text));
+}
+
+TEST_F(LogTest, TwoProcessesLoseNoLineWhenTheFileIsRotated) {
+    constexpr int kLines = 300;
+    sim::Log log(directory(), 25000);
+    for (int round = 0; round < 20; ++round) {
+        log.clear();
+        for (int writer = 0; writer < 2; ++writer) {
+            if (fork() != 0) continue;
+            sim::Log own(directory(), 25000);
+            bool written = true;
+            for (int i = 0; i < kLines; ++i)
+                written &= own.write(4, "writer", std::to_string(writer * kLines + i) + " of some");
+            _exit(written ? 0 : 1);
+        }
+        for (int status = 0; wait(&status) > 0;) ASSERT_EQ(status, 0);
+        EXPECT_EQ(access((directory() + "/main.old").c_str(), F_OK), 0);
+        const auto all = messages();
+        EXPECT_EQ(all.size(), 2u * kLines) << "round " << round;
+        EXPECT_EQ(std::set<std::string>(all.begin(), all.end()).size(), all.size());
+    }
+}
+
+TEST_F(LogTest, AFullDiskLosesTheLineNotTheCaller) {
+    __android_log_write(ANDROID_LOG_INFO, "disk", "before");
+    signal(SIGXFSZ, SIG_IGN);
+    rlimit limit{};
+    getrlimit(RLIMIT_FSIZE, &limit);
+    const rlimit full{1, limit.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &full);
+    EXPECT_LT(__android_log_write(ANDROID_LOG_INFO, "disk", "lost"), 0);
+    setrlimit(RLIMIT_FSIZE, &limit);
+    EXPECT_EQ(__android_log_write(ANDROID_LOG_INFO, "disk", "after"), 1);
+    EXPECT_THAT(messages(), ElementsAre("before", "after"));
+}
+
+TEST_F(LogTest, FiltersAreThoseOfLogcat) {
+    for (int priority = ANDROID_LOG_VERBOSE; priority <= ANDROID_LOG_FATAL; ++priority) {
+        __android_log_print(priority, "audio", "%c", sim::Log::letter(priority) | 0x20);
+        __android_log_print(priority, "gpu", "%c", sim::Log::letter(priority));
+    }
+    EXPECT_EQ(passing({}), "vVdDiIwWeEfF");
+    EXPECT_EQ(passing({"-v", "threadtime", "-d", "audio:W", "*:S"}), "wef");
+    EXPECT_EQ(passing({"*:e"}), "eEfF");
+    EXPECT_EQ(passing({"audio:S", "*:I"}), "IWEF");
+    EXPECT_EQ(passing({"audio:S"}), "VDIWEF");
+    EXPECT_EQ(passing({"-s", "gpu"}), "VDIWEF");
+    EXPECT_EQ(passing({"*", "gpu:F"}), "diwefF");
+    sim::LogcatOptions options;
+    for (const char* wrong : {"audio:Q", ":V", "-v", "-t", "-x", "a:VV"})
+        EXPECT_NE(options.parse({wrong}), "") << wrong;
+}
+
+TEST_F(LogTest, AReaderGoesOnAcrossRotations) {
+    sim::Log log(directory(), 2000);
+    sim::LogReader reader(directory());
+    std::vector<std::string> seen;
+    for (int i = 0; i < 100; ++i) {
+        log.write(4, "t", std::to_string(i));
+        ASSERT_TRUE(reader.wait(30000));
+        reader.read(
+            [&](std::string_view line) { seen.emplace_back(line.substr(line.rfind(' ') + 1)); });
+    }
+    ASSERT_EQ(seen.size(), 100u);
+    for (int i = 0; i < 100; ++i) EXPECT_EQ(seen[static_cast<size_t>(i)], std::to_string(i));
+}

@@ -1,0 +1,128 @@
+#include "sim/phone.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+
+#include <atomic>
+#include <filesystem>
+#include <stdexcept>
+
+#include "sim/fd.h"
+#include "sim/kernel_log.h"
+#include "sim/log.h"
+#include "sim/programs.h"
+#include "sim/properties.h"
+#include "sim/root.h"
+#include "sim/services.h"
+#include "sim/shell.h"
+#include "sim/sockets.h"
+
+namespace sim {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr char kMarker[] = "pelto phone 1\n";
+constexpr const char* kDirectories[] = {
+    "data/kelvo/mmdump/gpu",
+    "data/persist_log/TMP/audio_dumpsys",
+    "data/persist_log/wex/exception_log",
+    "data/ruvi/log/VRN/de/audioDetLog",
+    "data/tombstones",
+    "dev",
+    "proc",
+    "sys/class/kgsl/kgsl-3d0/snapshot",
+    "system/bin",
+};
+
+std::atomic<Phone*> gPhone{nullptr};
+
+[[noreturn]] void refuse(const std::string& folder, const std::string& why) {
+    throw std::runtime_error(folder + ": " + why);
+}
+
+std::string markerPath(const fs::path& folder) {
+    return (folder / "run/phone").string();
+}
+
+bool isPhone(const fs::path& folder) {
+    Fd fd(::open(markerPath(folder).c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    return fd.valid() && readAll(fd.get(), sizeof(kMarker)) == kMarker;
+}
+
+void makeDirectories(const fs::path& folder) {
+    for (const char* directory : kDirectories) fs::create_directories(folder / "fs" / directory);
+    fs::create_directories(folder / "run");
+    fs::permissions(folder / "run", fs::perms::owner_all);
+    for (const char* directory : {"log", "properties", "services"})
+        fs::create_directories(folder / "run" / directory);
+}
+
+// Last, so that a folder half made is no phone.
+void writeMarker(const fs::path& folder) {
+    Fd fd(::open(markerPath(folder).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    if (!fd.valid() || !writeAll(fd.get(), kMarker, sizeof(kMarker) - 1))
+        refuse(folder, strerror(errno));
+}
+
+}  // namespace
+
+Phone::Phone(const std::string& folder)
+    : mFolder(folder),
+      mRoot(new Root(fsDir())),
+      mLog(new Log(runDir() + "/log")),
+      mServices(new Services),
+      mProperties(new Properties(runDir() + "/properties", *mServices)),
+      mKernelLog(new KernelLog(runDir() + "/kernel_log")),
+      mShell(new Shell(*mRoot)),
+      mSockets(new Sockets) {
+    addPrograms(*this);
+}
+
+Phone& Phone::create(const std::string& folder) {
+    std::error_code error;
+    if (!isPhone(folder)) {
+        if (fs::exists(folder, error) && !fs::is_empty(folder, error))
+            refuse(folder, "is neither empty nor a phone");
+        try {
+            makeDirectories(folder);
+        } catch (const fs::filesystem_error& failure) {
+            refuse(folder, failure.code().message());
+        }
+        writeMarker(folder);
+    }
+    return open(folder);
+}
+
+Phone& Phone::open(const std::string& folder) {
+    std::error_code error;
+    const std::string path = fs::canonical(folder, error).string();
+    if (error) refuse(folder, error.message());
+    if (!isPhone(path)) refuse(folder, "is not a phone's folder");
+    struct stat status {};
+    if (::stat((path + "/run").c_str(), &status) < 0 || status.st_uid != geteuid())
+        refuse(folder, "belongs to another user");
+    if (Phone* phone = find()) {
+        if (phone->mFolder != path) refuse(folder, "this process runs in " + phone->mFolder);
+        return *phone;
+    }
+    // Never destroyed: threads of the phone's user may outlive main().
+    gPhone.store(new Phone(path), std::memory_order_release);
+    return get();
+}
+
+Phone& Phone::get() {
+    if (Phone* phone = find()) return *phone;
+    fputs("no phone is open in this process\n", stderr);
+    abort();
+}
+
+Phone* Phone::find() {
+    return gPhone.load(std::memory_order_acquire);
+}
+
+}  // namespace sim

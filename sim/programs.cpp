@@ -1,0 +1,113 @@
+#include "sim/programs.h"
+
+#include <fcntl.h>
+
+#include <algorithm>
+
+#include "sim/clock.h"
+#include "sim/fd.h"
+#include "sim/kernel_log.h"
+#include "sim/log.h"
+#include "sim/logcat.h"
+#include "sim/phone.h"
+#include "sim/phone_log.h"
+#include "sim/root.h"
+#include "sim/shell.h"
+
+namespace sim {
+namespace {
+
+using Words = std::vector<std::string>;
+
+int print(int outputFd, const std::string& text) {
+    return writeAll(outputFd, text.data(), text.size()) ? 0 : 1;
+}
+
+int complain(const std::string& text) {
+    logAs("sh", kWarn, text);
+    return 1;
+}
+
+int logcat(Phone& phone, const Words& words, int outputFd) {
+    LogcatOptions options;
+    if (std::string wrong = options.parse(words); !wrong.empty())
+        return complain("logcat: " + wrong);
+    if (options.clear) {
+        phone.log().clear();
+        return 0;
+    }
+    // Without -d it would hold the caller for ever.
+    if (!options.dump) return complain("logcat: needs -d, -t or -c in a command of the service");
+    return runLogcat(phone.log().directory(), options, outputFd);
+}
+
+int dmesg(Phone& phone, const Words& words, int outputFd) {
+    if (words.empty()) return print(outputFd, phone.kernelLog().read());
+    if (words == Words{"-c"}) return print(outputFd, phone.kernelLog().readAndClear());
+    return complain("dmesg: takes -c alone");
+}
+
+// What the phone's audio services say of themselves while nothing plays.
+struct Dump {
+    const char* service;
+    const char* text;
+};
+constexpr Dump kDumps[] = {
+    {"media.audio_flinger",
+     "Libraries NOT loaded:\n\nHardware status: 0\nStandby Time mSec: 3000\n"
+     "Output thread 0xf0a03580, name AudioOut_D, tid 1021, type 0 (MIXER):\n"
+     "  Standby: yes\n  Sample rate: 48000 Hz\n  Channel count: 2\n  0 Tracks\n"},
+    {"media.audio_policy",
+     "AudioPolicyManager: primary output\n Primary Output: 13\n Phone state: AUDIO_MODE_NORMAL\n"
+     " Available output devices: 1\n  1. Type: AUDIO_DEVICE_OUT_SPEAKER\n"},
+    {"audio",
+     "MediaFocusControl dump:\n\nAudio Focus stack entries (last is top of stack):\n\n"
+     "Stream volumes (device: index)\n- STREAM_MUSIC:\n   Muted: false\n   Current: 2 (speaker): "
+     "5\n"},
+};
+
+int dumpsys(const Words& words, int outputFd) {
+    if (words.empty() || words[0][0] == '-') return complain("dumpsys: takes a service's name");
+    auto dump = std::find_if(std::begin(kDumps), std::end(kDumps),
+                             [&](const Dump& candidate) { return words[0] == candidate.service; });
+    if (dump != std::end(kDumps)) return print(outputFd, dump->text);
+    // As on a phone this is no failure of the program.
+    complain("Can't find service: " + words[0]);
+    return 0;
+}
+
+void appendVarint(std::string& out, uint64_t value) {
+    for (; value >= 0x80; value >>= 7) out += static_cast<char>(value | 0x80);
+    out += static_cast<char>(value);
+}
+
+// The shortest trace that the usual viewers read: one packet with the time since boot (field 8) on
+// a trusted sequence (field 10).
+std::string shortestTrace() {
+    std::string packet = "\x40";
+    appendVarint(packet, static_cast<uint64_t>(Clock::get().bootNanos()));
+    packet += "\x50\x01";
+    std::string trace = "\x0a";
+    appendVarint(trace, packet.size());
+    return trace + packet;
+}
+
+int perfetto(Phone& phone, const Words& words) {
+    if (words.size() != 4 || words[0] != "--config" || words[1] != ":test" || words[2] != "--out")
+        return complain("perfetto: takes --config :test --out FILE");
+    Fd out(phone.root().open(words[3].c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    if (!out.valid()) return complain("perfetto: cannot open " + words[3]);
+    return print(out.get(), shortestTrace());
+}
+
+}  // namespace
+
+void addPrograms(Phone& phone) {
+    Shell& shell = phone.shell();
+    shell.add("logcat", [&phone](const Words& words, int fd) { return logcat(phone, words, fd); });
+    shell.add("dmesg", [&phone](const Words& words, int fd) { return dmesg(phone, words, fd); });
+    shell.add("dumpsys", dumpsys);
+    shell.add("perfetto", [&phone](const Words& words, int) { return perfetto(phone, words); });
+}
+
+}  // namespace sim

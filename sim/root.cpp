@@ -1,0 +1,168 @@
+#include "sim/root.h"
+
+#include <fcntl.h>
+#include <limits.h>
+#include <string.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace sim {
+namespace {
+
+// The directories passed on the way to the current component, outermost first.
+class Walk {
+  public:
+    explicit Walk(int root) : mRoot(root) {}
+
+    int enter(std::string_view component) {
+        if (int error = descend()) return error;
+        if (component != "..") {
+            mLast = component;
+        } else {
+            if (mPassed.empty()) return EXDEV;
+            mPassed.pop_back();
+        }
+        return 0;
+    }
+
+    // Opens the last component: it must be a directory by now.
+    int descend() {
+        if (mLast.empty()) return 0;
+        Fd fd(openat(current(), mLast.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (!fd.valid()) return isLink() ? ELOOP : errno;
+        mPassed.push_back({std::move(fd), std::move(mLast)});
+        mLast.clear();
+        return 0;
+    }
+
+    int finish(Root::Place& place) {
+        if (mLast.empty() && !mPassed.empty()) {
+            mLast = std::move(mPassed.back().name);
+            mPassed.pop_back();
+        }
+        place.path.clear();
+        for (const Passed& passed : mPassed) place.path += passed.name + '/';
+        place.name = mLast.empty() ? "." : mLast;
+        place.path += place.name;
+        place.parent =
+            mPassed.empty() ? Fd(fcntl(mRoot, F_DUPFD_CLOEXEC, 0)) : std::move(mPassed.back().fd);
+        return place.parent.valid() ? 0 : errno;
+    }
+
+  private:
+    struct Passed {
+        Fd fd;
+        std::string name;
+    };
+    int current() const { return mPassed.empty() ? mRoot : mPassed.back().fd.get(); }
+    bool isLink() const {
+        const int savedErrno = errno;
+        struct stat status {};
+        bool link = fstatat(current(), mLast.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+                    S_ISLNK(status.st_mode);
+        errno = savedErrno;
+        return link;
+    }
+
+    const int mRoot;
+    std::vector<Passed> mPassed;
+    std::string mLast;  // not opened yet
+};
+
+int fail(int error) {
+    errno = error;
+    return -1;
+}
+
+// The open flags of an fopen() mode, or -1.
+int flagsOf(std::string_view mode) {
+    if (mode.empty() || std::string_view("rwa").find(mode[0]) == std::string_view::npos) return -1;
+    const bool update = mode.find('+') != mode.npos;
+    int flags = update ? O_RDWR : mode[0] == 'r' ? O_RDONLY : O_WRONLY;
+    if (mode[0] == 'w') flags |= O_CREAT | O_TRUNC;
+    if (mode[0] == 'a') flags |= O_CREAT | O_APPEND;
+    if (mode.find('x') != mode.npos) flags |= O_EXCL;
+    if (mode.find('e') != mode.npos) flags |= O_CLOEXEC;
+    return flags;
+}
+
+}  // namespace
+
+Root::Root(const std::string& directory)
+    : mDirectory(directory), mFd(::open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {
+    if (!mFd.valid()) throw std::runtime_error(directory + ": " + strerror(errno));
+}
+
+int Root::resolve(std::string_view path, Place& place) const {
+    if (path.empty()) return ENOENT;
+    if (path.size() >= PATH_MAX) return ENAMETOOLONG;
+    if (path.find('\0') != path.npos) return EINVAL;
+    Walk walk(mFd.get());
+    place.directory = path.back() == '/';
+    for (size_t end = 0; !path.empty(); path.remove_prefix(std::min(end + 1, path.size()))) {
+        end = path.find('/');
+        const std::string_view component = path.substr(0, end);
+        if (end == path.npos) end = path.size();
+        if (component == "." && end == path.size()) place.directory = true;
+        if (component.empty() || component == ".") continue;
+        if (int error = walk.enter(component)) return error;
+    }
+    return walk.finish(place);
+}
+
+int Root::open(const char* path, int flags, mode_t mode) const {
+    Place place;
+    if (int error = resolve(path, place)) return fail(error);
+    if (place.directory) {
+        if ((flags & O_CREAT) != 0) return fail(EISDIR);
+        flags |= O_DIRECTORY;
+    }
+    return openat(place.parent.get(), place.name.c_str(), flags | O_NOFOLLOW, mode);
+}
+
+FILE* Root::fopen(const char* path, const char* mode) const {
+    const int flags = flagsOf(mode);
+    if (flags < 0) {
+        errno = EINVAL;
+        return nullptr;
+    }
+    Fd fd(open(path, flags, 0666));
+    FILE* file = fd.valid() ? fdopen(fd.get(), mode) : nullptr;
+    if (file != nullptr) fd.release();
+    return file;
+}
+
+DIR* Root::opendir(const char* path) const {
+    Fd fd(open(path, O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0));
+    DIR* directory = fd.valid() ? fdopendir(fd.get()) : nullptr;
+    if (directory != nullptr) fd.release();
+    return directory;
+}
+
+int Root::stat(const char* path, struct stat* status) const {
+    Place place;
+    if (int error = resolve(path, place)) return fail(error);
+    if (fstatat(place.parent.get(), place.name.c_str(), status, AT_SYMLINK_NOFOLLOW) < 0) return -1;
+    if (S_ISLNK(status->st_mode)) return fail(ELOOP);
+    return place.directory && !S_ISDIR(status->st_mode) ? fail(ENOTDIR) : 0;
+}
+
+int Root::mkdir(const char* path, mode_t mode) const {
+    Place place;
+    if (int error = resolve(path, place)) return fail(error);
+    return mkdirat(place.parent.get(), place.name.c_str(), mode);
+}
+
+int Root::remove(const char* path) const {
+    Place place;
+    if (int error = resolve(path, place)) return fail(error);
+    const char* name = place.name.c_str();
+    if (!place.directory) {
+        if (unlinkat(place.parent.get(), name, 0) == 0) return 0;
+        if (errno != EISDIR && errno != EPERM) return -1;
+    }
+    return unlinkat(place.parent.get(), name, AT_REMOVEDIR);
+}
+
+}  // namespace sim

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <dirent.h>
+#include <stdio.h>
+#include <sys/stat.h>
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "sim/fd.h"
+
+namespace sim {
+
+// The phone's file tree, and the one function by which every phone path is mapped into it.
+//
+// A path is walked one component at a time from descriptor to descriptor; no link is followed
+// anywhere in it and ".." never leads out, so what the caller then does by the parent's descriptor
+// and the last name cannot leave the tree, whatever happens to it meanwhile.
+// A relative path starts at the phone's "/".
+// Threads: any; the object does not change.
+class Root {
+  public:
+    // Where a path leads. `name` may be missing below `parent`, and is "." for the root itself.
+    struct Place {
+        Fd parent;
+        std::string name;
+        std::string path;        // from the root, without "." and "..": "data/x", "." for the root
+        bool directory = false;  // the path ended in "/" or "."
+    };
+
+    // Throws std::runtime_error when `directory` cannot be opened.
+    explicit Root(const std::string& directory);
+
+    // 0, or the errno: ENOENT (empty path or a component missing), ENOTDIR, ELOOP (a link on the
+    // way, or as the last component of a path that must be a directory), EXDEV (out of the root),
+    // ENAMETOOLONG. The last component itself is not examined.
+    int resolve(std::string_view path, Place& place) const;
+
+    // As the C function of that name; -1 or null and errno on failure. Where
+    // that would follow a link: ELOOP, or ENOTDIR when a directory is asked for.
+    int open(const char* path, int flags, mode_t mode) const;
+    FILE* fopen(const char* path, const char* mode) const;
+    DIR* opendir(const char* path) const;
+    int stat(const char* path, struct stat* status) const;
+    int mkdir(const char* path, mode_t mode) const;
+    int remove(const char* path) const;
+
+    // The tree's own descriptor (O_PATH) and absolute workstation path.
+    int fd() const { return mFd.get(); }
+    const std::string& directory() const { return mDirectory; }
+
+  private:
+    const std::string mDirectory;
+    Fd mFd;
+};
+
+}  // namespace sim

@@ -1,0 +1,34 @@
+#include "sim/sockets.h"
+
+#include <errno.h>
+
+namespace sim {
+
+void Sockets::add(int domain, std::unique_ptr<SocketFamily> family) {
+    Lock lock(mMutex);
+    mFamilies.emplace(domain, std::move(family));
+}
+
+int Sockets::socket(int domain, int type, int protocol) {
+    if (SocketFamily* family = find(domain)) return family->socket(type, protocol);
+    errno = EAFNOSUPPORT;
+    return -1;
+}
+
+int Sockets::bind(int fd, const sockaddr* address, socklen_t length) {
+    if (address == nullptr || length < sizeof(sa_family_t)) {
+        errno = address == nullptr ? EFAULT : EINVAL;
+        return -1;
+    }
+    if (SocketFamily* family = find(address->sa_family)) return family->bind(fd, address, length);
+    errno = EAFNOSUPPORT;
+    return -1;
+}
+
+SocketFamily* Sockets::find(int domain) {
+    Lock lock(mMutex);
+    auto found = mFamilies.find(domain);
+    return found == mFamilies.end() ? nullptr : found->second.get();
+}
+
+}  // namespace sim

@@ -1,0 +1,100 @@
+#!/usr/bin/env bash
+# Installs what is missing, builds, and runs the tests.
+set -euo pipefail
+cd "$(dirname "$0")"
+
+usage() {
+    cat <<'TEXT'
+usage: ./test.sh [--all | --preset NAME] [-R REGEX]
+
+  (no option)     build the preset dev and run its tests and source checks
+  --preset NAME   the same for another preset of CMakePresets.json
+  --all           every preset: release, clang, sanitizers, 32-bit ARM under emulation, the phone's
+                  own build; then format, lint, a short run of each fuzzer and benchmark
+  -R REGEX        only the tests whose names match, as ctest takes it
+  --help          this text
+
+Builds and logs go to build/. The last line sums up the tests of all presets.
+TEXT
+}
+
+refuse() {
+    echo "test.sh: $*" >&2
+    usage >&2
+    exit 2
+}
+
+parse() {
+    all=no preset=dev regex=
+    while [ $# -gt 0 ]; do
+        case $1 in
+            --all) all=yes ;;
+            --preset) preset=${2:?--preset takes a name} && shift ;;
+            -R) regex=${2:?-R takes an expression} && shift ;;
+            --help | -h) usage && exit ;;
+            *) refuse "no option '$1'" ;;
+        esac
+        shift
+    done
+}
+
+jobs=$(nproc)
+. tools/stages.sh
+
+build() {
+    cmake --preset "$1" && cmake --build --preset "$1" -j "$jobs"
+}
+
+run_tests() {
+    local options=(-j "$jobs" --no-tests=error)
+    [ -z "$regex" ] || options+=(-R "$regex")
+    "${@:2}" ctest --preset "$1" "${options[@]}"
+}
+
+# The thread sanitizer's memory map does not bear every randomised address; some containers do not
+# let a process switch that off.
+steady_addresses() {
+    if setarch -R true 2>/dev/null; then setarch -R "$@"; else "$@"; fi
+}
+
+tests_of() {
+    case $1 in
+        phone-*) echo "                   $(wc -c <"build/$1/libpeltoservice.stripped.so") bytes, stripped" ;;
+        tsan) stage "$1: tests" run_tests "$1" steady_addresses ;;
+        *) stage "$1: tests" run_tests "$1" ;;
+    esac
+}
+
+preset() {
+    stage "$1: build" build "$1" && tests_of "$1"
+}
+
+# A failed stage is noted and does not keep the others from running.
+everything() {
+    stage 'scripts' tools/check_scripts.sh || true
+    stage 'format' tools/check_format.sh || true
+    preset dev || true
+    preset phone-check || true
+    preset phone-arm32 || true
+    preset clang-safety || true
+    stage 'tidy' tools/check_tidy.sh build/clang-safety || true
+    preset asan-ubsan || true
+    preset tsan || true
+    preset arm32 || true
+    if preset release; then stage 'benchmarks' tools/run_benchmarks.sh build/release || true; fi
+    if stage 'fuzz: build' build fuzz; then stage 'fuzzers' tools/run_fuzzers.sh build/fuzz 10 || true; fi
+}
+
+# What a preset needs beyond a compiler and GoogleTest.
+level() {
+    if [ "$all" = no ] && [ "$preset" = dev ]; then echo test; else echo all; fi
+}
+
+main() {
+    parse "$@"
+    tools/setup.sh "$(level)"
+    if [ "$all" = yes ]; then everything; else preset "$preset" || true; fi
+    sum_up
+}
+
+main "$@"

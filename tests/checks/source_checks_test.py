@@ -1,0 +1,127 @@
+"""Each source check finds a planted violation and passes what is right."""
+
+import sys
+import tempfile
+import unittest
+from pathlib import Path
+
+sys.dont_write_bytecode = True
+sys.path.insert(0, str(Path(__file__).resolve().parents[2] / "tools"))
+import check_annotations  # noqa: E402
+import check_doors  # noqa: E402
+import check_includes  # noqa: E402
+
+
+class Tree(unittest.TestCase):
+    def setUp(self):
+        folder = tempfile.TemporaryDirectory()
+        self.addCleanup(folder.cleanup)
+        self.root = Path(folder.name)
+
+    def file(self, path, text):
+        (self.root / path).parent.mkdir(parents=True, exist_ok=True)
+        (self.root / path).write_text(text)
+
+    def assert_each_refused(self, check, path, lines):
+        for line in lines:
+            self.file(path, f"\n{line}\n")
+            problems = check(self.root)
+            self.assertEqual(len(problems), 1, line)
+            self.assertTrue(problems[0].startswith(f"{path}:2: "), problems[0])
+        (self.root / path).unlink()
+
+    def assert_accepted(self, check, path, text):
+        self.file(path, text)
+        self.assertEqual(check(self.root), [])
+
+
+class Includes(Tree):
+    def setUp(self):
+        super().setUp()
+        for header in (
+            "platform/utils/RefBase.h",
+            "looper/L.h",
+            "event/E.h",
+            "gpu/G.h",
+            "service/S.h",
+            "phone/phone.h",
+            "sim/clock.h",
+        ):
+            self.file(header, "")
+
+    def test_product_leans_one_way_only(self):
+        up = ['#include "event/E.h"', '  # include "service/S.h"', '#include "sim/clock.h"']
+        self.assert_each_refused(check_includes.check, "looper/L.cpp", up)
+        side = ['#include "gpu/G.h"', '#include "host/x.h"', '#include "client/x.h"']
+        self.assert_each_refused(check_includes.check, "logcapture/C.cpp", side)
+        self.assert_each_refused(check_includes.check, "gpu/G.cpp", ['#include "service/S.h"'])
+
+    def test_no_way_round(self):
+        ways = ['#include "../sim/clock.h"', "#include <sim/clock.h>", '#include "gone.h"']
+        ways += ["#include <nlohmann/json.hpp>", "#include <gtest/gtest.h>"]
+        self.assert_each_refused(check_includes.check, "event/E.cpp", ways)
+
+    def test_simulated_phone_is_behind_the_stand_ins_sources(self):
+        self.assert_each_refused(
+            check_includes.check, "platform/utils/Clock.h", ['#include "sim/clock.h"']
+        )
+        self.assert_each_refused(
+            check_includes.check, "phone/phone_device.cpp", ['#include "sim/clock.h"']
+        )
+        self.assert_each_refused(
+            check_includes.check, "sim/clock.cpp", ["#include <utils/RefBase.h>"]
+        )
+
+    def test_what_is_right_passes(self):
+        for path, text in {
+            "service/S.cpp": '#include "gpu/G.h"\n#include <utils/RefBase.h>',
+            "kernel/K.cpp": '#include "service/S.h"\n#include <linux/netlink.h>',
+            "kernel/K.h": '#include "phone/phone.h"\n#include "event/E.h"',
+            "looper/L.cpp": '#include "L.h"\n#include <sys/epoll.h>\n// #include "sim/clock.h"',
+            "looper/L_test.cpp": '#include "sim/clock.h"\n#include <gtest/gtest.h>',
+            "phone/phone_workstation.cpp": '#include "phone/phone.h"\n#include "sim/clock.h"',
+            "platform/utils/Clock.cpp": '#include <utils/RefBase.h>\n#include "sim/clock.h"',
+            "client/main.cpp": '#include <CLI/CLI.hpp>\n#include "sim/clock.h"',
+        }.items():
+            self.assert_accepted(check_includes.check, path, text)
+
+
+class Doors(Tree):
+    def test_bare_calls_are_refused(self):
+        calls = ["int fd = open(path, 0);", "return ::poll(&p, 1, 0);", "std::remove(path);"]
+        calls += ["if (system (line)) {", "else sleep(1);", "std::filesystem::exists(p);"]
+        calls += ["auto t = std::chrono::steady_clock::now();", "std::ifstream in(path);"]
+        calls += ["x = '\"' + time(nullptr);", "f(1'000, getenv(name));", "(void)std::fopen(a, b);"]
+        calls += ["std::this_thread::sleep_for(1s);"]
+        self.assert_each_refused(check_doors.check, "gpu/G.cpp", calls)
+
+    def test_what_is_right_passes(self):
+        self.assert_accepted(
+            check_doors.check,
+            "gpu/G.cpp",
+            """
+            int fd = phone::open(path, 0); fds.remove(fd); file->open(path); this->poll(1);
+            /* open( */ // sleep(1)
+            log("system(%s) and time( ");
+            const char* raw = R"x(open(" fopen()x";
+            void Registry::remove(const Key& key);
+            items.erase(std::remove(items.begin(), items.end(), key), items.end());
+            dueTime(1); reopen(2); auto f = std::bind(g, 1);
+            """,
+        )
+
+    def test_only_shipped_files_are_looked_at(self):
+        self.assert_accepted(check_doors.check, "gpu/G_test.cpp", "open(path, 0);")
+        self.assert_accepted(check_doors.check, "sim/files.cpp", "open(path, 0);")
+
+
+class Annotations(Tree):
+    def test_analysis_stays_on(self):
+        off = ["void f() NO_THREAD_SAFETY_ANALYSIS;", "__attribute__((no_thread_safety_analysis))"]
+        off += ['#pragma clang diagnostic ignored "-Wthread-safety-analysis"']
+        self.assert_each_refused(check_annotations.check, "event/E.h", off)
+        self.assert_accepted(check_annotations.check, "event/E.h", "void f() REQUIRES(mLock);")
+
+
+if __name__ == "__main__":
+    unittest.main()

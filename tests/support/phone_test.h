@@ -1,0 +1,72 @@
+#pragma once
+
+#include <android/log.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "sim/phone.h"
+
+// A test on a fresh phone, in a folder of its own that is removed at the end. A process runs one
+// such test, since a process has one phone (ctest starts one process a test).
+//
+// Paths are phone paths. Threads: the verbs from any thread.
+class PhoneTest : public testing::Test {
+  protected:
+    struct Line {
+        int priority;
+        std::string tag;
+        std::string message;
+        pid_t tid;
+    };
+
+    void SetUp() override;
+    void TearDown() override;
+
+    sim::Phone& phone() { return sim::Phone::get(); }
+
+    // Writes a file, making its directories.
+    void file(const std::string& path, const std::string& content);
+    // Of a file; "" and a failure of the test when it cannot be read.
+    std::string contents(const std::string& path);
+    bool exists(const std::string& path);
+    // Names in a directory, sorted.
+    std::vector<std::string> names(const std::string& directory);
+
+    // Whether this process has logged the line, `times` times or more; the waiting form gives it
+    // time until one generous deadline.
+    bool logged(int priority, const std::string& tag, const std::string& message, int times = 1);
+    bool waitLogged(int priority, const std::string& tag, const std::string& message,
+                    int times = 1);
+    // The messages logged under a tag, in order; all records.
+    std::vector<std::string> logLines(const std::string& tag);
+    std::vector<Line> log();
+    void forgetLog();
+
+    // The command lines the product asked for, word for word.
+    std::vector<std::string> commands();
+
+    bool setProperty(const std::string& key, const std::string& value);
+    std::string property(const std::string& key);
+
+    // Moves the phone's clock on; waitForSleepers() first where a thread must be asleep by then.
+    void advance(std::chrono::nanoseconds step);
+    void holdClock();
+    bool waitForSleepers(int count);
+
+    static constexpr std::chrono::seconds kPatience{30};
+
+  private:
+    std::string host(const std::string& path) { return mFolder + "/fs/" + path; }
+    int count(const Line& wanted) const;  // under mMutex
+
+    std::string mFolder;
+    std::mutex mMutex;
+    std::condition_variable mChanged;
+    std::deque<Line> mLines;  // under mMutex
+};

@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# Refuses sources, tests aside, that clang-tidy objects to.
+#
+#   tools/check_tidy.sh BUILD_DIR     a folder with a compile_commands.json made for clang
+set -euo pipefail
+cd "$(dirname "$0")/.."
+build=${1:?a build folder with compile_commands.json}
+
+sources() {
+    sed -n "s|^ *\"file\": \"$PWD/\\(.*\\)\",\\{0,1\\}\$|\\1|p" "$build/compile_commands.json" |
+        grep -vE '^(build|tests|bench|fuzz)/|_test\.cpp$' | sort -u
+}
+
+# Its count of what it does not show is noise.
+sources | xargs -r -n 2 -P "$(nproc)" clang-tidy --quiet -p "$build" 2> >(grep -v 'generated\.$' >&2)

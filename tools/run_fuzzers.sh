@@ -1,0 +1,30 @@
+#!/usr/bin/env bash
+# Runs each fuzzer for a while, from its seeds in fuzz/seeds/NAME. What makes one fail is kept in
+# BUILD_DIR/findings/.
+#
+#   tools/run_fuzzers.sh BUILD_DIR SECONDS
+set -euo pipefail
+cd "$(dirname "$0")/.."
+build=${1:?a build folder} seconds=${2:?seconds for each}
+
+fuzz() {
+    local name corpus folders status=0
+    name=$(basename "$1")
+    corpus=$(mktemp -d)
+    folders=("$corpus")
+    [ ! -d "fuzz/seeds/$name" ] || folders+=("fuzz/seeds/$name")
+    echo "== $name"
+    timeout $((seconds + 60)) "$1" -max_total_time="$seconds" -timeout=10 -print_final_stats=1 \
+        -artifact_prefix="$build/findings/$name-" "${folders[@]}" || status=$?
+    rm -rf "$corpus"
+    return $status
+}
+
+mkdir -p "$build/findings"
+failed=0
+for program in "$build"/fuzz/*; do
+    if [ -f "$program" ] && [ -x "$program" ]; then
+        fuzz "$program" || failed=1
+    fi
+done
+exit $failed
