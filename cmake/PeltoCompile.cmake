@@ -3,6 +3,9 @@ find_package(Threads REQUIRED)
 
 add_library(pelto_compile INTERFACE)
 target_include_directories(pelto_compile INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/platform)
+# Directory positions of the workstation's file systems do not fit 32 bits: readdir() of a 32-bit build
+# would end early without it.
+target_compile_definitions(pelto_compile INTERFACE _FILE_OFFSET_BITS=64)
 target_compile_options(pelto_compile INTERFACE
   -Wall -Wextra -Wshadow -Wformat=2 -Wundef -Wnon-virtual-dtor -Woverloaded-virtual -Werror)
 

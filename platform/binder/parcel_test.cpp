@@ -1,7 +1,7 @@
 #include <binder/Parcel.h>
-
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
 
 #include "platform/binder/testing/test_service.h"
@@ -21,23 +21,49 @@ const String16 kText16("sixteen");
 
 const Item kItems[] = {
     {[](Parcel& p) { p.writeInt32(-7); },
-     [](const Parcel& p) { int32_t v; return p.readInt32(&v) == OK && v == -7; }},
+     [](const Parcel& p) {
+         int32_t v;
+         return p.readInt32(&v) == OK && v == -7;
+     }},
     {[](Parcel& p) { p.writeInt64(INT64_MIN + 1); },
-     [](const Parcel& p) { int64_t v; return p.readInt64(&v) == OK && v == INT64_MIN + 1; }},
+     [](const Parcel& p) {
+         int64_t v;
+         return p.readInt64(&v) == OK && v == INT64_MIN + 1;
+     }},
     {[](Parcel& p) { p.writeBool(true); },
-     [](const Parcel& p) { bool v; return p.readBool(&v) == OK && v; }},
+     [](const Parcel& p) {
+         bool v;
+         return p.readBool(&v) == OK && v;
+     }},
     {[](Parcel& p) { p.writeCString("four"); },
-     [](const Parcel& p) { const char* v = p.readCString(); return v != nullptr && v == std::string("four"); }},
+     [](const Parcel& p) {
+         const char* v = p.readCString();
+         return v != nullptr && v == std::string("four");
+     }},
     {[](Parcel& p) { p.writeString8(kText); },
-     [](const Parcel& p) { String8 v; return p.readString8(&v) == OK && v == kText; }},
+     [](const Parcel& p) {
+         String8 v;
+         return p.readString8(&v) == OK && v == kText;
+     }},
     {[](Parcel& p) { p.writeString8(String8()); },
-     [](const Parcel& p) { String8 v("x"); return p.readString8(&v) == OK && v.isEmpty(); }},
+     [](const Parcel& p) {
+         String8 v("x");
+         return p.readString8(&v) == OK && v.isEmpty();
+     }},
     {[](Parcel& p) { p.writeInterfaceToken(kText16); },
-     [](const Parcel& p) { return !p.enforceInterface(String16("sixteem")) && p.enforceInterface(kText16); }},
+     [](const Parcel& p) {
+         return !p.enforceInterface(String16("sixteem")) && p.enforceInterface(kText16);
+     }},
     {[](Parcel& p) { p.writeString16(kText16); },
-     [](const Parcel& p) { String16 v; return p.readString16(&v) == OK && v == kText16; }},
+     [](const Parcel& p) {
+         String16 v;
+         return p.readString16(&v) == OK && v == kText16;
+     }},
     {[](Parcel& p) { p.writeStrongBinder(nullptr); },
-     [](const Parcel& p) { sp<IBinder> v; return p.readNullableStrongBinder(&v) == OK && v == nullptr; }},
+     [](const Parcel& p) {
+         sp<IBinder> v;
+         return p.readNullableStrongBinder(&v) == OK && v == nullptr;
+     }},
 };
 
 // How many items, from the first on, read back; a failed one must not move the position.
@@ -69,8 +95,8 @@ TEST(Parcel, everyTruncationReadsWhatIsWholeAndNothingElse) {
     for (size_t size = 0; size <= whole.dataSize(); ++size) {
         Parcel part;
         part.setData(whole.data(), size);
-        const size_t fit = static_cast<size_t>(
-            std::upper_bound(ends.begin(), ends.end(), size) - ends.begin());
+        const size_t fit =
+            static_cast<size_t>(std::upper_bound(ends.begin(), ends.end(), size) - ends.begin());
         // A string's padding may be missing.
         EXPECT_GE(readBack(part), fit);
         EXPECT_LE(readBack(part), fit + 1);
@@ -103,7 +129,7 @@ TEST(Parcel, lengthsThatLieAreRefused) {
 }
 
 TEST(Parcel, objectsAreThoseWrittenAsSuch) {
-    const sp<IBinder> object = sp<testing::TestService>::make();
+    const sp<IBinder> object = sp<binder_test::TestService>::make();
     Parcel parcel;
     parcel.writeStrongBinder(object);
     parcel.writeStrongBinder(object);

@@ -4,6 +4,7 @@
 
 #include <poll.h>
 #include <signal.h>
+#include <sim/fd.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,11 +13,9 @@
 #include <string>
 #include <vector>
 
-#include <sim/fd.h>
-
 #include "platform/binder/testing/test_service.h"
 
-namespace android::testing {
+namespace android::binder_test {
 
 class Peer {
   public:
@@ -82,4 +81,4 @@ class Peer {
     sim::Fd mIn, mOut;
 };
 
-}  // namespace android::testing
+}  // namespace android::binder_test

@@ -3,26 +3,29 @@
 //   serve   publishes a TestService under NAME and says "up"
 //   give    finds NAME, gives it a TestService of its own to keep and says "given"
 // and obeys the lines it is told:
+//   enter   says "entered" once a waiting call runs
 //   release the waiting call may return
 //   notes N waits for N notes, says "ordered" when they are 0, 1, 2, ... and "disordered" otherwise
 //   stop    shuts down, says "ended" once the pool has, and exits
+#include <binder/IServiceManager.h>
+#include <binder/ProcessState.h>
+#include <sim/phone.h>
 #include <unistd.h>
 
 #include <iostream>
 #include <string>
-
-#include <binder/IServiceManager.h>
-#include <binder/ProcessState.h>
-#include <sim/phone.h>
+#include <thread>
 
 #include "platform/binder/testing/test_service.h"
 
 using namespace android;
-using android::testing::TestService;
+using android::binder_test::TestService;
 
 namespace {
 
-void say(const std::string& line) { std::cout << line << std::endl; }
+void say(const std::string& line) {
+    std::cout << line << std::endl;
+}
 
 bool begin(const std::string& role, const String16& name, const sp<TestService>& service) {
     if (role == "serve") {
@@ -46,6 +49,7 @@ bool inOrder(const std::vector<int32_t>& notes) {
 }
 
 void obey(const std::string& line, TestService& service) {
+    if (line == "enter") say(service.entered.wait() ? "entered" : "");
     if (line == "release") service.released.open();
     if (line.rfind("notes ", 0) == 0) {
         const bool all = service.waitForNotes(std::stoul(line.substr(6)));

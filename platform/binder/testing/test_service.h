@@ -1,17 +1,17 @@
 // An object for tests with an operation for everything that can travel, and a latch.
 #pragma once
 
+#include <binder/IInterface.h>
+#include <binder/IPCThreadState.h>
+#include <binder/Parcel.h>
+
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
 #include <string>
 #include <vector>
 
-#include <binder/IInterface.h>
-#include <binder/IPCThreadState.h>
-#include <binder/Parcel.h>
-
-namespace android::testing {
+namespace android::binder_test {
 
 constexpr std::chrono::seconds kPatience{30};  // a deadline that only fails
 
@@ -93,8 +93,7 @@ class TestService : public BBinder {
     Latch entered, released;
 
   protected:
-    status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply,
-                        uint32_t flags) override {
+    status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) override {
         switch (code) {
             case ECHO:
                 return reply->write(data.data(), data.dataSize());
@@ -166,4 +165,4 @@ inline status_t echo(const sp<IBinder>& object, const String8& text, String8* an
     return status;
 }
 
-}  // namespace android::testing
+}  // namespace android::binder_test
