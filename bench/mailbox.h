@@ -1,0 +1,45 @@
+#pragma once
+
+#include <mutex>
+#include <vector>
+
+#include "bench/peer.h"
+
+namespace bench {
+
+// The batch mailbox that an engineer writes by hand in front of a loop: posts go into one vector,
+// the loop swaps it out and works it off without the lock.
+class Mailbox {
+  public:
+    // True when the loop must be told: it has nothing to do and has not been told yet.
+    bool put(const Message& message) {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mIn.push_back(message);
+        const bool tell = !mTold;
+        mTold = true;
+        return tell;
+    }
+
+    void drain(const Receiver& receive) {
+        for (;;) {
+            {
+                std::lock_guard<std::mutex> lock(mMutex);
+                mOut.clear();
+                mIn.swap(mOut);
+                if (mOut.empty()) {
+                    mTold = false;
+                    return;
+                }
+            }
+            for (const Message& message : mOut) receive(message);
+        }
+    }
+
+  private:
+    std::mutex mMutex;
+    std::vector<Message> mIn;
+    std::vector<Message> mOut;
+    bool mTold = false;
+};
+
+}  // namespace bench

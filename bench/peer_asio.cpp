@@ -1,0 +1,51 @@
+#include <asio.hpp>
+
+#include "bench/mailbox.h"
+
+namespace bench {
+namespace {
+
+// asio::post with the message captured: the idiomatic way, one queue entry a message.
+class AsioPostPeer : public Peer {
+  public:
+    using Peer::Peer;
+
+    void post(const Message& message) override {
+        asio::post(mContext, [this, message] { receive(message); });
+    }
+    void postIn(int64_t nanos, const Message& message) override {
+        auto timer =
+            std::make_shared<asio::steady_timer>(mContext, std::chrono::nanoseconds(nanos));
+        timer->async_wait([this, timer, message](const asio::error_code&) { receive(message); });
+    }
+    void run() override { mContext.run(); }
+    void quit() override { mContext.stop(); }
+
+  private:
+    asio::io_context mContext{1};  // one thread runs it
+    const asio::executor_work_guard<asio::io_context::executor_type> mWork =
+        asio::make_work_guard(mContext);
+};
+
+class AsioMailboxPeer : public Peer {
+  public:
+    using Peer::Peer;
+
+    void post(const Message& message) override {
+        if (mMailbox.put(message)) asio::post(mContext, [this] { mMailbox.drain(receive); });
+    }
+    void run() override { mContext.run(); }
+    void quit() override { mContext.stop(); }
+
+  private:
+    asio::io_context mContext{1};
+    const asio::executor_work_guard<asio::io_context::executor_type> mWork =
+        asio::make_work_guard(mContext);
+    Mailbox mMailbox;
+};
+
+const Registration post("asio-post", make<AsioPostPeer>);
+const Registration mailbox("asio-mailbox", make<AsioMailboxPeer>);
+
+}  // namespace
+}  // namespace bench

@@ -1,0 +1,261 @@
+#include "bench/workloads.h"
+
+#include <semaphore.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstring>
+#include <fstream>
+#include <random>
+#include <thread>
+#include <vector>
+
+namespace bench {
+
+namespace {
+
+int64_t nowNanos() {
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return int64_t{now.tv_sec} * 1000000000 + now.tv_nsec;
+}
+
+class Semaphore {
+  public:
+    explicit Semaphore(unsigned value) { sem_init(&mSemaphore, 0, value); }
+    ~Semaphore() { sem_destroy(&mSemaphore); }
+    void wait() {
+        while (sem_wait(&mSemaphore) != 0) {
+        }
+    }
+    void post() { sem_post(&mSemaphore); }
+
+  private:
+    sem_t mSemaphore;
+};
+
+// Keeps the compiler from dropping what a handler reads.
+std::atomic<uint64_t> gRead{0};
+
+void readMessage(const Message& message, bool whole) {
+    uint64_t sum = static_cast<uint64_t>(message.what);
+    if (whole) {
+        for (size_t i = 0; i < sizeof message.text; i += sizeof(uint64_t)) {
+            uint64_t word;
+            memcpy(&word, message.text + i, sizeof word);
+            sum += word;
+        }
+    }
+    gRead.store(sum, std::memory_order_relaxed);
+}
+
+// A field of /proc/self/status, in bytes.
+double statusBytes(const std::string& field) {
+    std::ifstream status("/proc/self/status");
+    for (std::string word; status >> word;) {
+        double kilobytes;
+        if (word == field && status >> kilobytes) return kilobytes * 1024;
+    }
+    return 0;
+}
+
+double percentile(std::vector<int64_t>& values, double share) {
+    if (values.empty()) return 0;
+    const auto at = static_cast<ptrdiff_t>(share * static_cast<double>(values.size() - 1));
+    std::nth_element(values.begin(), values.begin() + at, values.end());
+    return static_cast<double>(values[static_cast<size_t>(at)]);
+}
+
+Message messageOf(int32_t what) {
+    Message message;
+    memset(&message, what & 0x7f, sizeof message);
+    message.what = what;
+    return message;
+}
+
+// The loop on a thread of its own, counting what it receives; `each` runs in the handler.
+class Running {
+  public:
+    using Each = std::function<void(const Message&, Peer&)>;
+    Running(MakePeer make, Each each)
+        : mEach(std::move(each)),
+          mPeer(make([this](const Message& message) { mEach(message, *mPeer); })),
+          mThread([this] { mPeer->run(); }) {}
+    ~Running() { join(); }
+
+    Peer& peer() { return *mPeer; }
+    void join() {
+        if (mThread.joinable()) mThread.join();
+    }
+
+  private:
+    const Each mEach;
+    std::unique_ptr<Peer> mPeer;
+    std::thread mThread;
+};
+
+Figures produce(const Options& options, Semaphore* credits) {
+    const size_t each = options.messages / static_cast<size_t>(options.producers);
+    const size_t total = each * static_cast<size_t>(options.producers);
+    size_t received = 0;
+    int64_t end = 0;
+    Running loop(options.make, [&](const Message& message, Peer& peer) {
+        readMessage(message, options.readWhole);
+        if (credits != nullptr) credits->post();
+        if (++received < total) return;
+        end = nowNanos();
+        peer.quit();
+    });
+    std::atomic<bool> go{false};
+    std::vector<std::thread> producers;
+    for (int p = 0; p < options.producers; ++p) {
+        producers.emplace_back([&, p] {
+            const Message message = messageOf(p);
+            while (!go) std::this_thread::yield();
+            for (size_t i = 0; i < each; ++i) {
+                if (credits != nullptr) credits->wait();
+                loop.peer().post(message);
+            }
+        });
+    }
+    const int64_t begin = nowNanos();
+    go = true;
+    for (auto& producer : producers) producer.join();
+    loop.join();
+    return {{"rate", static_cast<double>(total) * 1e9 / static_cast<double>(end - begin)}};
+}
+
+}  // namespace
+
+Figures flatOut(const Options& options) {
+    return produce(options, nullptr);
+}
+
+Figures bounded(const Options& options) {
+    Semaphore credits(256);
+    return produce(options, &credits);
+}
+
+Figures wakeLatency(const Options& options) {
+    std::vector<int64_t> latencies;
+    Semaphore received(0);
+    int64_t sent = 0;
+    Running loop(options.make, [&](const Message& message, Peer& peer) {
+        latencies.push_back(nowNanos() - sent);
+        if (message.what != 0) peer.quit();
+        received.post();
+    });
+    for (size_t i = options.messages; i-- > 0;) {
+        usleep(100);  // long enough for the loop to fall asleep
+        const Message message = messageOf(i == 0);
+        sent = nowNanos();
+        loop.peer().post(message);
+        received.wait();
+    }
+    loop.join();
+    return {{"p50", percentile(latencies, 0.5)}, {"p99", percentile(latencies, 0.99)}};
+}
+
+// Short queues are drained over and over, so that as many messages are timed.
+Figures drain(const Options& options) {
+    const size_t count = options.messages;
+    const size_t rounds = std::max<size_t>(1, 200000 / count);
+    Semaphore open(0);
+    Semaphore held(0);
+    size_t received = 0;
+    int64_t end = 0;
+    Running loop(options.make, [&](const Message& message, Peer& peer) {
+        if (message.what == 1) {
+            held.post();
+            open.wait();
+            return;
+        }
+        readMessage(message, options.readWhole);
+        if (++received % count != 0) return;
+        end = nowNanos();
+        if (received == count * rounds) peer.quit();
+        held.post();
+    });
+    const double before = statusBytes("VmRSS:");
+    std::vector<int64_t> times;
+    for (size_t round = 0; round < rounds; ++round) {
+        loop.peer().post(messageOf(1));
+        held.wait();
+        const Message message = messageOf(2);
+        for (size_t i = 0; i < count; ++i) loop.peer().post(message);
+        const int64_t begin = nowNanos();
+        open.post();
+        held.wait();
+        times.push_back(end - begin);
+    }
+    const double after = statusBytes("VmRSS:");
+    loop.join();
+    const double waiting = static_cast<double>(count * sizeof(Message));
+    return {{"ns", percentile(times, 0.5) / static_cast<double>(count)},
+            {"peak_share", (statusBytes("VmHWM:") - before) / waiting},
+            {"kept_share", (after - before) / waiting}};
+}
+
+Figures delayed(const Options& options) {
+    constexpr int64_t kFirst = 300'000'000;
+    constexpr int64_t kSpread = 500'000'000;
+    std::mt19937_64 random(options.messages);
+    std::vector<int64_t> due(options.messages);
+    for (int64_t& time : due) {
+        time = kFirst + static_cast<int64_t>(random() % kSpread);
+    }
+    std::vector<int64_t> lateness;
+    int64_t insertNanos = 0;
+    int64_t start = 0;
+    int64_t last = 0;
+    double early = 0;
+    double unordered = 0;
+    Running loop(options.make, [&](const Message& message, Peer& peer) {
+        if (message.what < 0) {
+            Message delayedMessage = messageOf(0);
+            start = nowNanos();
+            for (size_t i = 0; i < due.size(); ++i) {
+                delayedMessage.what = static_cast<int32_t>(i);
+                peer.postIn(due[i], delayedMessage);
+            }
+            insertNanos = nowNanos() - start;
+            return;
+        }
+        const int64_t wanted = due[static_cast<size_t>(message.what)];
+        const int64_t late = nowNanos() - start - wanted;
+        early += late < 0;
+        // The due time counts from its own insertion: only more than that is out of order.
+        unordered += wanted + insertNanos < last;
+        last = std::max(last, wanted);
+        lateness.push_back(late);
+        if (lateness.size() == due.size()) peer.quit();
+    });
+    loop.peer().post(messageOf(-1));
+    loop.join();
+    return {{"insert_ns", static_cast<double>(insertNanos) / static_cast<double>(due.size())},
+            {"late_p50", percentile(lateness, 0.5)},
+            {"late_p99", percentile(lateness, 0.99)},
+            {"early", early},
+            {"unordered", unordered}};
+}
+
+Figures selfPost(const Options& options) {
+    size_t left = options.messages;
+    const Message message = messageOf(0);
+    int64_t begin = 0;
+    int64_t end = 0;
+    Running loop(options.make, [&](const Message& received, Peer& peer) {
+        readMessage(received, options.readWhole);
+        if (begin == 0) begin = nowNanos();
+        if (--left > 0) return peer.post(message);
+        end = nowNanos();
+        peer.quit();
+    });
+    loop.peer().post(message);
+    loop.join();
+    return {{"ns", static_cast<double>(end - begin) / static_cast<double>(options.messages)}};
+}
+
+}  // namespace bench
