@@ -9,6 +9,14 @@ namespace {
 constexpr size_t kLeastCapacity = 64;
 // A key array that grew beyond this is given back when the queue has run empty.
 constexpr size_t kKeptCapacity = 1024;
+
+// The library's copy, the size hidden from the compiler: what it would put in place for a record
+// of this size is three times slower.
+void copyMessage(PeltoMessage* to, const PeltoMessage& from) {
+    size_t size = sizeof from;
+    asm("" : "+r"(size));
+    memcpy(to, &from, size);
+}
 }  // namespace
 
 MessageQueue::~MessageQueue() {
@@ -24,8 +32,7 @@ bool MessageQueue::insert(nsecs_t uptime, const sp<PeltoMessageHandler>& handler
     MessageEnvelope* envelope = mPool.take();
     envelope->uptime = uptime;
     envelope->handler = handler;
-    // The library's copy: the compiler's own of a struct this size is three times slower.
-    memcpy(&envelope->message, &message, sizeof message);
+    copyMessage(&envelope->message, message);
 
     if (mHead == 0 || mTail == mCapacity) makeRoom();
     const size_t place = placeFor(uptime);
@@ -81,6 +88,8 @@ void MessageQueue::moveTo(size_t capacity, size_t head) {
 
 MessageEnvelope* MessageQueue::takeFirst() {
     MessageEnvelope* const envelope = mKeys[mHead++].envelope;
+    // The next one is on its way while this one's handler runs.
+    if (!isEmpty()) __builtin_prefetch(mKeys[mHead].envelope);
     settleWhenEmpty();
     return envelope;
 }

@@ -7,6 +7,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "looper/ShortLock.h"
 #include "looper/log_tag.h"
 
 namespace android {
@@ -70,7 +71,7 @@ void PeltoLooper::enqueue(nsecs_t uptime, nsecs_t latestReading,
                           const sp<PeltoMessageHandler>& handler, const PeltoMessage& message) {
     bool sendWake;
     {
-        Mutex::Autolock lock(mLock);
+        const ShortLock lock(mLock);
         if (latestReading > mLatestReading) mLatestReading = latestReading;
         const bool first = mMessageEnvelopes.insert(uptime, handler, message);
         // After a handler the queue is looked at again before the looper sleeps.

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "looper/PeltoLooper.h"
+#include "looper/ShortLock.h"
 #include "looper/log_tag.h"
 
 namespace android {
@@ -70,7 +71,7 @@ int32_t PeltoLooper::pollInner(int32_t timeoutMillis) {
     const int error = errno;
     mPolling.store(false, std::memory_order_relaxed);
 
-    mLock.lock();
+    ShortLock::take(mLock);
     int32_t result = collectEventsLocked(items, count, error);
     result = deliverMessagesLocked(result);
     mLock.unlock();
@@ -161,7 +162,7 @@ void PeltoLooper::deliverFirstLocked() {
     mLock.unlock();
     if (envelope->handler != nullptr) envelope->handler->handleMessage(envelope->message);
     envelope->handler.clear();
-    mLock.lock();
+    ShortLock::take(mLock);
     mMessageEnvelopes.giveBack(envelope);
     mSendingMessage = false;
 }

@@ -57,8 +57,8 @@ class Arguments {
         Root::Place archive;
         if (!place(mWords[1], archive)) return false;
         if (archive.directory) return refuse(mWords[1], strerror(EISDIR));
-        // By default the archive's name may name a machine, and a name is unquoted.
-        mOut.insert(mOut.end(), {"--force-local", "--no-unquote", "-czf", operand(archive)});
+        // The "./" of the operand also keeps a colon in it from naming a machine.
+        mOut.insert(mOut.end(), {"--no-unquote", "-czf", operand(archive)});
         std::string directory = "/";
         for (mNext = 2; mNext < mWords.size(); ++mNext) {
             const std::string& word = mWords[mNext];

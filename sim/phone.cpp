@@ -11,6 +11,7 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "sim/control.h"
 #include "sim/fd.h"
 #include "sim/kernel_log.h"
 #include "sim/log.h"
@@ -79,7 +80,8 @@ Phone::Phone(const std::string& folder)
       mProperties(new Properties(runDir() + "/properties", *mServices)),
       mKernelLog(new KernelLog(runDir() + "/kernel_log")),
       mShell(new Shell(*mRoot)),
-      mSockets(new Sockets) {
+      mSockets(new Sockets),
+      mControl(new Control(runDir())) {
     addPrograms(*this);
 }
 

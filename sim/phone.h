@@ -5,6 +5,7 @@
 
 namespace sim {
 
+class Control;
 class KernelLog;
 class Log;
 class Properties;
@@ -39,6 +40,7 @@ class Phone {
     KernelLog& kernelLog() { return *mKernelLog; }
     Shell& shell() { return *mShell; }
     Sockets& sockets() { return *mSockets; }
+    Control& control() { return *mControl; }
 
     // Absolute workstation paths, without a slash at the end.
     std::string folder() const { return mFolder; }
@@ -56,6 +58,7 @@ class Phone {
     std::unique_ptr<KernelLog> mKernelLog;
     std::unique_ptr<Shell> mShell;
     std::unique_ptr<Sockets> mSockets;
+    std::unique_ptr<Control> mControl;
 };
 
 }  // namespace sim

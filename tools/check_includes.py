@@ -3,7 +3,8 @@
 
 The product's folders lean one way only: service over kernel, gpu, logcapture and testlistener,
 these over event, event over looper. Beyond that a folder may include what MAY_INCLUDE names and
-the headers of the language and the system.
+the headers of the language and the system. The headers directly in platform/LIBRARY/ are those the
+phone has too, so nothing of sim/ may be in them; what lies deeper is the stand-ins' own.
 """
 
 import re
@@ -22,7 +23,6 @@ MAY_INCLUDE = {
     "testlistener": _LISTENER,
     "service": set(sources.PRODUCT) | _PHONE_SIDE,
     "phone": set(),
-    "platform": {"sim"},
     "sim": set(),
     "host": set(sources.PRODUCT) | {"platform", "sim"},
     "client": {"platform", "sim"},
@@ -34,22 +34,28 @@ _INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*([<"])([^>"\n]+)[>"]', re.M)
 
 
 def allowed(root, path):
-    """The folders a file may include, beside its own."""
-    folder = path.relative_to(root).parts[0]
-    if folder == "platform" and path.suffix == ".h":
-        return set()  # the phone has these headers too, and no sim/
-    if path.relative_to(root).as_posix() == "phone/phone_workstation.cpp":
-        return {"sim"}
-    return MAY_INCLUDE[folder]
+    """The folders a file may include."""
+    parts = path.relative_to(root).parts
+    if parts[0] == "platform":
+        is_phones = path.suffix == ".h" and len(parts) == 3
+        return {"platform"} if is_phones else {"platform", "platform's inside", "sim"}
+    if parts == ("phone", "phone_workstation.cpp"):
+        return {"phone", "sim"}
+    return MAY_INCLUDE[parts[0]] | {parts[0]}
+
+
+def folder_of_header(root, header):
+    parts = header.relative_to(root).parts
+    return "platform's inside" if parts[0] == "platform" and len(parts) > 3 else parts[0]
 
 
 def folder_of(root, path, quoted, name):
     """The folder an included name belongs to: one of ours, None for the system, "" for nowhere."""
     first = name.split("/")[0]
-    if (root / "platform" / name).is_file():
-        return "platform"
     if quoted and (path.parent / name).is_file():
-        return path.relative_to(root).parts[0]
+        return folder_of_header(root, path.parent / name)
+    if (root / "platform" / name).is_file():
+        return folder_of_header(root, root / "platform" / name)
     if first in sources.FOLDERS and "/" in name:
         return first
     return "" if quoted else None
@@ -65,9 +71,9 @@ def problem_of(root, path, quoted, name):
     if folder is None:
         foreign = "/" in name and name.split("/")[0] not in _SYSTEM_DIRECTORIES
         return f"<{name}> is a third-party library's" if foreign and own in _PLAIN else None
-    if folder == own or folder in allowed(root, path):
+    if folder in allowed(root, path):
         return None
-    return f"{own}/ may not include {folder}/ here: '{name}'"
+    return f"{own}/ may not include {folder} here: '{name}'"
 
 
 def check_file(root, path):
@@ -80,7 +86,8 @@ def check_file(root, path):
 
 
 def check(root):
-    paths = [p for p in sources.files(root, MAY_INCLUDE) if not sources.is_test(p)]
+    folders = [*MAY_INCLUDE, "platform"]
+    paths = [p for p in sources.files(root, folders) if not sources.is_test(p)]
     return [problem for path in paths for problem in check_file(root, path)]
 
 

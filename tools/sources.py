@@ -32,7 +32,8 @@ def code_only(text):
 
 
 def is_test(path):
-    return re.search(r"_test\.(h|cpp)$", path.name) is not None
+    """Tests stand beside the code as *_test.cpp, what they share in a folder testing/."""
+    return re.search(r"_test\.(h|cpp)$", path.name) is not None or path.parent.name == "testing"
 
 
 def files(root, folders):

@@ -257,6 +257,7 @@ TEST_F(AttackTest, aFloodBeforeAReplyIsCutAndTheReplyArrives) {
 
 TEST_F(AttackTest, withoutDescriptorsNobodyIsLetInUntilSomeAreFree) {
     publishAndServe();
+    expectServing();  // is let in
     const rlimit few{64, 64};
     ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &few));
     std::vector<std::unique_ptr<RawClient>> crowd;

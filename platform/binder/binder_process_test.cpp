@@ -87,7 +87,9 @@ TEST_F(BinderProcessTest, whoDoesNotReadCostsFailedCallsAndNobodyElse) {
     for (int32_t i = 0; i < kCalls; ++i) {
         failed += note(stopped, i, 1024) != OK ? 1 : 0;
         ASSERT_EQ(OK, note(reading, i, 1024));
-        if (i % 200 == 0) ASSERT_EQ(OK, reading->pingBinder());
+        if (i % 200 == 0) {
+            ASSERT_EQ(OK, reading->pingBinder());
+        }
     }
     EXPECT_GT(failed, kCalls / 2);
     EXPECT_LT(failed, kCalls);

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/un.h>
 
 #include <thread>
@@ -157,6 +158,32 @@ TEST_F(BinderTest, namesAreCheckedHeldAndTakenOver) {
     publishAndServe();
     EXPECT_EQ(OK, mRemote->pingBinder());
     EXPECT_EQ(ALREADY_EXISTS, manager->addService(String16("test"), sp<TestService>::make()));
+    EXPECT_EQ(OK, mRemote->pingBinder());
+}
+
+// A socket's address holds 108 bytes.
+class LongFolderTest : public BinderTest {
+  protected:
+    void SetUp() override {
+        mParent = testing::TempDir() + "binder" + std::to_string(getpid());
+        mFolder = mParent + "/" + std::string(200, 'f');
+        ASSERT_EQ(0, mkdir(mParent.c_str(), 0700));
+        ASSERT_EQ(0, mkdir(mFolder.c_str(), 0700));
+        setenv("TEST_TMPDIR", mFolder.c_str(), 1);
+        BinderTest::SetUp();
+    }
+    void TearDown() override {
+        BinderTest::TearDown();
+        rmdir(mFolder.c_str());
+        rmdir(mParent.c_str());
+    }
+
+  private:
+    std::string mParent, mFolder;
+};
+
+TEST_F(LongFolderTest, namesAreFound) {
+    publishAndServe();
     EXPECT_EQ(OK, mRemote->pingBinder());
 }
 

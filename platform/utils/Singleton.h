@@ -4,6 +4,12 @@
 
 namespace android {
 
+// The static members are defined in another source file than most of those that use them.
+#if defined(__clang__)
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wundefined-var-template"
+#endif
+
 // The one instance of T in the process: made by the first getInstance() under a static lock, never
 // deleted. Exactly one source file says ANDROID_SINGLETON_STATIC_INSTANCE(T).
 template <typename T>
@@ -30,6 +36,10 @@ class Singleton {
     static Mutex sLock;
     static T* sInstance;
 };
+
+#if defined(__clang__)
+#pragma clang diagnostic pop
+#endif
 
 #define ANDROID_SINGLETON_STATIC_INSTANCE(TYPE)                                     \
     template <>                                                                     \

@@ -82,7 +82,7 @@ void appendUtf8(std::string& out, char32_t c) {
     }
 }
 
-std::string formatted(const char* format, va_list arguments) {
+__attribute__((format(printf, 1, 0))) std::string formatted(const char* format, va_list arguments) {
     va_list again;
     va_copy(again, arguments);
     const int length = vsnprintf(nullptr, 0, format, again);

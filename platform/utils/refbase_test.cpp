@@ -34,7 +34,7 @@ TEST(RefBaseTest, StrongReferencesDecideOverTheObject) {
         sp<Subject> two = one;
         weak = one;
         EXPECT_EQ(2, one->getStrongCount());
-        one = one;
+        one = *&one;  // to itself
         one.clear();
         EXPECT_EQ(two, weak.promote());
         EXPECT_EQ("first ", log);

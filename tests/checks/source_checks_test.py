@@ -40,6 +40,7 @@ class Includes(Tree):
         super().setUp()
         for header in (
             "platform/utils/RefBase.h",
+            "platform/binder/transport/io.h",
             "looper/L.h",
             "event/E.h",
             "gpu/G.h",
@@ -62,9 +63,11 @@ class Includes(Tree):
         self.assert_each_refused(check_includes.check, "event/E.cpp", ways)
 
     def test_simulated_phone_is_behind_the_stand_ins_sources(self):
+        inside = ["#include <binder/transport/io.h>", '#include "transport/io.h"']
         self.assert_each_refused(
-            check_includes.check, "platform/utils/Clock.h", ['#include "sim/clock.h"']
+            check_includes.check, "platform/binder/B.h", ['#include "sim/clock.h"', *inside]
         )
+        self.assert_each_refused(check_includes.check, "service/S.cpp", inside[:1])
         self.assert_each_refused(
             check_includes.check, "phone/phone_device.cpp", ['#include "sim/clock.h"']
         )
@@ -81,6 +84,8 @@ class Includes(Tree):
             "looper/L_test.cpp": '#include "sim/clock.h"\n#include <gtest/gtest.h>',
             "phone/phone_workstation.cpp": '#include "phone/phone.h"\n#include "sim/clock.h"',
             "platform/utils/Clock.cpp": '#include <utils/RefBase.h>\n#include "sim/clock.h"',
+            "platform/binder/transport/io.h": '#include "sim/clock.h"',
+            "platform/binder/B.cpp": '#include "binder/transport/io.h"',
             "client/main.cpp": '#include <CLI/CLI.hpp>\n#include "sim/clock.h"',
         }.items():
             self.assert_accepted(check_includes.check, path, text)

@@ -9,6 +9,7 @@ namespace android::transport {
 struct Connection::Remains {
     std::vector<sp<BpBinder>> proxies;
     std::unordered_map<uint32_t, Export> exports;
+    sp<BBinder> root;
 };
 
 Connection::Connection(Process& process, sim::Fd socket, const ucred& peer, sp<BBinder> root)
@@ -163,11 +164,13 @@ void Connection::tearDown() {
         }
         mExportHandles.clear();
         remains->exports.swap(mExports);
+        remains->root = std::move(mRoot);
     }
     mProcess.notices().post([remains] {
         for (const auto& proxy : remains->proxies) proxy->reportDeath();
         remains->proxies.clear();
         remains->exports.clear();
+        remains->root.clear();
     });
     mProcess.io().restedNow();
 }

@@ -126,7 +126,6 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
 
     Process& mProcess;
     const ucred mPeer;
-    const sp<BBinder> mRoot;
     std::atomic<bool> mGone{false};  // set under the lock, read anywhere
 
     // The loop's thread only.
@@ -134,6 +133,7 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
     bool mGreeted = false;
 
     Mutex mLock;
+    sp<BBinder> mRoot GUARDED_BY(mLock);
     Condition mDrained;
     sim::Fd mSocket GUARDED_BY(mLock);  // closed at the end
     uint64_t mWatch GUARDED_BY(mLock) = 0;

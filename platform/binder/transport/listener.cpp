@@ -30,8 +30,10 @@ bool Listener::open() {
 }
 
 void Listener::close() {
+    sp<BBinder> last;
     Mutex::Autolock lock(mLock);
     if (!mSocket.valid()) return;
+    last = std::move(mRoot);
     mProcess.io().remove(mWatch, mSocket.get(), mInterest);
     mSocket = sim::Fd();
 }
@@ -58,11 +60,12 @@ void Listener::onReady(uint32_t /*events*/) {
         int error = 0;
         sim::Fd socket = acceptOne(&error);
         if (socket.valid()) {
-            mStarved = false;
             welcome(std::move(socket));
-        } else if (error != EINTR && error != ECONNABORTED) {
-            if (error != EAGAIN && error != EWOULDBLOCK) rest(error);
+        } else if (error == EAGAIN || error == EWOULDBLOCK) {
+            mStarved = false;
             return;
+        } else if (error != EINTR && error != ECONNABORTED) {
+            return rest(error);
         }
     }
 }
@@ -72,7 +75,13 @@ void Listener::welcome(sim::Fd socket) {
     socklen_t size = sizeof(peer);
     if (getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return;
     if (!mayTalkTo(peer, mName)) return;
-    std::make_shared<Connection>(mProcess, std::move(socket), peer, mRoot)->open();
+    sp<BBinder> root;
+    {
+        Mutex::Autolock lock(mLock);
+        root = mRoot;
+    }
+    if (root == nullptr) return;
+    std::make_shared<Connection>(mProcess, std::move(socket), peer, root)->open();
 }
 
 void Listener::rest(int error) {

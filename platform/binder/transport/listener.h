@@ -19,13 +19,15 @@ bool mayTalkTo(const ucred& peer, const std::string& name);
 // The listening socket of one published object; makes a connection of whoever comes.
 //
 // Threads: open() and close() from any thread.
-// Errors: when descriptors run out it stops listening, with one log line a spell, until a
-//   connection ends or a second has passed; those who came meanwhile wait in the kernel.
+// Errors: when descriptors run out it stops listening, with one log line until everybody
+//   is in, and tries again when a connection ends or a second has passed; who came meanwhile
+//   waits in the kernel.
 class Listener : public IoSource, public std::enable_shared_from_this<Listener> {
   public:
     Listener(Process& process, sim::Fd socket, std::string name, sp<BBinder> root);
 
     bool open() EXCLUDES(mLock);
+    // Lets go of the object on the calling thread.
     void close() EXCLUDES(mLock);
 
     void onReady(uint32_t events) override EXCLUDES(mLock);
@@ -33,16 +35,16 @@ class Listener : public IoSource, public std::enable_shared_from_this<Listener> 
 
   private:
     sim::Fd acceptOne(int* error) EXCLUDES(mLock);
-    void welcome(sim::Fd socket);
+    void welcome(sim::Fd socket) EXCLUDES(mLock);
     void rest(int error) EXCLUDES(mLock);
     void listenForLocked(uint32_t interest) REQUIRES(mLock);
 
     Process& mProcess;
     const std::string mName;
-    const sp<BBinder> mRoot;
     bool mStarved = false;  // the loop's thread only
 
     Mutex mLock;
+    sp<BBinder> mRoot GUARDED_BY(mLock);
     sim::Fd mSocket GUARDED_BY(mLock);
     uint64_t mWatch GUARDED_BY(mLock) = 0;
     uint32_t mInterest GUARDED_BY(mLock) = 0;

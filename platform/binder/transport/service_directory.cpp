@@ -141,15 +141,24 @@ sp<IBinder> ServiceDirectory::connect(const std::string& name) {
     std::shared_ptr<Connection> connection;
     {
         Mutex::Autolock lock(mLock);
-        std::shared_ptr<Connection>& known = mConnections[name];
-        if (known == nullptr || !known->alive()) known = connectLocked(name);
-        connection = known;
+        Place place;
+        if (!openFolderLocked() || !findLocked(name, &place)) return nullptr;
+        Connected& known = mConnections[name];
+        const bool usable = known.connection != nullptr && known.connection->alive();
+        if (!usable || !(known.place == place)) known = {place, connectLocked(name)};
+        connection = known.connection;
     }
     return connection != nullptr ? connection->root() : nullptr;
 }
 
+bool ServiceDirectory::findLocked(const std::string& name, Place* place) {
+    struct stat found;
+    if (fstatat(mFolder.get(), name.c_str(), &found, AT_SYMLINK_NOFOLLOW) != 0) return false;
+    *place = {found.st_ino, found.st_ctim};
+    return true;
+}
+
 std::shared_ptr<Connection> ServiceDirectory::connectLocked(const std::string& name) {
-    if (!openFolderLocked()) return nullptr;
     sockaddr_un address;
     sim::Fd socket = newSocket();
     ucred peer{};

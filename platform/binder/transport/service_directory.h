@@ -4,6 +4,8 @@
 #include <binder/transport/connection.h>
 #include <binder/transport/listener.h>
 #include <sim/fd.h>
+#include <sys/types.h>
+#include <time.h>
 #include <utils/Mutex.h>
 
 #include <map>
@@ -30,7 +32,7 @@ class ServiceDirectory {
     // This process's own object of that name, else null.
     sp<IBinder> own(const std::string& name) EXCLUDES(mLock);
     // The object of that name as a client sees it, also when this process publishes it: calls go
-    // over a socket. Null when nobody publishes it. One connection a name while it lives.
+    // over a socket. Null when nobody publishes it. One connection a name while both live.
     sp<IBinder> connect(const std::string& name) EXCLUDES(mLock);
 
   private:
@@ -39,10 +41,24 @@ class ServiceDirectory {
         sp<IBinder> service;
         sim::Fd held;  // the lock
     };
+    // Which socket lies under a name: it is another one after the name was published anew.
+    struct Place {
+        ino_t inode = 0;
+        timespec changed{};
+        bool operator==(const Place& other) const {
+            return inode == other.inode && changed.tv_sec == other.changed.tv_sec &&
+                   changed.tv_nsec == other.changed.tv_nsec;
+        }
+    };
+    struct Connected {
+        Place place;
+        std::shared_ptr<Connection> connection;
+    };
 
     bool openFolderLocked() REQUIRES(mLock);
     status_t holdNameLocked(const std::string& name, sim::Fd* held) REQUIRES(mLock);
     sim::Fd listenLocked(const std::string& name) REQUIRES(mLock);
+    bool findLocked(const std::string& name, Place* place) REQUIRES(mLock);
     std::shared_ptr<Connection> connectLocked(const std::string& name) REQUIRES(mLock);
     std::string pathLocked(const std::string& file) const REQUIRES(mLock);
 
@@ -51,7 +67,7 @@ class ServiceDirectory {
     sim::Fd mFolder GUARDED_BY(mLock);
     bool mWithdrawn GUARDED_BY(mLock) = false;
     std::map<std::string, Published> mPublished GUARDED_BY(mLock);
-    std::map<std::string, std::shared_ptr<Connection>> mConnections GUARDED_BY(mLock);
+    std::map<std::string, Connected> mConnections GUARDED_BY(mLock);
 };
 
 }  // namespace android::transport

@@ -1,0 +1,76 @@
+#include "client/client.h"
+
+#include <binder/IServiceManager.h>
+#include <ipeltoservice/IPeltoService.h>
+#include <sim/fd.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+
+namespace pelto {
+namespace {
+
+std::string defaultFolder() {
+    const char* const runtime = getenv("XDG_RUNTIME_DIR");
+    if (runtime != nullptr && *runtime != '\0') return std::string(runtime) + "/pelto-phone";
+    return "/tmp/pelto-phone-" + std::to_string(getuid());
+}
+
+}  // namespace
+
+Client::Client(CLI::App& app) : mFolder(defaultFolder()) {
+    app.add_option("--phone", mFolder, "Folder of the phone")
+        ->envname("PELTO_PHONE")
+        ->type_name("DIR")
+        ->capture_default_str();
+}
+
+void Client::onVerb(CLI::App* verb, std::function<int()> act) {
+    verb->final_callback([this, act = std::move(act)] { mExitCode = act(); });
+}
+
+sim::Phone& Client::phone() {
+    try {
+        return sim::Phone::open(mFolder);
+    } catch (const std::runtime_error& failure) {
+        throw Failure(kNoPhone, std::string(failure.what()) + "; make one with: pelto phone start");
+    }
+}
+
+android::sp<android::IBinder> Client::findService() {
+    phone();
+    return android::defaultServiceManager()->checkService(
+        android::String16(android::kPeltoServiceName));
+}
+
+android::sp<android::IBinder> Client::service() {
+    const auto service = findService();
+    if (service == nullptr) {
+        throw Failure(kNoService, "no service on the phone in " + mFolder +
+                                      "; start it with: pelto phone start");
+    }
+    return service;
+}
+
+void check(android::status_t status, const std::string& what) {
+    switch (status) {
+        case android::OK:
+            return;
+        case android::DEAD_OBJECT:
+            throw Failure(kNoService,
+                          what + ": the service has ended; start it with: pelto phone start");
+        case android::FAILED_TRANSACTION:
+            throw Failure(kFailed, what + ": too big for a call, or the service takes none now");
+        default:
+            throw Failure(kFailed, what + ": refused with status " + std::to_string(status));
+    }
+}
+
+void tellReady(int fd) {
+    if (fd < 0) return;
+    const sim::Fd owned(fd);
+    sim::writeAll(fd, "ready\n", 6);
+}
+
+}  // namespace pelto

@@ -1,0 +1,102 @@
+#include <sim/log.h>
+#include <sim/logcat.h>
+#include <stdio.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <memory>
+#include <regex>
+
+#include "client/client.h"
+#include "client/deadline.h"
+#include "client/verbs.h"
+
+namespace pelto {
+namespace {
+
+struct LogcatVerb {
+    bool dump = false;
+    bool clear = false;
+    bool silent = false;
+    std::string last;
+    std::vector<std::string> filters;
+    // The log is followed until a line says this.
+    std::string until;
+    double timeoutSeconds = 0;  // 0 is none
+};
+
+sim::LogcatOptions logcatOptions(const LogcatVerb& verb) {
+    std::vector<std::string> words = verb.filters;
+    if (verb.dump) words.push_back("-d");
+    if (verb.clear) words.push_back("-c");
+    if (verb.silent) words.push_back("-s");
+    if (!verb.last.empty()) words.insert(words.end(), {"-t", verb.last});
+    sim::LogcatOptions options;
+    const std::string wrong = options.parse(words);
+    if (!wrong.empty()) throw Failure(kUsage, "logcat: " + wrong + "; see pelto logcat --help");
+    return options;
+}
+
+std::regex expression(const std::string& text) {
+    try {
+        return std::regex(text, std::regex::extended);
+    } catch (const std::regex_error&) {
+        throw Failure(kUsage, "logcat: --until takes an extended regular expression");
+    }
+}
+
+// Prints the lines that pass, from the oldest on, up to the first whose message matches.
+int followUntil(const std::string& directory, const LogcatVerb& verb,
+                const sim::LogcatOptions& options) {
+    const std::regex wanted = expression(verb.until);
+    const Deadline deadline(verb.timeoutSeconds);
+    sim::LogReader reader(directory);
+    bool found = false;
+    for (;;) {
+        reader.read([&](std::string_view text) {
+            sim::LogLine line;
+            if (found || !options.passes(text) || !line.parse(text)) return;
+            printf("%.*s\n", static_cast<int>(text.size()), text.data());
+            found = std::regex_search(line.message.begin(), line.message.end(), wanted);
+        });
+        if (found) return kDone;
+        fflush(stdout);
+        if (deadline.passed() || !reader.wait(deadline.leftMillis())) {
+            throw Failure(kTimeout, "logcat: no line matched in time");
+        }
+    }
+}
+
+int logcat(Client& client, const LogcatVerb& verb) {
+    const sim::LogcatOptions options = logcatOptions(verb);
+    sim::Log& log = client.phone().log();
+    if (options.clear) {
+        log.clear();
+        return kDone;
+    }
+    if (!verb.until.empty()) return followUntil(log.directory(), verb, options);
+    return sim::runLogcat(log.directory(), options, STDOUT_FILENO);
+}
+
+}  // namespace
+
+void addLogcatVerb(CLI::App& app, Client& client) {
+    auto options = std::make_shared<LogcatVerb>();
+    CLI::App* verb = app.add_subcommand("logcat", "Show the phone's log and follow it");
+    verb->add_flag("-d", options->dump, "Show what is there and end");
+    verb->add_flag("-c", options->clear, "Drop every line");
+    verb->add_flag("-s", options->silent, "Only tags that a filter names");
+    verb->add_option("-t", options->last, "Show the last N lines and end")->type_name("N");
+    verb->add_option(
+            "--until", options->until,
+            "Follow up to the first line whose message matches this extended regular expression")
+        ->type_name("REGEX");
+    verb->add_option("--timeout", options->timeoutSeconds,
+                     "With --until: exit code 5 after so many seconds")
+        ->check(CLI::Range(0.001, 1e9))
+        ->type_name("S");
+    verb->add_option("FILTER", options->filters, "TAG:P, TAG or *:P, with P of v d i w e f s");
+    client.onVerb(verb, [&client, options] { return logcat(client, *options); });
+}
+
+}  // namespace pelto

@@ -1,0 +1,60 @@
+// The command-line client: one verb a run, on a simulated phone and the service published there.
+#include <stdio.h>
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+
+#include "client/client.h"
+#include "client/verbs.h"
+
+using namespace pelto;
+
+namespace {
+
+constexpr char kExitCodes[] =
+    "Exit codes:\n"
+    "  0  done\n"
+    "  1  what was asked for failed\n"
+    "  2  wrong usage\n"
+    "  3  there is no phone in the folder\n"
+    "  4  no service is published on the phone, or it ended\n"
+    "  5  timeout\n"
+    "An argument that begins with '-' goes after '--'.\n";
+
+void addVerbs(CLI::App& app, Client& client) {
+    addPhoneVerbs(app, client);
+    addServiceVerbs(app, client);
+    addWatchVerb(app, client);
+    addLogcatVerb(app, client);
+    addPropertyVerbs(app, client);
+}
+
+int run(int argc, char** argv) {
+    CLI::App app("Works with a simulated phone and its multimedia diagnostics service.", "pelto");
+    app.footer(kExitCodes);
+    app.require_subcommand(1);
+    app.fallthrough();
+    app.failure_message([](const CLI::App*, const CLI::Error& error) {
+        return std::string("pelto: ") + error.what() + "; see pelto --help\n";
+    });
+    Client client(app);
+    addVerbs(app, client);
+    try {
+        app.parse(argc, argv);
+        return client.exitCode();
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? kDone : kUsage;
+    } catch (const Failure& failure) {
+        fprintf(stderr, "pelto: %s\n", failure.what());
+        return failure.code();
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    const int code = run(argc, argv);
+    fflush(nullptr);
+    // The binder library's threads still run: nothing is destroyed under their feet.
+    _exit(code);
+}

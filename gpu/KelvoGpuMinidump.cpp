@@ -1,0 +1,177 @@
+// The monitor: waiting for faults and what is done about each.
+#include "gpu/KelvoGpuMinidump.h"
+
+#include <android-base/properties.h>
+#include <android/log.h>
+#include <cutils/properties.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <kstatslog/kstatslog.h>
+#include <pthread.h>
+#include <sched.h>
+#include <string.h>
+#include <unistd.h>
+
+#include "event/phone_integer.h"
+#include "gpu/gpu_names.h"
+#include "phone/phone.h"
+
+namespace android {
+
+namespace {
+
+constexpr char kTimestamp[] = "/sys/class/kgsl/kgsl-3d0/snapshot/timestamp";
+constexpr char kControl[] = "/sys/class/kgsl/kgsl-3d0/snapshot/snapshot_control";
+constexpr char kHashId[] = "/sys/class/kgsl/kgsl-3d0/snapshot/snapshot_hashid";
+constexpr size_t kTextBytes = 64;  // read of the timestamp and of the hash id
+constexpr int kMostFiles = 11;
+
+int64_t wallMillis() {
+    struct timeval now = {};
+    phone::gettimeofday(&now, nullptr);
+    return int64_t{now.tv_sec} * 1000 + now.tv_usec / 1000;
+}
+
+}  // namespace
+
+KelvoGpuMinidump::KelvoGpuMinidump() {
+    mEnabled = disableFeature4G();
+    __android_log_print(ANDROID_LOG_DEBUG, kGpuTag, "KelvoGpuMinidump::KelvoGpuMinidump");
+}
+
+KelvoGpuMinidump::~KelvoGpuMinidump() {
+    __android_log_print(ANDROID_LOG_DEBUG, kGpuTag, "KelvoGpuMinidump::~KelvoGpuMinidump");
+}
+
+bool KelvoGpuMinidump::disableFeature4G() {
+    char size[PROPERTY_VALUE_MAX];
+    property_get("ro.kelvo.memory.size", size, "0");
+    const bool optimize = base::GetBoolProperty("ro.kelvo.mm_memory.optimize", false);
+    if (phoneAtoi(size) != 4 || !optimize) return true;
+    __android_log_print(ANDROID_LOG_INFO, kGpuTag, "KelvoFennix isDisable4G set false");
+    return false;
+}
+
+bool KelvoGpuMinidump::init(const sp<IPeltoService>& service) {
+    if (mInited || !mEnabled) return mInited;
+    mInited = true;
+    mService = service;
+    mThread = std::thread(&KelvoGpuMinidump::threadMain, this);
+    // "KelvoGpuMinidump" has one character more than the kernel takes.
+    pthread_setname_np(mThread.native_handle(), "KelvoGpuMinidum");
+    const struct sched_param priority = {};
+    if (pthread_setschedparam(mThread.native_handle(), SCHED_OTHER, &priority) != 0) {
+        __android_log_print(ANDROID_LOG_WARN, kGpuTag,
+                            "Couldn't set SCHED_OTHER for KelvoGpuMinidump");
+    }
+    __android_log_print(ANDROID_LOG_DEBUG, kGpuTag, "init %d", mInited);
+    return mInited;
+}
+
+void KelvoGpuMinidump::threadMain() {
+    const int fd = phone::open(kTimestamp, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        __android_log_print(ANDROID_LOG_DEBUG, kGpuTag,
+                            "gpu timestamp file open failed,error %d, %s", fd, strerror(errno));
+        return;
+    }
+    struct pollfd watch = {fd, POLLPRI | POLLERR, 0};
+    while (phone::poll(&watch, 1, -1) != -1) {
+        handleNotification(fd);
+        watch.revents = 0;
+    }
+    __android_log_print(ANDROID_LOG_DEBUG, kGpuTag, "pelto hashid poll error");
+    close(fd);
+}
+
+void KelvoGpuMinidump::handleNotification(int timestampFd) {
+    char timestamp[kTextBytes] = {};
+    // Consumes the notification: an attribute left unread stays ready, and an event that is not
+    // allowed would be met again at once.
+    ssize_t got = phone::pread(timestampFd, timestamp, sizeof(timestamp), 0);
+    if (allowGpuDump()) {
+        memset(timestamp, 0, sizeof(timestamp));
+        got = phone::pread(timestampFd, timestamp, sizeof(timestamp), 0);
+        if (got <= 0 || timestamp[0] == '0') {
+            __android_log_print(ANDROID_LOG_DEBUG, kGpuTag,
+                                "pelto hashid read error %d, hashchar[0]=%c", static_cast<int>(got),
+                                timestamp[0]);
+        } else {
+            timestamp[got - 1] = '\0';  // the newline
+            capture(timestamp);
+        }
+        acknowledge();
+    }
+    // The attribute of a vanished device is always ready.
+    if (got < 0) phone::sleep(1);
+}
+
+bool KelvoGpuMinidump::allowGpuDump() {
+    FILE* file = phone::fopen(kControl, "rb");
+    if (file == nullptr) {
+        __android_log_print(ANDROID_LOG_DEBUG, kGpuTag,
+                            "gpu minidump control openfile error %s, sleep for a while!",
+                            strerror(errno));
+        phone::sleep(1);
+        return false;
+    }
+    char control[2] = {};
+    const bool allowed = fgets(control, sizeof(control), file) != nullptr && control[0] == '0';
+    fclose(file);
+    return allowed;
+}
+
+void KelvoGpuMinidump::capture(const char* timestamp) {
+    char reason[256] = {};
+    readFaultReason(reason);
+    // The hash id goes in as the driver gave it, its newline too if it has one.
+    const char* const id = reason[0] != '\0' ? reason : timestamp;
+    String8 name(kGpuDirectory);
+    name.append("gpudump@");
+    name.append(id);
+    feedbackInfo(id);
+
+    char version[kTextBytes] = {};
+    char time[kTextBytes] = {};
+    getOtaVersion(version, sizeof(version));
+    getCurrentTime(time, sizeof(time));
+    name.appendFormat("@%s@%s", version, time);
+    copyDumpFile((name + String8(".snap")).c_str());
+    getLogBytread(name);
+    if (getFileCount() >= kMostFiles) removefile();
+}
+
+void KelvoGpuMinidump::readFaultReason(char* buf) {
+    const int fd = phone::open(kHashId, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        __android_log_print(ANDROID_LOG_DEBUG, kGpuTag,
+                            "snapshot_hashid file open failed,error %d, %s", fd, strerror(errno));
+        return;
+    }
+    phone::pread(fd, buf, kTextBytes, 0);
+    close(fd);
+    KelvoFramework::stats_write(101286, 134600, "gpuGrivoEvents", "renderthreadNoDraw",
+                                wallMillis(), 0, 3, "gpuMinidump");
+}
+
+void KelvoGpuMinidump::feedbackInfo(const char* reason) {
+    if (mService == nullptr) return;
+    const String8 info = String8::format("EventID,410,Reason,%s", reason);
+    mService->setEvent(String8("pelto_event_peltoserver_feedback"), info);
+    __android_log_print(ANDROID_LOG_DEBUG, kGpuTag, "%s", info.c_str());
+}
+
+// Whoever has read the dump is told of the next snapshot.
+void KelvoGpuMinidump::acknowledge() {
+    FILE* file = phone::fopen(kGpuDump, "rb");
+    if (file == nullptr) {
+        __android_log_print(ANDROID_LOG_DEBUG, kGpuTag, "fopen platform dumpfile error=%s",
+                            strerror(errno));
+        return;
+    }
+    char byte;
+    if (fread(&byte, 1, 1, file) != 1) byte = 0;
+    fclose(file);
+}
+
+}  // namespace android

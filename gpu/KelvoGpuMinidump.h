@@ -1,0 +1,70 @@
+#pragma once
+
+#include <ipeltoservice/IPeltoService.h>
+#include <utils/Mutex.h>
+#include <utils/StrongPointer.h>
+#include <utils/String8.h>
+
+#include <cstdint>
+#include <thread>
+
+namespace android {
+
+// Waits for the graphics driver to signal a fault and has its snapshot and the logs around it
+// collected into one archive, named after the fault, below /data/kelvo/mmdump/gpu/.
+//
+// Ownership: held by a shared pointer, for as long as the process lives; it keeps the service it
+//   reports to. The monitor's thread is never joined: destroying a started monitor ends the process.
+// Threads: init() from one thread. The monitor's thread takes one fault after the other and waits
+//   for the collector's thread of each; mLock is never held while calling out.
+// Order: of faults that land during a collection the last one is collected next, the others are
+//   lost with their snapshots.
+// Errors: a thread that cannot be created raises std::system_error. The monitor ends for good when
+//   the timestamp file cannot be opened or polled. All else is a debug line, and it goes on.
+class KelvoGpuMinidump {
+  public:
+    KelvoGpuMinidump();
+    ~KelvoGpuMinidump();
+
+    // Starts the monitor, once, where the phone's memory allows it; returns whether it is started.
+    bool init(const sp<IPeltoService>& service);
+
+    // Whether the monitor may run on this phone, despite its name.
+    static bool disableFeature4G();
+    static bool allowGpuDump();
+    // Fills in up to 64 bytes without a terminator, or leaves `buf` as it is, and records the fault
+    // with the statistics.
+    static void readFaultReason(char* buf);
+    void feedbackInfo(const char* reason);
+
+    // False when either file cannot be opened; writes are not checked.
+    static bool copyDumpFile(const char* path);
+    // Runs getLog() on a thread of its own and waits for it: 20 seconds and more.
+    void getLogBytread(const String8& name) EXCLUDES(mLock);
+    // Captures the logs twice and packs all files whose names start with `name`.
+    void getLog(const String8& name) EXCLUDES(mLock);
+    // Removes every archive among the first 20 entries of the directory, whatever its age.
+    void removefile() EXCLUDES(mLock);
+    // Archives made by this process and not pruned since.
+    int32_t getFileCount() EXCLUDES(mLock);
+
+    // Local time as "_2024-03-05_14-07-09": 0, or -1 and an error line. `len` must be 64 or more.
+    static int32_t getCurrentTime(char* buf, int32_t len);
+    // An error line, and nothing else, when `buf` is null or `len` below 64.
+    static void getOtaVersion(char* buf, uint32_t len);
+
+  private:
+    void threadMain();
+    void handleNotification(int timestampFd);
+    void capture(const char* timestamp);
+    static void acknowledge();
+
+    int32_t mFileCount GUARDED_BY(mLock) = 0;
+    bool mInited = false;
+    bool mEnabled = false;
+    sp<IPeltoService> mService;
+    Mutex mLock;
+    std::thread mThread;
+};
+
+}  // namespace android

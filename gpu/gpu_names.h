@@ -1,0 +1,9 @@
+#pragma once
+
+namespace android {
+
+constexpr char kGpuTag[] = "KelvoGpuMinidump";
+constexpr char kGpuDump[] = "/sys/class/kgsl/kgsl-3d0/snapshot/dump";
+constexpr char kGpuDirectory[] = "/data/kelvo/mmdump/gpu/";
+
+}  // namespace android

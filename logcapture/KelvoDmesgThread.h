@@ -1,0 +1,59 @@
+#pragma once
+
+#include <utils/Condition.h>
+#include <utils/Mutex.h>
+#include <utils/Thread.h>
+
+#include <atomic>
+#include <string>
+
+#include "event/EventListener.h"
+
+namespace android {
+
+// Writes the kernel's ring buffer into one fixed file and empties it, whenever the audio detection
+// reports that it wants the log: each dump holds what the kernel said since the one before.
+//
+// Ownership: the one instance comes from createLogThread(); the dispatcher and a static pointer
+//   keep it for the process's life.
+// Threads: handleEvent() and dumpKernelLog() on "pelto_looper", the dumps on the thread
+//   "KelvoDmesgThread". No lock is held while a command runs.
+// Order: the thread starts while the instance is still being constructed, before the static pointer
+//   and flag are set, and ends at once when it looks at them too early. A request that finds the
+//   worker busy, not yet asleep or gone is dropped; requests are never queued. An exit requested
+//   while it sleeps takes effect after the next dump.
+// Errors: a command that fails has its line as every command has, and the next one runs.
+class KelvoDmesgThread : public Thread, public EventListener {
+  public:
+    // The instance; null in every call after the first.
+    static sp<KelvoDmesgThread> createLogThread();
+    ~KelvoDmesgThread() override = default;
+
+    status_t readyToRun() override;
+    bool threadLoop() override;
+    void onFirstRef() override;
+    // NO_INIT until createLogThread() has set pointer and flag.
+    virtual status_t initCheck() const;
+    void handleEvent(std::string event) override;
+
+    void dumpKernelLog() EXCLUDES(mLock);
+
+  private:
+    KelvoDmesgThread();
+    void registerEventLister();
+    // Sleeps until a dump is requested; false when an exit was, before the sleep.
+    bool awaitRequest() EXCLUDES(mLock);
+    void runCommands();
+
+    // The pointer is published by the flag that is set behind it.
+    static std::atomic<bool> mInit;
+    static sp<KelvoDmesgThread> mLogThread;
+
+    Mutex mLock;
+    Condition mCondition;
+    bool mSleeping GUARDED_BY(mLock) = false;
+    // Set outside the lock by design: a request that races with the end of a dump may be dropped.
+    std::atomic<bool> mDumping{false};
+};
+
+}  // namespace android

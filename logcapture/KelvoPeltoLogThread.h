@@ -1,0 +1,59 @@
+#pragma once
+
+#include <utils/String8.h>
+#include <utils/Thread.h>
+
+#include <cstddef>
+#include <cstdint>
+
+namespace android {
+
+// Captures a chosen set of logs into a directory, packs that directory into a dated archive and
+// removes it, as one log-capture information string says.
+//
+// Ownership: an owner that drops its reference right after start() gets one pass; while it keeps
+//   one, the pass repeats until quit() or requestExit(). The time in every name is that of the
+//   construction, so repeated passes write the same names.
+// Threads: made by one thread, unchanged afterwards; the steps run on the thread itself, or once
+//   on the caller's own when called directly, in the order of threadLoop().
+// Errors: each is a log line; whatever fails, the steps behind it run.
+class KelvoPeltoLogThread : public Thread {
+  public:
+    explicit KelvoPeltoLogThread(const String8& info);
+    ~KelvoPeltoLogThread() override;
+
+    status_t start(const char* name, int32_t priority, size_t stack);
+    void quit();
+    bool threadLoop() override;
+
+    void doLogCaputure();
+    void doCompressFile();
+    // The capture directory alone; the archive stays.
+    void deleteFiles();
+
+    void getAndroidLog();
+    void getKernelLog();
+    void getAudioDumpLog();
+    void getSystraceLog();
+
+    // True when the directory is there or could be made.
+    bool checkPath(String8 logPath);
+    // 0, or -1 and an error line; the buffer has at least 64 bytes.
+    int32_t getCurrentTime(char* buf, int32_t size);
+
+  private:
+    void init();
+    void capture(uint8_t logType);
+    void captureOutput(const char* command, const char* suffix);
+    String8 archivePath() const;
+
+    String8 mEventInfo;
+    String8 mEventId;
+    String8 mLogType;
+    String8 mLogPath;
+    String8 mTarPath;
+    String8 mTarName;
+    String8 mCurrentTime;
+};
+
+}  // namespace android

@@ -1,0 +1,174 @@
+#include "logcapture/KelvoWexRaiseException.h"
+
+#include <android/log.h>
+#include <wex/wex_exception.h>
+
+#include <algorithm>
+#include <cstring>
+#include <stdexcept>
+#include <string>
+
+#include "event/phone_integer.h"
+#include "logcapture/commands.h"
+#include "logcapture/directories.h"
+#include "logcapture/log_information.h"
+#include "phone/phone.h"
+
+namespace android {
+
+namespace {
+
+constexpr char kTag[] = "KelvoWexRaiseException";
+constexpr char kTombstones[] = "/data/tombstones/";
+constexpr char kExceptionLog[] = "/data/persist_log/wex/exception_log/";
+constexpr size_t kShortestEventId = 5;
+constexpr size_t kLongestLogType = 9;
+constexpr int kLogTypeBits = 9;
+
+// The verbose lines beside those that every making of a directory has.
+void logStep(PathStep step, const char* path) {
+    switch (step) {
+        case PathStep::kExists:
+            __android_log_print(ANDROID_LOG_VERBOSE, kTag, "checkPath : path %s exist.", path);
+            break;
+        case PathStep::kPrefixExists:
+            __android_log_print(ANDROID_LOG_VERBOSE, kTag, "checkPath : path %s exist", path);
+            break;
+        case PathStep::kPrefixMissing:
+            __android_log_print(ANDROID_LOG_VERBOSE, kTag, "checkPath : path %s not exist, create it",
+                                path);
+            break;
+        case PathStep::kPrefixMade:
+            __android_log_print(ANDROID_LOG_VERBOSE, kTag, "checkPath : created path %s.", path);
+            break;
+    }
+}
+
+uint32_t categoryOf(char character) {
+    if (character == '0') return 0x10006000;
+    return character == '2' ? 0x10032000 : 0;
+}
+
+int numberOf(const char* eventId) {
+    try {
+        return std::stoi(eventId, nullptr, 16);
+    } catch (const std::invalid_argument&) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Invalid argument....");
+    } catch (const std::out_of_range&) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "Out of Range error...");
+    }
+    return 0;
+}
+
+void logType(int priority, const char* what) {
+    __android_log_print(priority, kTag, "%s: %s", "getWexAtomicLogs", what);
+}
+
+uint64_t atomicLogsOf(uint16_t type) {
+    constexpr uint64_t kPcm = uint64_t{0x20} << 32;
+    switch (type) {
+        case kAndroidLog: return 0x20;
+        case kKernelLog: return 0x1;
+        case kStackTrace:
+            logType(ANDROID_LOG_VERBOSE, "STACK_TRACE, nothing need to do now");
+            return 0;
+        case kAudioDump: return 0x208;
+        case kSystrace: logType(ANDROID_LOG_DEBUG, "SYSTRACE log"); return 0x800;
+        case kPcmDump: logType(ANDROID_LOG_DEBUG, "PCM_DUMP log, for pcm dump"); return kPcm;
+        case kQxdmLog: logType(ANDROID_LOG_VERBOSE, "QXDM_LOG, nothing need to do now"); return 0;
+        case kAdspMinidump: logType(ANDROID_LOG_DEBUG, "ADSP_MINIDUMP_LOG log"); return 0x80;
+        // The same bit as the PCM dump, and said so.
+        case kAdspTextLog: logType(ANDROID_LOG_DEBUG, "PCM_DUMP log, for adsp txt log"); return kPcm;
+        default: return 0;
+    }
+}
+
+}  // namespace
+
+KelvoWexRaiseException::KelvoWexRaiseException(const String8& info) : mEventInfo(info) {
+    init();
+}
+
+KelvoWexRaiseException::~KelvoWexRaiseException() {
+    __android_log_print(ANDROID_LOG_DEBUG, kTag, "~KelvoWexRaiseException()");
+}
+
+void KelvoWexRaiseException::init() {
+    if (mEventInfo.c_str() == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "KelvoWexRaiseException::init failed.");
+        return;
+    }
+    LogInformation fields;
+    if (!splitLogInformation(mEventInfo, fields)) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "%s, log info error!", "init");
+        return;
+    }
+    mEventId = fields[kEventId];
+    mLogType = fields[kLogTypes];
+    mTarName = fields[kTarName];
+    __android_log_print(ANDROID_LOG_VERBOSE, kTag, "init(), eventId=%s, logType=%s",
+                        mEventId.c_str(), mLogType.c_str());
+    if ((phoneAtoi(mLogType.c_str()) & kStackTrace) != 0) getTombstoneFiles();
+}
+
+void KelvoWexRaiseException::getTombstoneFiles() {
+    if (!checkPath(String8::format("%s", kExceptionLog))) return;
+    runLogged(String8::format("cp %s* %s", kTombstones, kExceptionLog));
+    runLogged(String8::format("chmod 0777 %s*", kExceptionLog));
+}
+
+void KelvoWexRaiseException::runLogged(const String8& command) {
+    __android_log_print(ANDROID_LOG_VERBOSE, kTag, "getTombstoneFiles cmd:%s", command.c_str());
+    runReported(kTag, command);
+}
+
+uint32_t KelvoWexRaiseException::getWexExceptionId(String8 eventId) {
+    if (eventId.length() < kShortestEventId) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "%s: eventid is wrong", "getWexExceptionId");
+        return 0;
+    }
+    // The category comes from one character and the low bits from the whole number, on purpose.
+    const uint32_t category = categoryOf(eventId.c_str()[1]);
+    return category | (static_cast<uint32_t>(numberOf(eventId.c_str())) & 0xFFF);
+}
+
+uint64_t KelvoWexRaiseException::getWexAtomicLogs(String8 logType) {
+    if (logType.isEmpty() || logType.length() > kLongestLogType) return 0;
+    const int types = phoneAtoi(logType.c_str());
+    uint64_t logs = 0;
+    for (int bit = 0; bit < kLogTypeBits; ++bit)
+        logs |= atomicLogsOf(static_cast<uint16_t>(types & (1 << bit)));
+    return logs;
+}
+
+int32_t KelvoWexRaiseException::WexRaiseException() {
+    wex_exception_info report = {};
+    struct timeval now {};
+    phone::gettimeofday(&now, nullptr);
+    // The phone's seconds have 32 bits.
+    report.exceptionTime = static_cast<int32_t>(now.tv_sec);
+    report.exceptionId = getWexExceptionId(mEventId);
+    report.atomicLogs = getWexAtomicLogs(mLogType);
+    memcpy(report.logName, mTarName.c_str(),
+           std::min(mTarName.length(), sizeof report.logName - 1));
+    if (wex_raise_exception(&report) != 0) {
+        __android_log_print(ANDROID_LOG_ERROR, kTag, "%s: error, wex_raise_exception failed",
+                            "WexRaiseException");
+        return -1;
+    }
+    return 0;
+}
+
+bool KelvoWexRaiseException::checkPath(String8 logPath) {
+    __android_log_print(ANDROID_LOG_DEBUG, kTag,
+                        "checkPath :sizeof(path)=%u, logPath.size()=%zu, path=%.*s",
+                        static_cast<unsigned>(kPathBytes), logPath.size(),
+                        static_cast<int>(kPathBytes - 1), logPath.c_str());
+    return makeDirectories(kTag, logPath, logStep);
+}
+
+bool KelvoWexRaiseException::isParamInvalid(String8 cmd) {
+    return holdsShellCharacter(kTag, cmd);
+}
+
+}  // namespace android

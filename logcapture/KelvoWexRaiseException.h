@@ -1,0 +1,46 @@
+#pragma once
+
+#include <utils/RefBase.h>
+#include <utils/String8.h>
+
+#include <cstdint>
+
+#include "logcapture/directories.h"
+
+namespace android {
+
+// Turns one log-capture information string into one exception report for the reporting library.
+//
+// Threads: all of it on the caller's thread, commands and report included; no lock of its own.
+// Order: the constructor reads the information and, when stack traces are asked for, copies the
+//   tombstones to where the library looks; the report is raised by one WexRaiseException().
+// Errors: information that cannot be read is one line, and the report is raised without it.
+class KelvoWexRaiseException : public virtual RefBase {
+  public:
+    explicit KelvoWexRaiseException(const String8& info);
+    ~KelvoWexRaiseException() override;
+
+    // 0, or -1 and a line when the library does not take the report.
+    int32_t WexRaiseException();
+
+    // 0 for an id that is too short; one that is no number keeps its category alone.
+    uint32_t getWexExceptionId(String8 eventId);
+    // The library's mask of logs to attach.
+    uint64_t getWexAtomicLogs(String8 logType);
+
+    void getTombstoneFiles();
+    // True when the directory is there or could be made.
+    bool checkPath(String8 logPath);
+    bool isParamInvalid(String8 cmd);
+
+  private:
+    void init();
+    void runLogged(const String8& command);
+
+    String8 mEventInfo;
+    String8 mEventId;
+    String8 mLogType;
+    String8 mTarName;
+};
+
+}  // namespace android

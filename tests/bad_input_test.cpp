@@ -1,0 +1,143 @@
+// What clients do wrong costs them a defined result or their connection, and nobody else anything.
+#include <binder/Parcel.h>
+#include <binder/transport/frame.h>
+#include <gtest/gtest.h>
+#include <ipeltoservice/IPeltoService.h>
+#include <ipeltoservice/PeltoServiceCalls.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include "tests/service_test.h"
+
+using namespace android;
+
+namespace {
+
+class BadInputTest : public ServiceTest {
+  protected:
+    void SetUp() override {
+        ServiceTest::SetUp();
+        mHost = std::make_unique<Program>(listeningHostCommand());
+        ASSERT_TRUE(mHost->awaitReady());
+        mRecorder = record();
+    }
+
+    // An event of another client goes all its way; nothing else has come through.
+    void expectServiceGoesOn() {
+        ASSERT_EQ(pelto({"send", "test_event", "sender:9,number:0"}).code, 0);
+        EXPECT_EQ(dispatched(*mHost), std::vector<std::string>{"sender:9,number:0"});
+        EXPECT_TRUE(mRecorder->await("test_written"));
+        EXPECT_EQ(mRecorder->infos("test_event").size(), 1u);
+    }
+
+    status_t transact(uint32_t code, const Parcel& data) {
+        Parcel reply;
+        return service()->transact(code, data, &reply);
+    }
+
+    // Whether the service ends a connection over which these bytes came.
+    bool endsConnection(const std::string& bytes) {
+        const sim::Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        const std::string path = phone().runDir() + "/services/" + kPeltoServiceName;
+        path.copy(address.sun_path, sizeof address.sun_path - 1);
+        EXPECT_EQ(connect(fd.get(), reinterpret_cast<sockaddr*>(&address), sizeof address), 0);
+        ::send(fd.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
+        pollfd ready{fd.get(), POLLIN, 0};
+        char block[4096];
+        while (poll(&ready, 1, 30000) == 1) {
+            if (read(fd.get(), block, sizeof block) <= 0) return true;
+        }
+        return false;
+    }
+
+    std::unique_ptr<Program> mHost;
+    sp<Recorder> mRecorder;
+};
+
+Parcel call(const String16& token = IPeltoService::descriptor) {
+    Parcel data;
+    data.writeInterfaceToken(token);
+    return data;
+}
+
+// A call whose first argument claims to be a text of that length.
+Parcel callWithText(int32_t length, const std::string& bytes) {
+    Parcel data = call();
+    data.writeInt32(length);
+    data.write(bytes.data(), bytes.size());
+    return data;
+}
+
+TEST_F(BadInputTest, malformedCallsAreRefused) {
+    for (const uint32_t code : {0u, IPeltoService::SET_DEBUG_LOG + 1, 0xffffffu}) {
+        EXPECT_EQ(transact(code, call()), UNKNOWN_TRANSACTION) << code;
+    }
+    for (uint32_t code = 1; code <= IPeltoService::SET_DEBUG_LOG; ++code) {
+        EXPECT_EQ(transact(code, Parcel()), PERMISSION_DENIED) << code;
+        EXPECT_EQ(transact(code, call(String16("pelto.IPeltoSERVICE"))), PERMISSION_DENIED);
+        EXPECT_EQ(transact(code, call()), NOT_ENOUGH_DATA) << code;
+    }
+    constexpr uint32_t kSet = IPeltoService::SET_EVENT;
+    EXPECT_EQ(transact(kSet, callWithText(4, std::string("test\0\0\0\0", 8))), NOT_ENOUGH_DATA);
+    EXPECT_EQ(transact(kSet, callWithText(8, std::string("no end here!"))), BAD_VALUE);
+    EXPECT_EQ(transact(kSet, callWithText(9, "too short")), NOT_ENOUGH_DATA);
+    EXPECT_EQ(transact(kSet, callWithText(INT32_MAX, "test")), NOT_ENOUGH_DATA);
+    EXPECT_EQ(transact(kSet, callWithText(INT32_MIN, "test")), BAD_VALUE);
+    EXPECT_EQ(transact(IPeltoService::REGISTER_NATIVE_CLIENT, callWithText(1, "none")), BAD_TYPE);
+    // No native client, but an object all the same: it refuses what it is told.
+    Parcel stranger = call();
+    stranger.writeStrongBinder(sp<BBinder>::make());
+    EXPECT_EQ(transact(IPeltoService::REGISTER_NATIVE_CLIENT, stranger), OK);
+    expectServiceGoesOn();
+}
+
+TEST_F(BadInputTest, bytesThatAreNoFramesEndTheirConnection) {
+    using namespace transport;
+    FrameHeader hello{};
+    hello.magic = kMagic;
+    hello.kind = HELLO;
+    hello.code = kVersion;
+    FrameHeader huge = hello;
+    huge.size = 0xfffffffc;
+    const auto bytes = [](const FrameHeader& header) {
+        return std::string(reinterpret_cast<const char*>(&header), sizeof header);
+    };
+    EXPECT_TRUE(endsConnection("GET /index.html HTTP/1.0\r\nHost: localhost\r\n\r\n"));
+    EXPECT_TRUE(endsConnection(std::string(1 << 20, '\xff')));
+    EXPECT_TRUE(endsConnection(bytes(huge)));
+    EXPECT_TRUE(endsConnection(bytes(hello) + bytes(hello)));
+    expectServiceGoesOn();
+}
+
+// Joined with its "$" and the type, the information of the first fits into a message by one byte.
+TEST_F(BadInputTest, tooLongAnEventReachesNativeClientsAlone) {
+    const size_t room = 1023 - std::string("test_event$").size();
+    const std::string fits(room, 'a'), tooLong(room + 1, 'b'), huge(1000000, 'c');
+    EXPECT_EQ(send("test_event", fits), OK);
+    EXPECT_EQ(send("test_event", tooLong), OK);
+    EXPECT_EQ(send("test_event", huge), OK);
+    EXPECT_EQ(send("test_event", std::string(1 << 20, 'd')), FAILED_TRANSACTION);
+    EXPECT_EQ(dispatched(*mHost), std::vector<std::string>{fits});
+    EXPECT_TRUE(mRecorder->await("test_written"));
+    EXPECT_EQ(mRecorder->infos("test_event"), (std::vector<std::string>{fits, tooLong, huge}));
+}
+
+TEST_F(BadInputTest, aClientKilledWhileItSendsLeavesWholeEvents) {
+    constexpr int kEvents = 200000;  // more than it comes to
+    Program killed(command({"send", "--stdin"}), numberedEvents(0, kEvents));
+    ASSERT_TRUE(mRecorder->await("test_event", 100));
+    killed.signal(SIGKILL);
+    EXPECT_EQ(killed.wait(), -SIGKILL);
+    ASSERT_EQ(pelto({"send", "test_event", "sender:1,number:0"}).code, 0);
+
+    auto numbers = numbersBySender(dispatched(*mHost));
+    EXPECT_GE(numbers[0].size(), 100u);
+    EXPECT_LT(numbers[0].size(), size_t{kEvents});
+    EXPECT_EQ(numbers[0], upTo(numbers[0].size()));
+    EXPECT_EQ(numbers[1], upTo(1));
+}
+
+}  // namespace

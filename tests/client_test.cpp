@@ -1,0 +1,172 @@
+// The client program as scripts see it: output, exit codes, one line for what is wrong.
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+
+#include "tests/service_test.h"
+
+using namespace android;
+using testing::HasSubstr;
+using testing::MatchesRegex;
+
+namespace {
+
+class ClientTest : public ServiceTest {
+  protected:
+    // Ends what a test started by `phone start`.
+    void TearDown() override {
+        pelto({"phone", "stop"});
+        ServiceTest::TearDown();
+    }
+
+    Result phoneStart() {
+        const char* const emulator = getenv("PELTO_EMULATOR");
+        return pelto({"phone", "start", "--under", emulator != nullptr ? emulator : ""});
+    }
+    nlohmann::json status() {
+        return nlohmann::json::parse(pelto({"phone", "status", "--json"}).output);
+    }
+
+    // Fails with that code and one line on stderr that says why.
+    void refuses(const Words& words, int code, const std::string& why) {
+        const Result result = pelto(words);
+        EXPECT_EQ(result.code, code) << words.front() << ": " << result.errors;
+        EXPECT_THAT(result.errors, HasSubstr(why));
+        EXPECT_THAT(result.errors, MatchesRegex("pelto: [^\n]+\n"));
+        EXPECT_EQ(result.output, "");
+    }
+};
+
+TEST_F(ClientTest, startsDescribesAndStopsThePhone) {
+    EXPECT_EQ(status()["service"]["published"], false);
+    EXPECT_EQ(pelto({"phone", "status"}).code, 4);
+
+    const Result started = phoneStart();
+    ASSERT_EQ(started.code, 0) << started.errors;
+    ASSERT_EQ(pelto({"setprop", "a.b", "c"}).code, 0);
+    const nlohmann::json running = status();
+    EXPECT_EQ(running["folder"], phone().folder());
+    EXPECT_EQ(running["properties"], 1);
+    EXPECT_GT(running["log_bytes"], 0);
+    EXPECT_TRUE(running["service"]["published"]);
+    EXPECT_GE(running["service"]["uptime_s"], 0);
+    const std::string pid = std::to_string(running["service"]["pid"].get<int>());
+    EXPECT_THAT(started.output, HasSubstr("process " + pid + "\n"));
+    EXPECT_EQ(phoneStart().output, started.output);  // it runs already
+
+    const Result stopped = pelto({"phone", "stop"});
+    EXPECT_EQ(stopped.output, "peltoservice stopped, process " + pid + "\n");
+    EXPECT_EQ(pelto({"phone", "status"}).code, 4);
+    EXPECT_EQ(pelto({"phone", "stop"}).output, "no process of the phone ran\n");
+}
+
+TEST_F(ClientTest, stopsNobodyElse) {
+    Program byHand(hostCommand());
+    ASSERT_TRUE(byHand.awaitReady());
+    const Result second = phoneStart();
+    EXPECT_EQ(second.code, 1);
+    EXPECT_THAT(second.errors, HasSubstr("already published"));
+    // A number that is this process's by now.
+    std::ofstream(phone().runDir() + "/daemons/peltoserviced") << getpid() << " 1\n";
+    EXPECT_EQ(pelto({"phone", "stop"}).output, "no process of the phone ran\n");
+    EXPECT_EQ(pelto({"phone", "status"}).code, 0);
+}
+
+TEST_F(ClientTest, makesAPhoneInANewFolderAlone) {
+    const std::string folder = phone().folder() + "/fs/data/other";
+    EXPECT_EQ(pelto({"phone", "start", "--no-service", "--phone", folder}).code, 0);
+    EXPECT_TRUE(std::filesystem::exists(folder + "/fs/data/tombstones"));
+    refuses({"phone", "start", "--phone", phone().folder() + "/fs/data"}, 1, "neither empty nor");
+    refuses({"getprop", "--phone", folder + "/none"}, 3, "pelto phone start");
+}
+
+TEST_F(ClientTest, refusesWrongUsageAndWhereNobodyServes) {
+    refuses({"paint"}, 2, "paint");
+    refuses({"phone"}, 2, "subcommand");
+    refuses({"send"}, 2, "TYPE");
+    refuses({"send", "a", "--stdin"}, 2, "TYPE");
+    refuses({"debug", "perhaps"}, 2, "perhaps");
+    refuses({"watch", "--count", "-1"}, 2, "--count");
+    refuses({"logcat", "-d", "a:b:c"}, 2, "filter");
+    refuses({"send", "a"}, 4, "pelto phone start");
+    refuses({"watch"}, 4, "pelto phone start");
+    refuses({"debug", "on"}, 4, "pelto phone start");
+    EXPECT_THAT(pelto({"--help"}).output, HasSubstr("Exit codes:"));
+}
+
+TEST_F(ClientTest, watchesWhatIsSent) {
+    Program host(hostCommand());
+    ASSERT_TRUE(host.awaitReady());
+    Program plain(command({"watch", "--ready-fd", "3"}));
+    Program json(command({"watch", "--json", "--count", "4", "--ready-fd", "3"}));
+    ASSERT_TRUE(plain.awaitReady());
+    ASSERT_TRUE(json.awaitReady());
+
+    EXPECT_EQ(pelto({"send", "kind", "a\nb\\\xff"}).code, 0);
+    const std::string input = phone().folder() + "/input";
+    std::ofstream(input) << "first key:1,text:with blanks\n\nsecond";
+    EXPECT_EQ(run(command({"send", "--stdin"}), input).code, 0);
+    EXPECT_EQ(pelto({"send", "unseen", "--native-only"}).code, 0);
+    EXPECT_EQ(pelto({"debug", "on"}).code, 0);
+
+    EXPECT_EQ(plain.line(), "kind a\\nb\\\\\xff");
+    EXPECT_EQ(plain.line(), "first key:1,text:with blanks");
+    EXPECT_EQ(plain.line(), "second ");
+    EXPECT_EQ(plain.line(), "pelto_event_audio_set_debug_log 1");
+    const auto event = nlohmann::json::parse(json.line());
+    EXPECT_EQ(event["type"], "kind");
+    EXPECT_EQ(event["info"], "a\nb\\\xef\xbf\xbd");
+    EXPECT_GT(event["time_ms"], 0);
+    EXPECT_EQ(json.wait(), 0);
+
+    // Too big for a call; and what comes after it in the input is not sent.
+    std::ofstream(input) << "big " << std::string(1040000, 'x') << "\nafter\n";
+    const Result big = run(command({"send", "--stdin"}), input);
+    EXPECT_EQ(big.code, 1);
+    EXPECT_THAT(big.errors, HasSubstr("line 1: too big"));
+
+    refuses({"watch", "--timeout", "0.01", "--count", "1"}, 5, "0 of 1");
+    EXPECT_EQ(pelto({"watch", "--timeout", "0.01"}).code, 0);
+    host.signal(SIGTERM);
+    EXPECT_EQ(plain.wait(), 4);
+    EXPECT_EQ(plain.output(), "");
+    EXPECT_THAT(plain.errors(), HasSubstr("the service has ended"));
+}
+
+TEST_F(ClientTest, readsAndSetsProperties) {
+    EXPECT_EQ(pelto({"setprop", "ro.one", "a\nb"}).code, 0);
+    EXPECT_EQ(pelto({"setprop", "two", ""}).code, 0);
+    EXPECT_EQ(property("ro.one"), "a\nb");
+    EXPECT_EQ(pelto({"getprop", "ro.one"}).output, "a\\nb\n");
+    EXPECT_EQ(pelto({"getprop", "three"}).output, "\n");
+    EXPECT_EQ(pelto({"getprop"}).output, "[ro.one]: [a\\nb]\n[two]: []\n");
+    refuses({"setprop", "ro.one", "c"}, 1, "'ro.one'");
+    refuses({"setprop", "a..b", "c"}, 1, "invalid property name");
+    refuses({"setprop", "a", std::string(92, 'x')}, 1, "too long");
+}
+
+TEST_F(ClientTest, showsAndFollowsTheLog) {
+    phone().log().write(ANDROID_LOG_INFO, "one", "early");
+    phone().log().write(ANDROID_LOG_WARN, "two", "loud");
+    const std::string line = "[-0-9]+ [:.0-9]+ +[0-9]+ +[0-9]+ ";
+    EXPECT_THAT(pelto({"logcat", "-d", "one:i", "*:s"}).output,
+                MatchesRegex("-+ beginning of main\n" + line + "I one +: early\n"));
+    EXPECT_THAT(pelto({"logcat", "-d", "-s", "*:w"}).output, HasSubstr("loud"));
+
+    Program follower(command({"logcat", "--until", "^la+ter$", "--timeout", "40"}));
+    EXPECT_THAT(follower.line(), HasSubstr("early"));
+    phone().log().write(ANDROID_LOG_INFO, "one", "laater");
+    phone().log().write(ANDROID_LOG_INFO, "one", "after");
+    EXPECT_EQ(follower.wait(), 0) << follower.errors();
+    EXPECT_THAT(follower.output(), MatchesRegex("[^\n]+ loud\n[^\n]+ laater\n"));
+    EXPECT_EQ(pelto({"logcat", "--until", "never", "--timeout", "0.01"}).code, 5);
+
+    EXPECT_EQ(pelto({"logcat", "-c"}).code, 0);
+    EXPECT_EQ(pelto({"logcat", "-t", "5"}).output, "--------- beginning of main\n");
+}
+
+}  // namespace
