@@ -56,6 +56,7 @@ class DispatcherTest : public PhoneTest {
 };
 
 TEST_F(DispatcherTest, HandsAnEventToEveryListenerOfItsTypeInOrder) {
+    holdClock();  // no listener is slow
     listen("late", {"x", "b"});
     const sp<Listener> twice = listen("twice", {"a", "a"});
     listen("early", {"a"});
@@ -86,6 +87,7 @@ TEST_F(DispatcherTest, ATextIsDeliveredWholeOrEmpty) {
 }
 
 TEST_F(DispatcherTest, TellsTheRoadOfAnEventWhileItsDebugLogIsOn) {
+    holdClock();
     dispatcher().setDebugLog(true);
     listen("l", {"a"});
     const sp<Listener> wantsNothing = listen("none", {});

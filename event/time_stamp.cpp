@@ -3,7 +3,6 @@
 #include <android/log.h>
 
 #include <cstdio>
-#include <cstring>
 
 #include "phone/phone.h"
 
@@ -20,7 +19,6 @@ int32_t fail(const char* tag, const char* why) {
 
 int32_t writeTimeStamp(const char* tag, const char* prefix, char* buffer, int32_t size) {
     if (buffer == nullptr || size < kTimeStampBytes) return fail(tag, "Invalid time buffer");
-    memset(buffer, 0, kTimeStampBytes);
     const time_t now = phone::time(nullptr);
     if (now == 0) return fail(tag, "Unable to get time");
     struct tm local {};

@@ -3,12 +3,47 @@
 #include <utils/RefBase.h>
 #include <utils/Timers.h>
 
+#include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 
 #include "looper/EnvelopePool.h"
 
 namespace android {
+
+// The next due messages, handed to the looper's thread together so that it delivers them without
+// taking the lock for each. A message is still its queue's until it is claimed: whatever removes
+// messages or puts one before them revokes the lease, and what was not claimed by then is back in
+// the order.
+//
+// Threads: claim() on the looper's thread without the lock; the rest is the queue's, under it.
+class Lease {
+  public:
+    // The next message, the caller's until the lease is settled; null when there is no other, or
+    // no longer.
+    MessageEnvelope* claim() {
+        uint32_t state = mState.load(std::memory_order_relaxed);
+        do {
+            if (state >= mCount) return nullptr;
+        } while (!mState.compare_exchange_weak(state, state + 1, std::memory_order_acq_rel));
+        // The next one is on its way while this one's handler runs.
+        if (state + 1 < mCount) __builtin_prefetch(mEnvelopes[state + 1]);
+        return mEnvelopes[state];
+    }
+
+  private:
+    friend class MessageQueue;
+    static constexpr uint32_t kMost = 32;
+    static constexpr uint32_t kRevoked = 0x80000000;  // above every count
+
+    uint32_t claimed() const { return mState.load(std::memory_order_relaxed) & ~kRevoked; }
+
+    std::atomic<uint32_t> mState{0};  // how many are claimed; kRevoked is added to end it
+    uint32_t mCount = 0;
+    nsecs_t mLastUptime = 0;
+    MessageEnvelope* mEnvelopes[kMost];
+};
 
 // A looper's pending messages in the order they fall due, equal times in the order they were sent.
 //
@@ -16,8 +51,9 @@ namespace android {
 // nothing, inserting moves the keys on the shorter side. The messages themselves lie still in the
 // pool, where each is copied to once and handed out from.
 //
-// Invariants: keys ascend by due time; every key's envelope is in use and in no other key; an
-//   envelope that was taken stays in use until it is given back, whatever is removed meanwhile.
+// Invariants: keys ascend by due time; every key's envelope is in use and in no other key; no
+//   message waits that is due before one of a lease in force; a claimed envelope stays in use until
+//   its lease is settled, whatever is removed meanwhile.
 // Threads: none of its own; the looper's lock covers it.
 class MessageQueue {
   public:
@@ -26,22 +62,25 @@ class MessageQueue {
     MessageQueue(const MessageQueue&) = delete;
     MessageQueue& operator=(const MessageQueue&) = delete;
 
-    bool isEmpty() const { return mHead == mTail; }
-    size_t size() const { return mTail - mHead; }
-
-    // Behind every message that is due at the same time or earlier. True when it is the new first.
+    // Behind every message that is due at the same time or earlier. True when it is the first of
+    // those not leased.
     bool insert(nsecs_t uptime, const sp<PeltoMessageHandler>& handler,
                 const PeltoMessage& message);
-
-    // When the first message is due; the queue is not empty.
-    nsecs_t firstUptime() const { return mKeys[mHead].uptime; }
-    // Takes the first message out of the order. It stays the caller's until given back.
-    MessageEnvelope* takeFirst();
-    // With its handler reference dropped.
-    void giveBack(MessageEnvelope* envelope);
-
     void remove(const sp<PeltoMessageHandler>& handler);
     void remove(const sp<PeltoMessageHandler>& handler, int32_t what);
+
+    // Both without what is leased; revokeLease() first where one may be in force.
+    bool isEmpty() const { return mHead == mTail; }
+    size_t size() const { return mTail - mHead; }
+    // When the first message is due; the queue is not empty.
+    nsecs_t firstUptime() const { return mKeys[mHead].uptime; }
+
+    // Leases the messages that are due by `now`. No other lease is in force.
+    void grant(nsecs_t now, Lease* lease);
+    // Takes back what the lease in force, if there is one, has not handed out.
+    void revokeLease();
+    // Gives back what was claimed, whose handler references have been dropped.
+    void settle(Lease* lease);
 
     // Heap bytes held for keys and envelopes.
     size_t footprint() const;
@@ -53,7 +92,7 @@ class MessageQueue {
     };
 
     size_t placeFor(nsecs_t uptime) const;
-    Key* openGapAt(size_t place);
+    void insertKey(size_t place, const Key& key);
     void makeRoom();
     void moveTo(size_t capacity, size_t head);
     void settleWhenEmpty();
@@ -65,6 +104,7 @@ class MessageQueue {
     size_t mCapacity = 0;
     size_t mHead = 0;
     size_t mTail = 0;
+    Lease* mLease = nullptr;  // the one in force
     EnvelopePool mPool;
 };
 

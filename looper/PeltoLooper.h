@@ -115,7 +115,7 @@ class PeltoLooper : public RefBase {
     void collectEventLocked(const epoll_event& item) REQUIRES(mLock);
     int32_t deliverMessagesLocked(int32_t result) REQUIRES(mLock);
     bool firstIsDueLocked() REQUIRES(mLock);
-    void deliverFirstLocked() REQUIRES(mLock);
+    void deliverDueLocked() REQUIRES(mLock);
     int32_t invokeCallbacks(int32_t result) EXCLUDES(mLock);
     bool nextIdentifier(int32_t* outFd, int32_t* outEvents, void** outData, int32_t* ident);
     void awoken();

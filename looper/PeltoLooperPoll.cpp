@@ -137,12 +137,13 @@ void PeltoLooper::pushResponse(int32_t events, const Request& request) {
 
 int32_t PeltoLooper::deliverMessagesLocked(int32_t result) {
     mNextMessageUptime = INT64_MAX;
+    mMessageEnvelopes.revokeLease();  // of the poll that this one is nested in
     while (!mMessageEnvelopes.isEmpty()) {
         if (!firstIsDueLocked()) {
             mNextMessageUptime = mMessageEnvelopes.firstUptime();
             break;
         }
-        deliverFirstLocked();
+        deliverDueLocked();
         result = LOOPER_POLL_CALLBACK;
     }
     return result;
@@ -155,15 +156,19 @@ bool PeltoLooper::firstIsDueLocked() {
     return uptime <= mLatestReading;
 }
 
-// The message stays where it lies, out of the order, until its handler is done with it.
-void PeltoLooper::deliverFirstLocked() {
-    MessageEnvelope* const envelope = mMessageEnvelopes.takeFirst();
+// The messages stay where they lie, out of the order, until their handlers are done with them. What
+// a handler posts or removes revokes the lease where it would change what comes next.
+void PeltoLooper::deliverDueLocked() {
+    Lease lease;
+    mMessageEnvelopes.grant(mLatestReading, &lease);
     mSendingMessage = true;
     mLock.unlock();
-    if (envelope->handler != nullptr) envelope->handler->handleMessage(envelope->message);
-    envelope->handler.clear();
+    while (MessageEnvelope* const envelope = lease.claim()) {
+        if (envelope->handler != nullptr) envelope->handler->handleMessage(envelope->message);
+        envelope->handler.clear();
+    }
     ShortLock::take(mLock);
-    mMessageEnvelopes.giveBack(envelope);
+    mMessageEnvelopes.settle(&lease);
     mSendingMessage = false;
 }
 

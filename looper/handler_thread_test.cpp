@@ -70,7 +70,7 @@ TEST_F(HandlerThreadTest, OneThatNeverRanEndsAtOnce) {
     thread->quit();
 }
 
-TEST_F(HandlerThreadTest, DestroyingItEndsItsThreadAndItsLooper) {
+TEST_F(HandlerThreadTest, ItsLooperGoesWithIt) {
     wp<PeltoLooper> looper;
     {
         const sp<HandlerThread> brief = new HandlerThread();
@@ -79,7 +79,11 @@ TEST_F(HandlerThreadTest, DestroyingItEndsItsThreadAndItsLooper) {
         brief->quit();
     }
     // The thread's own binding goes a moment after it has reported its end.
-    while (looper.promote() != nullptr) std::this_thread::yield();
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (looper.promote() != nullptr) {
+        ASSERT_LT(std::chrono::steady_clock::now(), deadline);
+        std::this_thread::yield();
+    }
 }
 
 }  // namespace

@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
 #include <deque>
 #include <random>
-#include <vector>
 
 #include "looper/MessageQueue.h"
 
@@ -23,11 +23,10 @@ class NaiveQueue {
         int32_t what;
     };
 
-    bool insert(const Item& item) {
+    void insert(const Item& item) {
         size_t i = 0;
         while (i < items.size() && item.uptime >= items[i].uptime) ++i;
         items.insert(items.begin() + static_cast<ptrdiff_t>(i), item);
-        return i == 0;
     }
     template <typename Wanted>
     void remove(Wanted wanted) {
@@ -45,86 +44,95 @@ PeltoMessage messageOf(int32_t what) {
     return message;
 }
 
-// Takes messages out of the queue under test and keeps some of them for a while.
-class Pins {
+// A queue and its model under the same random operations. Delivery nests up to three polls deep,
+// and operations fall between any two messages, as they do from inside handlers.
+class Comparison {
   public:
-    explicit Pins(MessageQueue& queue) : mQueue(queue) {}
+    explicit Comparison(unsigned seed) : mRandom(seed) {}
 
-    void take(const NaiveQueue::Item& expected) {
-        MessageEnvelope* envelope = mQueue.takeFirst();
-        EXPECT_EQ(expected.uptime, envelope->uptime);
-        EXPECT_EQ(expected.handler, envelope->handler.get());
-        mPinned.push_back({envelope, messageOf(expected.what)});
+    void run(int steps) {
+        for (; mStep < steps && !testing::Test::HasFailure(); ++mStep) {
+            // Bursts and lulls: the mix changes every few hundred steps.
+            if (mStep % 400 == 0) mGrowth = 20 + below(75);
+            if (below(100) < mGrowth) {
+                insertOne();
+            } else {
+                deliver(0);
+            }
+        }
+        for (; !mQueue.isEmpty() && !testing::Test::HasFailure(); mStep += 1000) deliver(0);
+        EXPECT_TRUE(mModel.items.empty());
     }
-    void giveBack(size_t index) {
-        const Pin pin = mPinned[index];
-        EXPECT_EQ(0, memcmp(&pin.expected, &pin.envelope->message, sizeof(PeltoMessage)));
-        mPinned.erase(mPinned.begin() + static_cast<ptrdiff_t>(index));
-        pin.envelope->handler.clear();
-        mQueue.giveBack(pin.envelope);
-    }
-    size_t size() const { return mPinned.size(); }
 
   private:
-    struct Pin {
-        MessageEnvelope* envelope;
-        PeltoMessage expected;
-    };
-    MessageQueue& mQueue;
-    std::vector<Pin> mPinned;
-};
+    int32_t below(unsigned limit) { return static_cast<int32_t>(mRandom() % limit); }
+    const sp<PeltoMessageHandler>& anyHandler() { return mHandlers[below(3)]; }
 
-// Bursts and lulls: the mix of operations changes every few hundred steps.
-void compareWithModel(unsigned seed, int steps) {
-    std::mt19937 random(seed);
-    const auto below = [&](unsigned limit) { return static_cast<int32_t>(random() % limit); };
-    const sp<PeltoMessageHandler> handlers[] = {new NullHandler(), new NullHandler(), nullptr};
-    MessageQueue queue;
-    NaiveQueue model;
-    Pins pins(queue);
-    int growth = 60;
-    for (int step = 0; step < steps; ++step) {
-        if (step % 400 == 0) growth = 20 + below(75);
-        const int32_t dice = below(100);
-        const sp<PeltoMessageHandler>& handler = handlers[below(3)];
-        if (dice < growth) {
-            const nsecs_t uptime = below(4) != 0 ? step : below(1000);
-            const int32_t what = below(50);
-            ASSERT_EQ(model.insert({uptime, handler.get(), what}),
-                      queue.insert(uptime, handler, messageOf(what)));
-        } else if (dice < 97) {
-            if (!queue.isEmpty()) {
-                pins.take(model.items.front());
-                model.items.pop_front();
-            }
-            if (pins.size() > 5) pins.giveBack(static_cast<size_t>(below(6)));
-        } else if (dice < 99) {
-            const int32_t what = below(50);
-            queue.remove(handler, what);
-            model.remove([&](const auto& item) {
-                return item.handler == handler.get() && item.what == what;
-            });
-        } else if (below(20) == 0) {
-            queue.remove(handler);
-            model.remove([&](const auto& item) { return item.handler == handler.get(); });
+    void insertOne() {
+        const nsecs_t uptime = below(4) != 0 ? mStep : mStep + below(200) - 150;
+        const sp<PeltoMessageHandler>& handler = anyHandler();
+        const int32_t what = below(50);
+        mModel.insert({uptime, handler.get(), what});
+        mQueue.insert(uptime, handler, messageOf(what));
+    }
+
+    void removeSome() {
+        const sp<PeltoMessageHandler>& handler = anyHandler();
+        const int32_t what = below(50);
+        const bool all = below(10) == 0;
+        if (all) {
+            mQueue.remove(handler);
+        } else {
+            mQueue.remove(handler, what);
         }
-        ASSERT_EQ(model.items.size(), queue.size());
-        if (!queue.isEmpty()) {
-            ASSERT_EQ(model.items.front().uptime, queue.firstUptime());
+        mModel.remove([&](const auto& item) {
+            return item.handler == handler.get() && (all || item.what == what);
+        });
+    }
+
+    // Everything due by now, as the looper does it.
+    void deliver(int depth) {
+        mQueue.revokeLease();
+        while (!mQueue.isEmpty() && mQueue.firstUptime() <= mStep) {
+            Lease lease;
+            mQueue.grant(mStep, &lease);
+            while (MessageEnvelope* const envelope = lease.claim()) handle(envelope, depth);
+            mQueue.settle(&lease);
+        }
+        ASSERT_EQ(mModel.items.size(), mQueue.size());
+        if (!mQueue.isEmpty()) {
+            ASSERT_EQ(mModel.items.front().uptime, mQueue.firstUptime());
         }
     }
-    while (!queue.isEmpty()) {
-        pins.take(model.items.front());
-        model.items.pop_front();
+
+    void handle(MessageEnvelope* envelope, int depth) {
+        ASSERT_FALSE(mModel.items.empty());
+        const NaiveQueue::Item expected = mModel.items.front();
+        mModel.items.pop_front();
+        ASSERT_EQ(expected.uptime, envelope->uptime);
+        ASSERT_EQ(expected.handler, envelope->handler.get());
+        for (int32_t dice = below(100); dice < 30; dice = below(100)) {
+            if (dice < 15) insertOne();
+            if (dice >= 15 && dice < 20) removeSome();
+            if (dice >= 20 && depth < 2) deliver(depth + 1);
+        }
+        const PeltoMessage message = messageOf(expected.what);
+        ASSERT_EQ(0, memcmp(&message, &envelope->message, sizeof message));
+        envelope->handler.clear();
     }
-    while (pins.size() > 0) pins.giveBack(0);
-}
+
+    const sp<PeltoMessageHandler> mHandlers[3] = {new NullHandler(), new NullHandler(), nullptr};
+    std::mt19937 mRandom;
+    MessageQueue mQueue;
+    NaiveQueue mModel;
+    int mStep = 0;
+    int mGrowth = 50;
+};
 
 TEST(MessageQueueTest, BehavesAsANaiveQueueUnderRandomOperations) {
     for (unsigned seed = 1; seed <= 12; ++seed) {
         SCOPED_TRACE(seed);
-        compareWithModel(seed, 4000);
-        if (HasFailure()) return;
+        Comparison(seed).run(4000);
     }
 }
 
@@ -135,10 +143,11 @@ TEST(MessageQueueTest, HoldsLittleMoreThanWhatWaitsAndGivesABurstBack) {
     for (size_t i = 0; i < kBurst; ++i)
         queue.insert(static_cast<nsecs_t>(i), handler, messageOf(0));
     EXPECT_LT(queue.footprint(), kBurst * sizeof(PeltoMessage) * 5 / 4);
-    for (size_t i = 0; i < kBurst; ++i) {
-        MessageEnvelope* envelope = queue.takeFirst();
-        envelope->handler.clear();
-        queue.giveBack(envelope);
+    while (!queue.isEmpty()) {
+        Lease lease;
+        queue.grant(INT64_MAX, &lease);
+        while (MessageEnvelope* const envelope = lease.claim()) envelope->handler.clear();
+        queue.settle(&lease);
     }
     EXPECT_LT(queue.footprint(), 64 * sizeof(MessageEnvelope));
     EXPECT_EQ(1, handler->getStrongCount());

@@ -17,6 +17,7 @@ status_t PeltoService::registerNativeClient(const sp<IPeltoNativeClient>& client
 
 void PeltoService::setEvent(const String8& event, const String8& info) {
     if (debugLog()) {
+        // The count is read under the lock: a debug line may wait for a slow client.
         __android_log_print(ANDROID_LOG_VERBOSE, kServiceTag,
                             "PeltoService setEvent:%s cliensCount %d", event.c_str(),
                             static_cast<int>(clientCount()));

@@ -15,6 +15,9 @@
 
 namespace android {
 
+struct kernel_to_native_packet;
+struct mm_kevent_packet;
+
 // The service object: its constructor brings up the whole system, its operations take the reports
 // of other processes.
 //
@@ -47,6 +50,13 @@ class PeltoService : public BnPeltoService, public IBinder::DeathRecipient {
     void binderDied(const wp<IBinder>& who) override;
     void onFirstRef() override;
 
+    // What the kernel channels call, each on its thread, with the service as owner. False when an
+    // argument is null.
+    static bool handleKernelFeedback(void* owner, mm_kevent_packet* packet);
+    static bool handleAudioKernelInfo(void* owner, kernel_to_native_packet* packet);
+    // Tells the display compositor, and waits for it.
+    static void notifySurfaceFlinger(int32_t eventId, const String8& info);
+
   protected:
     void onLastStrongRef(const void* id) override;
 
@@ -63,9 +73,9 @@ class PeltoService : public BnPeltoService, public IBinder::DeathRecipient {
     sp<EventTest> mEventTest;
     std::atomic<bool> mSfState{false};
     int64_t mUpdateActivityTime GUARDED_BY(mLock) = 0;  // milliseconds since boot, 0 is never
-    // Keeps the object through a fall to no strong reference during start-up; given up afterwards.
-    wp<PeltoService> mStartUpHold;
-    std::atomic<bool> mStarted{false};
+    // Start-up holds a weak reference of its own, so that a fall to no strong one does not end the
+    // object; once it is over, the next such fall gives it up.
+    std::atomic<bool> mHeldForStartUp{false};
 };
 
 }  // namespace android

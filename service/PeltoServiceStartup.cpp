@@ -8,10 +8,10 @@ namespace android {
 
 PeltoService::PeltoService() {
     extendObjectLifetime(OBJECT_LIFETIME_WEAK);
-    mStartUpHold = this;
+    getWeakRefs()->incWeak(this);
     init();
     __android_log_print(ANDROID_LOG_DEBUG, kServiceTag, "PeltoService");
-    mStarted = true;
+    mHeldForStartUp = true;
 }
 
 // Nothing here checks whether a component could start: the rest works without it.
@@ -29,7 +29,7 @@ PeltoService::~PeltoService() {
 void PeltoService::onFirstRef() {}
 
 void PeltoService::onLastStrongRef(const void* /*id*/) {
-    if (mStarted) mStartUpHold.clear();
+    if (mHeldForStartUp.exchange(false)) getWeakRefs()->decWeak(this);
 }
 
 }  // namespace android

@@ -85,8 +85,13 @@ TEST_F(ServiceTest, ClientsSeeAnEventBeforeTheListenersAndNotWhatIsMeantForThese
     std::promise<std::string> seen;
     auto arrived = seen.get_future();
     const sp<Watcher> watcher = new Watcher("x", &seen);
+    std::promise<std::string> overtaken;
+    const sp<Watcher> behind = new Watcher("behind", &overtaken);
     service->registerNativeClient(new Client([&](const std::string& event) {
         EXPECT_EQ("x$1", event);
+        // What is queued now comes out behind whatever was queued before.
+        PeltoEventDisptch::getInstance().setEvent(String8("behind"), String8(""));
+        overtaken.get_future().wait();
         EXPECT_EQ(std::future_status::timeout, arrived.wait_for(0s));
     }));
     set("x", "1");

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "event/EventListener.h"
+#include "logcapture/KelvoDmesgThread.h"
 #include "looper/PeltoLooperCallback.h"
 #include "looper/PeltoMessageHandler.h"
 #include "service/PeltoService.h"
@@ -12,8 +13,8 @@
 namespace android {
 namespace {
 
-// The place of a virtual operation in its class's table. Elsewhere the offset is marked by an odd
-// number, on 32-bit ARM by the word behind it.
+// The place of a virtual operation in its class's table. ARM marks the offset in the word behind
+// it, other machines by making it odd.
 template <typename Operation>
 ptrdiff_t slotOf(Operation operation) {
     struct {
@@ -22,7 +23,11 @@ ptrdiff_t slotOf(Operation operation) {
     } raw;
     static_assert(sizeof raw == sizeof operation);
     memcpy(&raw, &operation, sizeof raw);
-    const ptrdiff_t offset = sizeof(void*) == 4 ? raw.offset : raw.offset - 1;
+#if defined(__arm__) || defined(__aarch64__)
+    const ptrdiff_t offset = raw.offset;
+#else
+    const ptrdiff_t offset = raw.offset - 1;
+#endif
     return offset / static_cast<ptrdiff_t>(sizeof(void*));
 }
 
@@ -33,6 +38,10 @@ TEST(SlotOrderTest, AListenersOperationStandsBeforeItsDestructorAHandlersBehind)
     EXPECT_EQ(2, slotOf(&Thread::run));
     EXPECT_EQ(3, slotOf(&Thread::requestExit));
     EXPECT_EQ(4, slotOf(&Thread::readyToRun));
+    EXPECT_EQ(5, slotOf(&KelvoDmesgThread::threadLoop));
+    EXPECT_EQ(6, slotOf(&KelvoDmesgThread::onFirstRef));
+    EXPECT_EQ(7, slotOf(&KelvoDmesgThread::initCheck));
+    EXPECT_EQ(8, slotOf(&KelvoDmesgThread::handleEvent));
 }
 
 TEST(SlotOrderTest, TheServicesOperationsStandInTheirOrder) {

@@ -13,6 +13,7 @@ import sys
 import sources
 
 _PHONE_SIDE = {"platform", "phone"}
+_WORKSTATION = {"platform", "platform's inside", "sim"}
 _LISTENER = {"event", "looper"} | _PHONE_SIDE
 MAY_INCLUDE = {
     "looper": _PHONE_SIDE,
@@ -24,8 +25,8 @@ MAY_INCLUDE = {
     "service": set(sources.PRODUCT) | _PHONE_SIDE,
     "phone": set(),
     "sim": set(),
-    "host": set(sources.PRODUCT) | {"platform", "sim"},
-    "client": {"platform", "sim"},
+    "host": set(sources.PRODUCT) | _WORKSTATION,
+    "client": _WORKSTATION,
 }
 # What ships, and what stands in for the phone, does without third-party libraries.
 _PLAIN = set(sources.PRODUCT) | {"phone", "platform", "sim"}
@@ -38,7 +39,7 @@ def allowed(root, path):
     parts = path.relative_to(root).parts
     if parts[0] == "platform":
         is_phones = path.suffix == ".h" and len(parts) == 3
-        return {"platform"} if is_phones else {"platform", "platform's inside", "sim"}
+        return {"platform"} if is_phones else _WORKSTATION
     if parts == ("phone", "phone_workstation.cpp"):
         return {"phone", "sim"}
     return MAY_INCLUDE[parts[0]] | {parts[0]}

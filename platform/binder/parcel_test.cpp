@@ -19,51 +19,34 @@ struct Item {
 const String8 kText("t\0xt\xc3\xa9", 6);
 const String16 kText16("sixteen");
 
+template <typename T, typename A>
+Item item(status_t (Parcel::*write)(A), status_t (Parcel::*read)(T*) const, T value) {
+    return {[=](Parcel& parcel) { (parcel.*write)(value); },
+            [=](const Parcel& parcel) {
+                T got{};
+                return (parcel.*read)(&got) == OK && got == value;
+            }};
+}
+
+bool readsFour(const Parcel& parcel) {
+    const char* const text = parcel.readCString();
+    return text != nullptr && text == std::string("four");
+}
+
+bool isToken(const Parcel& parcel) {
+    return !parcel.enforceInterface(String16("sixteem")) && parcel.enforceInterface(kText16);
+}
+
 const Item kItems[] = {
-    {[](Parcel& p) { p.writeInt32(-7); },
-     [](const Parcel& p) {
-         int32_t v;
-         return p.readInt32(&v) == OK && v == -7;
-     }},
-    {[](Parcel& p) { p.writeInt64(INT64_MIN + 1); },
-     [](const Parcel& p) {
-         int64_t v;
-         return p.readInt64(&v) == OK && v == INT64_MIN + 1;
-     }},
-    {[](Parcel& p) { p.writeBool(true); },
-     [](const Parcel& p) {
-         bool v;
-         return p.readBool(&v) == OK && v;
-     }},
-    {[](Parcel& p) { p.writeCString("four"); },
-     [](const Parcel& p) {
-         const char* v = p.readCString();
-         return v != nullptr && v == std::string("four");
-     }},
-    {[](Parcel& p) { p.writeString8(kText); },
-     [](const Parcel& p) {
-         String8 v;
-         return p.readString8(&v) == OK && v == kText;
-     }},
-    {[](Parcel& p) { p.writeString8(String8()); },
-     [](const Parcel& p) {
-         String8 v("x");
-         return p.readString8(&v) == OK && v.isEmpty();
-     }},
-    {[](Parcel& p) { p.writeInterfaceToken(kText16); },
-     [](const Parcel& p) {
-         return !p.enforceInterface(String16("sixteem")) && p.enforceInterface(kText16);
-     }},
-    {[](Parcel& p) { p.writeString16(kText16); },
-     [](const Parcel& p) {
-         String16 v;
-         return p.readString16(&v) == OK && v == kText16;
-     }},
-    {[](Parcel& p) { p.writeStrongBinder(nullptr); },
-     [](const Parcel& p) {
-         sp<IBinder> v;
-         return p.readNullableStrongBinder(&v) == OK && v == nullptr;
-     }},
+    item<int32_t>(&Parcel::writeInt32, &Parcel::readInt32, -7),
+    item<int64_t>(&Parcel::writeInt64, &Parcel::readInt64, INT64_MIN + 1),
+    item<bool>(&Parcel::writeBool, &Parcel::readBool, true),
+    {[](Parcel& parcel) { parcel.writeCString("four"); }, readsFour},
+    item<String8>(&Parcel::writeString8, &Parcel::readString8, kText),
+    item<String8>(&Parcel::writeString8, &Parcel::readString8, String8()),
+    {[](Parcel& parcel) { parcel.writeInterfaceToken(kText16); }, isToken},
+    item<String16>(&Parcel::writeString16, &Parcel::readString16, kText16),
+    item<sp<IBinder>>(&Parcel::writeStrongBinder, &Parcel::readNullableStrongBinder, nullptr),
 };
 
 // How many items, from the first on, read back; a failed one must not move the position.

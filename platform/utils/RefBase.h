@@ -76,7 +76,8 @@ class wp {
           mRefs(std::exchange(other.mRefs, nullptr)) {}
     template <typename U>
     wp(const sp<U>& other) : wp(static_cast<T*>(other.get())) {}
-    // Upcasting reads the object when its base is virtual, so it is done from a promoted pointer.
+    // Upcasting reads the object when its base is virtual, so it is done from a promoted pointer:
+    // null when the object is gone, and an object that was never held strongly ends with it.
     template <typename U>
     wp(const wp<U>& other) : wp(other.promote()) {}
     ~wp() { drop(); }

@@ -74,16 +74,12 @@ void* Thread::entry(void* argument) {
 }
 
 void Thread::loop(sp<Thread> self) {
-    const wp<Thread> weak(self);
     bool first = true;
+    bool goOn = true;
     do {
-        const bool goOn = self->passOnce(first);
+        goOn = self->passOnce(first);
         first = false;
-        if (self->endUnlessGoingOn(goOn)) return;
-        // Lets go and looks whether somebody else still wants the thread.
-        self.clear();
-        self = weak.promote();
-    } while (self != nullptr);
+    } while (!self->endUnlessGoingOn(goOn));
 }
 
 // The first pass runs readyToRun() too; an error of it ends the thread.
@@ -106,7 +102,9 @@ bool Thread::passOnce(bool first) {
 
 bool Thread::endUnlessGoingOn(bool goOn) {
     Mutex::Autolock lock(mThreadLock);
-    if (goOn && !mExitPending) return false;
+    // Decided while it is still held, not by letting go and looking whether that was the end: an
+    // owner whose last reference went in between would wait for a thread that never says it ended.
+    if (goOn && !mExitPending && getStrongCount() > 1) return false;
     mExitPending = true;
     mRunning = false;
     mTid = -1;

@@ -18,8 +18,8 @@ enum {
 // A thread as an object. run() starts it: readyToRun() once, then threadLoop() again and again
 // while that returns true, no exit was requested and someone else holds a strong reference.
 //
-// Ownership: the thread holds its object strongly only while one of the two functions runs, and
-//   reports "not running" before it lets go.
+// Ownership: the thread holds its object strongly from run() to its end, and reports "not running"
+//   before it lets go.
 // Threads: run(), requestExit(), requestExitAndWait(), join() and isRunning() from any thread;
 //   waiting on the own thread returns WOULD_BLOCK at once.
 // Errors: a priority that cannot be set is none; names are cut to 15 characters.

@@ -5,6 +5,7 @@
 #include <sys/epoll.h>
 
 #include <cerrno>
+#include <cstring>
 
 namespace android::transport {
 

@@ -1,7 +1,10 @@
 #include <android/log.h>
 #include <binder/transport/connection.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstring>
+#include <vector>
 
 namespace android::transport {
 

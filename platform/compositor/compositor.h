@@ -1,0 +1,42 @@
+#pragma once
+
+#include <binder/Binder.h>
+#include <utils/Condition.h>
+#include <utils/Mutex.h>
+#include <utils/String8.h>
+
+#include <cstdint>
+#include <deque>
+#include <vector>
+
+namespace android {
+
+// The display compositor, "SurfaceFlinger", as far as the service calls it: keeps what the notices
+// of display conditions carried.
+// Threads: any.
+class Compositor : public BBinder {
+  public:
+    static constexpr uint32_t kDisplayNotice = 22006;
+    static constexpr size_t kHistory = 1000;
+
+    struct Notice {
+        int32_t eventId;
+        String8 info;
+    };
+
+    // The last kHistory ones, oldest first.
+    std::vector<Notice> notices() EXCLUDES(mLock);
+
+  protected:
+    status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) override;
+
+  private:
+    Mutex mLock;
+    std::deque<Notice> mNotices GUARDED_BY(mLock);
+};
+
+// Publishes the process's compositor, once, and adds the control command "compositor", which lists
+// the notices: "ID INFO" each. Null when the name is taken.
+sp<Compositor> startCompositor();
+
+}  // namespace android
