@@ -10,11 +10,16 @@
 
 #include <atomic>
 #include <cstdint>
-
-#include "testlistener/EventTest.h"
+#include <memory>
 
 namespace android {
 
+class DisplayKevent;
+class EventTest;
+class KelvoAudioKernelNativeCom;
+class KelvoDmesgThread;
+class KelvoGpuMinidump;
+class KelvoPeltoLogWriter;
 struct kernel_to_native_packet;
 struct mm_kevent_packet;
 
@@ -70,7 +75,12 @@ class PeltoService : public BnPeltoService, public IBinder::DeathRecipient {
     Mutex mLock;
     // Racy by design: a stale value only costs or adds a verbose line.
     std::atomic<bool> mDebugLog{false};
+    sp<KelvoPeltoLogWriter> mLogWriter;
     sp<EventTest> mEventTest;
+    sp<DisplayKevent> mDisplayKevent;
+    sp<KelvoAudioKernelNativeCom> mAudioKernelCom;
+    sp<KelvoDmesgThread> mDmesgThread;
+    std::shared_ptr<KelvoGpuMinidump> mGpuMinidump;  // null where the phone has no such monitor
     std::atomic<bool> mSfState{false};
     int64_t mUpdateActivityTime GUARDED_BY(mLock) = 0;  // milliseconds since boot, 0 is never
     // Start-up holds a weak reference of its own, so that a fall to no strong one does not end the

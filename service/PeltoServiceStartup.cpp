@@ -1,8 +1,15 @@
 // Start-up, and what is left of it at the end.
 #include <android/log.h>
+#include <kelvo_multimedia_kernel_event/DisplayKevent.h>
 
+#include "gpu/KelvoGpuMinidump.h"
+#include "gpu/KelvoGpuMinidumpFactory.h"
+#include "kernel/KelvoAudioKernelNativeCom.h"
+#include "logcapture/KelvoDmesgThread.h"
+#include "logcapture/KelvoPeltoLogWriter.h"
 #include "service/PeltoService.h"
 #include "service/log_tag.h"
+#include "testlistener/EventTest.h"
 
 namespace android {
 
@@ -17,7 +24,16 @@ PeltoService::PeltoService() {
 // Nothing here checks whether a component could start: the rest works without it.
 void PeltoService::init() {
     mDebugLog.store(false, std::memory_order_relaxed);
+    mLogWriter = new KelvoPeltoLogWriter();  // makes the dispatcher, the first to need it
     mEventTest = new EventTest();
+    mDisplayKevent = new DisplayKevent(this, "mm_kevent_pelto", handleKernelFeedback);
+    mDisplayKevent->run("kelvo_fb_pelto", PRIORITY_DEFAULT, 0);
+    mAudioKernelCom = new KelvoAudioKernelNativeCom(this, "knl_nt_com", handleAudioKernelInfo);
+    mAudioKernelCom->run("kelvo_audio_mic_check", PRIORITY_DEFAULT, 0);
+    mGpuMinidump = KelvoGpuMinidumpFactory::create();
+    // The first strong reference to the service, gone again at once when the monitor declines.
+    if (mGpuMinidump != nullptr) mGpuMinidump->init(this);
+    mDmesgThread = KelvoDmesgThread::createLogThread();
     Mutex::Autolock lock(mLock);
     mUpdateActivityTime = 0;
 }

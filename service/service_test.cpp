@@ -8,6 +8,7 @@
 
 #include "event/PeltoEventDisptch.h"
 #include "service/PeltoService.h"
+#include "sim/display_kernel.h"
 #include "tests/support/phone_test.h"
 
 namespace android {
@@ -78,7 +79,7 @@ TEST_F(ServiceTest, CallsEachClientOnceAnEventInTheOrderOfTheirAddresses) {
     });
     set("a", "b");
     EXPECT_EQ(expected, received);
-    EXPECT_TRUE(log().empty());
+    EXPECT_TRUE(logLines(kTag).empty());
 }
 
 TEST_F(ServiceTest, ClientsSeeAnEventBeforeTheListenersAndNotWhatIsMeantForThese) {
@@ -161,9 +162,21 @@ TEST_F(ServiceTest, TopActivityUpdatesAreRateLimited) {
     EXPECT_EQ(4u, logLines(kTag).size()) << "of several at once one passes";
 }
 
-TEST_F(ServiceTest, LivesUntilItsLastOwnerLetsGo) {
+// On a phone whose monitor declines: one that starts keeps the service for good.
+class ServiceEndTest : public ServiceTest {
+  protected:
+    void SetUp() override {
+        PhoneTest::SetUp();
+        setProperty("ro.kelvo.memory.size", "4");
+        setProperty("ro.kelvo.mm_memory.optimize", "true");
+        service = new PeltoService();
+    }
+};
+
+TEST_F(ServiceEndTest, LivesUntilItsLastOwnerLetsGo) {
     service->binderDied(nullptr);
     EXPECT_TRUE(logged(ANDROID_LOG_DEBUG, kTag, "PeltoService Died"));
+    phone().displayKernel().end();
     service.clear();
     EXPECT_TRUE(logged(ANDROID_LOG_DEBUG, kTag, "~PeltoService"));
     std::promise<std::string> seen;
