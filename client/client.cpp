@@ -23,11 +23,21 @@ Client::Client(CLI::App& app) : mFolder(defaultFolder()) {
     app.add_option("--phone", mFolder, "Folder of the phone")
         ->envname("PELTO_PHONE")
         ->type_name("DIR")
+        ->take_last()
         ->capture_default_str();
 }
 
 void Client::onVerb(CLI::App* verb, std::function<int()> act) {
     verb->final_callback([this, act = std::move(act)] { mExitCode = act(); });
+}
+
+// Not CLI11's own requirement, which hides a misspelt verb behind the missing one.
+void Client::needsVerb(CLI::App* app) {
+    app->final_callback([app] {
+        if (app->get_subcommands().empty()) {
+            throw Failure(kUsage, "a verb is missing; see " + app->get_name() + " --help");
+        }
+    });
 }
 
 sim::Phone& Client::phone() {

@@ -44,6 +44,8 @@ class Client {
     // Has a verb do this once the whole command line is read. It returns an exit code or throws
     // Failure.
     void onVerb(CLI::App* verb, std::function<int()> act);
+    // Refuses a command line that ends where a verb must follow; it names what it found instead.
+    static void needsVerb(CLI::App* app);
     int exitCode() const { return mExitCode; }
 
     const std::string& folder() const { return mFolder; }

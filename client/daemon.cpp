@@ -79,8 +79,8 @@ void Daemon::record(const ProcessId& process) const {
     file << process.pid << ' ' << process.startTicks << '\n';
     file.close();
     if (!file || rename(fresh.c_str(), path.c_str()) != 0) {
-        throw Failure(kFailed, path + ": cannot be written; process " +
-                                   std::to_string(process.pid) + " goes on unrecorded");
+        kill(process.pid, SIGTERM);  // our child: what is not recorded must not stay
+        throw Failure(kFailed, path + ": cannot be written; " + mName + " was ended again");
     }
 }
 

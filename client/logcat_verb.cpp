@@ -1,3 +1,4 @@
+#include <regex.h>
 #include <sim/log.h>
 #include <sim/logcat.h>
 #include <stdio.h>
@@ -5,7 +6,6 @@
 
 #include <CLI/CLI.hpp>
 #include <memory>
-#include <regex>
 
 #include "client/client.h"
 #include "client/deadline.h"
@@ -26,29 +26,41 @@ struct LogcatVerb {
 };
 
 sim::LogcatOptions logcatOptions(const LogcatVerb& verb) {
-    std::vector<std::string> words = verb.filters;
+    std::vector<std::string> words;
     if (verb.dump) words.push_back("-d");
     if (verb.clear) words.push_back("-c");
     if (verb.silent) words.push_back("-s");
     if (!verb.last.empty()) words.insert(words.end(), {"-t", verb.last});
+    words.insert(words.end(), verb.filters.begin(), verb.filters.end());
     sim::LogcatOptions options;
     const std::string wrong = options.parse(words);
     if (!wrong.empty()) throw Failure(kUsage, "logcat: " + wrong + "; see pelto logcat --help");
     return options;
 }
 
-std::regex expression(const std::string& text) {
-    try {
-        return std::regex(text, std::regex::extended);
-    } catch (const std::regex_error&) {
-        throw Failure(kUsage, "logcat: --until takes an extended regular expression");
+class Expression {
+  public:
+    explicit Expression(const std::string& text) {
+        if (regcomp(&mCompiled, text.c_str(), REG_EXTENDED | REG_NOSUB) != 0) {
+            throw Failure(kUsage, "logcat: --until takes an extended regular expression");
+        }
     }
-}
+    ~Expression() { regfree(&mCompiled); }
+    Expression(const Expression&) = delete;
+    Expression& operator=(const Expression&) = delete;
+
+    bool matches(std::string_view text) const {
+        return regexec(&mCompiled, std::string(text).c_str(), 0, nullptr, 0) == 0;
+    }
+
+  private:
+    regex_t mCompiled;
+};
 
 // Prints the lines that pass, from the oldest on, up to the first whose message matches.
 int followUntil(const std::string& directory, const LogcatVerb& verb,
                 const sim::LogcatOptions& options) {
-    const std::regex wanted = expression(verb.until);
+    const Expression wanted(verb.until);
     const Deadline deadline(verb.timeoutSeconds);
     sim::LogReader reader(directory);
     bool found = false;
@@ -57,7 +69,7 @@ int followUntil(const std::string& directory, const LogcatVerb& verb,
             sim::LogLine line;
             if (found || !options.passes(text) || !line.parse(text)) return;
             printf("%.*s\n", static_cast<int>(text.size()), text.data());
-            found = std::regex_search(line.message.begin(), line.message.end(), wanted);
+            found = wanted.matches(line.message);
         });
         if (found) return kDone;
         fflush(stdout);

@@ -32,12 +32,12 @@ void addVerbs(CLI::App& app, Client& client) {
 int run(int argc, char** argv) {
     CLI::App app("Works with a simulated phone and its multimedia diagnostics service.", "pelto");
     app.footer(kExitCodes);
-    app.require_subcommand(1);
     app.fallthrough();
     app.failure_message([](const CLI::App*, const CLI::Error& error) {
         return std::string("pelto: ") + error.what() + "; see pelto --help\n";
     });
     Client client(app);
+    Client::needsVerb(&app);
     addVerbs(app, client);
     try {
         app.parse(argc, argv);

@@ -134,7 +134,7 @@ void addStart(CLI::App& phone, Client& client) {
 
 void addPhoneVerbs(CLI::App& app, Client& client) {
     CLI::App* phone = app.add_subcommand("phone", "Start, stop or describe the phone");
-    phone->require_subcommand(1);
+    Client::needsVerb(phone);
     addStart(*phone, client);
     CLI::App* stopVerb =
         phone->add_subcommand("stop", "End the processes that start started; the folder stays");

@@ -2,8 +2,8 @@
 
 #include <ipeltoservice/IPeltoService.h>
 #include <utils/Mutex.h>
-#include <utils/StrongPointer.h>
 #include <utils/String8.h>
+#include <utils/StrongPointer.h>
 
 #include <cstdint>
 #include <thread>
@@ -14,7 +14,8 @@ namespace android {
 // collected into one archive, named after the fault, below /data/kelvo/mmdump/gpu/.
 //
 // Ownership: held by a shared pointer, for as long as the process lives; it keeps the service it
-//   reports to. The monitor's thread is never joined: destroying a started monitor ends the process.
+//   reports to. The monitor's thread is never joined: destroying a started monitor ends the
+//   process.
 // Threads: init() from one thread. The monitor's thread takes one fault after the other and waits
 //   for the collector's thread of each; mLock is never held while calling out.
 // Order: of faults that land during a collection the last one is collected next, the others are

@@ -34,8 +34,7 @@ struct DumpFiles {
     void add(const char* name) {
         ++count;
         // The directory ends in "/" already; the second one does no harm.
-        const std::string path =
-            (std::string(kDumpPath) + '/' + name).substr(0, kPathBytes - 1);
+        const std::string path = (std::string(kDumpPath) + '/' + name).substr(0, kPathBytes - 1);
         struct stat status {};
         if (phone::stat(path.c_str(), &status) != 0) return;
         if (!oldest.empty() && status.st_mtime >= oldestTime) return;

@@ -2,6 +2,8 @@
 
 #include <android/log.h>
 
+#include <cstring>
+
 #include "event/phone_integer.h"
 #include "event/time_stamp.h"
 #include "logcapture/commands.h"
@@ -67,15 +69,21 @@ void KelvoPeltoLogThread::doLogCaputure() {
 
 void KelvoPeltoLogThread::capture(uint8_t logType) {
     switch (logType) {
-        case kAndroidLog: return getAndroidLog();
-        case kKernelLog: return getKernelLog();
-        case kAudioDump: return getAudioDumpLog();
-        case kSystrace: return getSystraceLog();
+        case kAndroidLog:
+            return getAndroidLog();
+        case kKernelLog:
+            return getKernelLog();
+        case kAudioDump:
+            return getAudioDumpLog();
+        case kSystrace:
+            return getSystraceLog();
         case kStackTrace:
         case kPcmDump:
-        case kQxdmLog: return;  // asked for, and nothing of it is captured here
+        case kQxdmLog:
+            return;  // asked for, and nothing of it is captured here
         // On purpose also for each bit that is not set.
-        default: __android_log_print(ANDROID_LOG_ERROR, kTag, "Unknown log type!");
+        default:
+            __android_log_print(ANDROID_LOG_ERROR, kTag, "Unknown log type!");
     }
 }
 
@@ -94,9 +102,8 @@ void KelvoPeltoLogThread::getAudioDumpLog() {
 }
 
 void KelvoPeltoLogThread::getSystraceLog() {
-    runReported(kTag,
-                String8::format("perfetto --config :test --out %s%s%s", mLogPath.c_str(),
-                                mCurrentTime.c_str(), "_systrace.perfetto-trace"));
+    runReported(kTag, String8::format("perfetto --config :test --out %s%s%s", mLogPath.c_str(),
+                                      mCurrentTime.c_str(), "_systrace.perfetto-trace"));
 }
 
 void KelvoPeltoLogThread::captureOutput(const char* command, const char* suffix) {
@@ -136,6 +143,7 @@ bool KelvoPeltoLogThread::checkPath(String8 logPath) {
 }
 
 int32_t KelvoPeltoLogThread::getCurrentTime(char* buf, int32_t size) {
+    if (buf != nullptr && size >= kTimeStampBytes) memset(buf, 0, kTimeStampBytes);
     return writeTimeStamp(kTag, "", buf, size);
 }
 

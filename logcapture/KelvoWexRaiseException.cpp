@@ -23,7 +23,6 @@ constexpr char kTombstones[] = "/data/tombstones/";
 constexpr char kExceptionLog[] = "/data/persist_log/wex/exception_log/";
 constexpr size_t kShortestEventId = 5;
 constexpr size_t kLongestLogType = 9;
-constexpr int kLogTypeBits = 9;
 
 // The verbose lines beside those that every making of a directory has.
 void logStep(PathStep step, const char* path) {
@@ -35,8 +34,8 @@ void logStep(PathStep step, const char* path) {
             __android_log_print(ANDROID_LOG_VERBOSE, kTag, "checkPath : path %s exist", path);
             break;
         case PathStep::kPrefixMissing:
-            __android_log_print(ANDROID_LOG_VERBOSE, kTag, "checkPath : path %s not exist, create it",
-                                path);
+            __android_log_print(ANDROID_LOG_VERBOSE, kTag,
+                                "checkPath : path %s not exist, create it", path);
             break;
         case PathStep::kPrefixMade:
             __android_log_print(ANDROID_LOG_VERBOSE, kTag, "checkPath : created path %s.", path);
@@ -60,28 +59,26 @@ int numberOf(const char* eventId) {
     return 0;
 }
 
-void logType(int priority, const char* what) {
-    __android_log_print(priority, kTag, "%s: %s", "getWexAtomicLogs", what);
-}
+constexpr uint64_t kPcmLogs = uint64_t{0x20} << 32;
 
-uint64_t atomicLogsOf(uint16_t type) {
-    constexpr uint64_t kPcm = uint64_t{0x20} << 32;
-    switch (type) {
-        case kAndroidLog: return 0x20;
-        case kKernelLog: return 0x1;
-        case kStackTrace:
-            logType(ANDROID_LOG_VERBOSE, "STACK_TRACE, nothing need to do now");
-            return 0;
-        case kAudioDump: return 0x208;
-        case kSystrace: logType(ANDROID_LOG_DEBUG, "SYSTRACE log"); return 0x800;
-        case kPcmDump: logType(ANDROID_LOG_DEBUG, "PCM_DUMP log, for pcm dump"); return kPcm;
-        case kQxdmLog: logType(ANDROID_LOG_VERBOSE, "QXDM_LOG, nothing need to do now"); return 0;
-        case kAdspMinidump: logType(ANDROID_LOG_DEBUG, "ADSP_MINIDUMP_LOG log"); return 0x80;
-        // The same bit as the PCM dump, and said so.
-        case kAdspTextLog: logType(ANDROID_LOG_DEBUG, "PCM_DUMP log, for adsp txt log"); return kPcm;
-        default: return 0;
-    }
-}
+// What each log type adds to the library's mask, and the line it has, from the lowest bit on.
+constexpr struct {
+    LogType type;
+    uint64_t logs;
+    int priority;
+    const char* line;  // null: none
+} kTranslation[] = {
+    {kAndroidLog, 0x20, 0, nullptr},
+    {kKernelLog, 0x1, 0, nullptr},
+    {kStackTrace, 0, ANDROID_LOG_VERBOSE, "STACK_TRACE, nothing need to do now"},
+    {kAudioDump, 0x208, 0, nullptr},
+    {kSystrace, 0x800, ANDROID_LOG_DEBUG, "SYSTRACE log"},
+    {kPcmDump, kPcmLogs, ANDROID_LOG_DEBUG, "PCM_DUMP log, for pcm dump"},
+    {kQxdmLog, 0, ANDROID_LOG_VERBOSE, "QXDM_LOG, nothing need to do now"},
+    {kAdspMinidump, 0x80, ANDROID_LOG_DEBUG, "ADSP_MINIDUMP_LOG log"},
+    // The same bit as the PCM dump, and said so.
+    {kAdspTextLog, kPcmLogs, ANDROID_LOG_DEBUG, "PCM_DUMP log, for adsp txt log"},
+};
 
 }  // namespace
 
@@ -136,8 +133,12 @@ uint64_t KelvoWexRaiseException::getWexAtomicLogs(String8 logType) {
     if (logType.isEmpty() || logType.length() > kLongestLogType) return 0;
     const int types = phoneAtoi(logType.c_str());
     uint64_t logs = 0;
-    for (int bit = 0; bit < kLogTypeBits; ++bit)
-        logs |= atomicLogsOf(static_cast<uint16_t>(types & (1 << bit)));
+    for (const auto& row : kTranslation) {
+        if ((types & row.type) == 0) continue;
+        if (row.line != nullptr)
+            __android_log_print(row.priority, kTag, "%s: %s", "getWexAtomicLogs", row.line);
+        logs |= row.logs;
+    }
     return logs;
 }
 

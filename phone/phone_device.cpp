@@ -42,6 +42,10 @@ int socket(int domain, int type, int protocol) {
 int bind(int fd, const struct ::sockaddr* address, socklen_t length) {
     return ::bind(fd, address, length);
 }
+ssize_t recvfrom(int fd, void* buffer, size_t size, int flags, struct ::sockaddr* address,
+                 socklen_t* length) {
+    return ::recvfrom(fd, buffer, size, flags, address, length);
+}
 
 unsigned sleep(unsigned seconds) {
     return ::sleep(seconds);

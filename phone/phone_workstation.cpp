@@ -3,6 +3,7 @@
 #include <chrono>
 
 #include "phone/phone.h"
+#include "sim/attributes.h"
 #include "sim/clock.h"
 #include "sim/phone.h"
 #include "sim/root.h"
@@ -11,16 +12,25 @@
 
 namespace phone {
 
+namespace {
+sim::Attributes& attributes() {
+    return sim::Phone::get().attributes();
+}
+}  // namespace
+
 int open(const char* path, int flags, mode_t mode) {
+    if (const auto fd = attributes().open(path, flags)) return *fd;
     return sim::Phone::get().root().open(path, flags, mode);
 }
 FILE* fopen(const char* path, const char* mode) {
+    if (const auto file = attributes().fopen(path, mode)) return *file;
     return sim::Phone::get().root().fopen(path, mode);
 }
 DIR* opendir(const char* path) {
     return sim::Phone::get().root().opendir(path);
 }
 int stat(const char* path, struct ::stat* status) {
+    if (const auto result = attributes().stat(path, status)) return *result;
     return sim::Phone::get().root().stat(path, status);
 }
 int mkdir(const char* path, mode_t mode) {
@@ -31,9 +41,11 @@ int remove(const char* path) {
 }
 
 ssize_t pread(int fd, void* buffer, size_t size, off_t offset) {
+    if (const auto got = attributes().pread(fd, buffer, size, offset)) return *got;
     return ::pread(fd, buffer, size, offset);
 }
 int poll(struct ::pollfd* fds, nfds_t count, int timeoutMillis) {
+    if (const auto ready = attributes().poll(fds, count, timeoutMillis)) return *ready;
     return ::poll(fds, count, timeoutMillis);
 }
 
@@ -46,6 +58,11 @@ int socket(int domain, int type, int protocol) {
 }
 int bind(int fd, const struct ::sockaddr* address, socklen_t length) {
     return sim::Phone::get().sockets().bind(fd, address, length);
+}
+ssize_t recvfrom(int fd, void* buffer, size_t size, int flags, struct ::sockaddr* address,
+                 socklen_t* length) {
+    if (!sim::Phone::get().sockets().mayReceive(fd)) return -1;
+    return ::recvfrom(fd, buffer, size, flags, address, length);
 }
 
 unsigned sleep(unsigned seconds) {

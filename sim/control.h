@@ -5,7 +5,6 @@
 #include <string>
 #include <vector>
 
-#include "sim/fd.h"
 #include "sim/mutex.h"
 
 namespace sim {

@@ -19,6 +19,9 @@ bool hostArguments(const Root& root, const std::string& program,
 
 bool isHostProgram(const std::string& name);
 
+// The status it ends with when there is no room for what it writes; 0 if it writes nothing.
+int statusOnFullDisk(const std::string& program);
+
 // Runs it to its end; a wait status. What it says on its error output goes to the phone's log.
 int runHostProgram(const Root& root, const std::vector<std::string>& arguments, int outputFd);
 

@@ -11,12 +11,20 @@
 #include <filesystem>
 #include <stdexcept>
 
+#include "sim/attributes.h"
+#include "sim/audio_dump.h"
 #include "sim/control.h"
+#include "sim/display_kernel.h"
+#include "sim/fault_commands.h"
 #include "sim/fd.h"
+#include "sim/generic_netlink.h"
+#include "sim/gpu.h"
+#include "sim/kernel_commands.h"
 #include "sim/kernel_log.h"
 #include "sim/log.h"
 #include "sim/programs.h"
 #include "sim/properties.h"
+#include "sim/reports.h"
 #include "sim/root.h"
 #include "sim/services.h"
 #include "sim/shell.h"
@@ -79,10 +87,21 @@ Phone::Phone(const std::string& folder)
       mServices(new Services),
       mProperties(new Properties(runDir() + "/properties", *mServices)),
       mKernelLog(new KernelLog(runDir() + "/kernel_log")),
+      mReports(new Reports(runDir() + "/reports")),
       mShell(new Shell(*mRoot)),
       mSockets(new Sockets),
-      mControl(new Control(runDir())) {
+      mNetlink(new GenericNetlink),
+      mDisplayKernel(new DisplayKernel),
+      mControl(new Control(runDir())),
+      mAttributes(new Attributes(*mRoot)),
+      mGpu(new Gpu(*mAttributes)),
+      mStats(new LineFile(runDir() + "/stats")) {
+    mSockets->add(AF_NETLINK, std::unique_ptr<SocketFamily>(mNetlink));
     addPrograms(*this);
+    addKernelCommands(*this);
+    addGpuCommand(*mControl, *mGpu);
+    addAudioDumpService(*this);
+    addFaultCommand(*this);
 }
 
 Phone& Phone::create(const std::string& folder) {

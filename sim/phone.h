@@ -5,10 +5,16 @@
 
 namespace sim {
 
+class Attributes;
 class Control;
+class DisplayKernel;
+class GenericNetlink;
+class Gpu;
 class KernelLog;
+class LineFile;
 class Log;
 class Properties;
+class Reports;
 class Root;
 class Services;
 class Shell;
@@ -36,11 +42,18 @@ class Phone {
     Root& root() { return *mRoot; }
     Log& log() { return *mLog; }
     Properties& properties() { return *mProperties; }
+    Reports& reports() { return *mReports; }
     Services& services() { return *mServices; }
     KernelLog& kernelLog() { return *mKernelLog; }
     Shell& shell() { return *mShell; }
     Sockets& sockets() { return *mSockets; }
+    GenericNetlink& netlink() { return *mNetlink; }
+    DisplayKernel& displayKernel() { return *mDisplayKernel; }
     Control& control() { return *mControl; }
+    Attributes& attributes() { return *mAttributes; }
+    Gpu& gpu() { return *mGpu; }
+    // What the statistics collector has been given: a line an event, fields between tabs.
+    LineFile& stats() { return *mStats; }
 
     // Absolute workstation paths, without a slash at the end.
     std::string folder() const { return mFolder; }
@@ -56,9 +69,15 @@ class Phone {
     std::unique_ptr<Services> mServices;
     std::unique_ptr<Properties> mProperties;
     std::unique_ptr<KernelLog> mKernelLog;
+    std::unique_ptr<Reports> mReports;
     std::unique_ptr<Shell> mShell;
     std::unique_ptr<Sockets> mSockets;
+    GenericNetlink* mNetlink;  // belongs to mSockets
+    std::unique_ptr<DisplayKernel> mDisplayKernel;
     std::unique_ptr<Control> mControl;
+    std::unique_ptr<Attributes> mAttributes;
+    std::unique_ptr<Gpu> mGpu;
+    std::unique_ptr<LineFile> mStats;
 };
 
 }  // namespace sim

@@ -2,8 +2,7 @@
 
 #include <fcntl.h>
 
-#include <algorithm>
-
+#include "sim/audio_dump.h"
 #include "sim/clock.h"
 #include "sim/fd.h"
 #include "sim/kernel_log.h"
@@ -47,30 +46,9 @@ int dmesg(Phone& phone, const Words& words, int outputFd) {
     return complain("dmesg: takes -c alone");
 }
 
-// What the phone's audio services say of themselves while nothing plays.
-struct Dump {
-    const char* service;
-    const char* text;
-};
-constexpr Dump kDumps[] = {
-    {"media.audio_flinger",
-     "Libraries NOT loaded:\n\nHardware status: 0\nStandby Time mSec: 3000\n"
-     "Output thread 0xf0a03580, name AudioOut_D, tid 1021, type 0 (MIXER):\n"
-     "  Standby: yes\n  Sample rate: 48000 Hz\n  Channel count: 2\n  0 Tracks\n"},
-    {"media.audio_policy",
-     "AudioPolicyManager: primary output\n Primary Output: 13\n Phone state: AUDIO_MODE_NORMAL\n"
-     " Available output devices: 1\n  1. Type: AUDIO_DEVICE_OUT_SPEAKER\n"},
-    {"audio",
-     "MediaFocusControl dump:\n\nAudio Focus stack entries (last is top of stack):\n\n"
-     "Stream volumes (device: index)\n- STREAM_MUSIC:\n   Muted: false\n   Current: 2 (speaker): "
-     "5\n"},
-};
-
 int dumpsys(const Words& words, int outputFd) {
     if (words.empty() || words[0][0] == '-') return complain("dumpsys: takes a service's name");
-    auto dump = std::find_if(std::begin(kDumps), std::end(kDumps),
-                             [&](const Dump& candidate) { return words[0] == candidate.service; });
-    if (dump != std::end(kDumps)) return print(outputFd, dump->text);
+    if (const std::string dump = audioDump(words[0]); !dump.empty()) return print(outputFd, dump);
     // As on a phone this is no failure of the program.
     complain("Can't find service: " + words[0]);
     return 0;

@@ -118,7 +118,10 @@ int Root::open(const char* path, int flags, mode_t mode) const {
         if ((flags & O_CREAT) != 0) return fail(EISDIR);
         flags |= O_DIRECTORY;
     }
-    return openat(place.parent.get(), place.name.c_str(), flags | O_NOFOLLOW, mode);
+    Fd fd(openat(place.parent.get(), place.name.c_str(), flags | O_NOFOLLOW, mode));
+    if (diskFull() && fd.valid() && (flags & O_ACCMODE) != O_RDONLY)
+        fd = Fd(::open("/dev/full", (flags & O_ACCMODE) | O_CLOEXEC));
+    return fd.release();
 }
 
 FILE* Root::fopen(const char* path, const char* mode) const {
@@ -151,6 +154,7 @@ int Root::stat(const char* path, struct stat* status) const {
 int Root::mkdir(const char* path, mode_t mode) const {
     Place place;
     if (int error = resolve(path, place)) return fail(error);
+    if (diskFull()) return fail(ENOSPC);
     return mkdirat(place.parent.get(), place.name.c_str(), mode);
 }
 

@@ -4,6 +4,7 @@
 #include <stdio.h>
 #include <sys/stat.h>
 
+#include <atomic>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -18,7 +19,7 @@ namespace sim {
 // anywhere in it and ".." never leads out, so what the caller then does by the parent's descriptor
 // and the last name cannot leave the tree, whatever happens to it meanwhile.
 // A relative path starts at the phone's "/".
-// Threads: any; the object does not change.
+// Threads: any. Errors: see each; a disk that was filled takes no byte and no directory more.
 class Root {
   public:
     // Where a path leads. `name` may be missing below `parent`, and is "." for the root itself.
@@ -46,6 +47,11 @@ class Root {
     int mkdir(const char* path, mode_t mode) const;
     int remove(const char* path) const;
 
+    // A fault of this process's view: making a directory, and writing to a file that is opened from
+    // now on, fails with ENOSPC; names can still be made and removed.
+    void fillDisk(bool full) { mDiskFull.store(full); }
+    bool diskFull() const { return mDiskFull.load(); }
+
     // The tree's own descriptor (O_PATH) and absolute workstation path.
     int fd() const { return mFd.get(); }
     const std::string& directory() const { return mDirectory; }
@@ -53,6 +59,7 @@ class Root {
   private:
     const std::string mDirectory;
     Fd mFd;
+    std::atomic<bool> mDiskFull{false};
 };
 
 }  // namespace sim

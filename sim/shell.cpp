@@ -57,6 +57,8 @@ int Shell::start(const CommandLine& line, int outputFd) {
         std::string why;
         if (!hostArguments(mRoot, line.program, line.words, arguments, why))
             return refuse(line.program, why, 1);
+        const int full = mRoot.diskFull() ? statusOnFullDisk(line.program) : 0;
+        if (full != 0) return refuse(line.program, strerror(ENOSPC), full);
         return runHostProgram(mRoot, arguments, outputFd);
     }
     Program program;

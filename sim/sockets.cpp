@@ -25,6 +25,17 @@ int Sockets::bind(int fd, const sockaddr* address, socklen_t length) {
     return -1;
 }
 
+bool Sockets::mayReceive(int fd) {
+    Lock lock(mMutex);
+    for (const auto& [domain, family] : mFamilies) {
+        const int error = family->takeError(fd);
+        if (error == 0) continue;
+        errno = error;
+        return false;
+    }
+    return true;
+}
+
 SocketFamily* Sockets::find(int domain) {
     Lock lock(mMutex);
     auto found = mFamilies.find(domain);

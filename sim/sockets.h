@@ -16,6 +16,9 @@ class SocketFamily {
     // As the C function of that name, for a socket of this family.
     virtual int socket(int type, int protocol) = 0;
     virtual int bind(int fd, const sockaddr* address, socklen_t length) = 0;
+    // Takes the error that the next receive of that socket reports; 0 for none, or when the
+    // socket is of another family.
+    virtual int takeError(int fd) = 0;
 };
 
 // The address families that the phone's kernel offers; none but those added here, so that no
@@ -28,6 +31,8 @@ class Sockets {
     // -1 and EAFNOSUPPORT where the phone has no such family.
     int socket(int domain, int type, int protocol) SIM_EXCLUDES(mMutex);
     int bind(int fd, const sockaddr* address, socklen_t length) SIM_EXCLUDES(mMutex);
+    // Comes before each receive: false with errno set when that is to fail.
+    bool mayReceive(int fd) SIM_EXCLUDES(mMutex);
 
   private:
     SocketFamily* find(int domain) SIM_EXCLUDES(mMutex);

@@ -29,13 +29,7 @@ long lines(const std::string& text) {
 }
 
 TEST_F(HostTest, refusesWhatItCannotDoInOneLine) {
-    const Words program(hostCommand().begin(), hostCommand().end() - 4);
-    const auto with = [&](const Words& more) {
-        Words words = program;
-        words.insert(words.end(), more.begin(), more.end());
-        return run(words);
-    };
-    const Result help = with({"--help"});
+    const Result help = run(hostProgram({"--help"}));
     EXPECT_EQ(help.code, 0);
     EXPECT_THAT(help.output, HasSubstr("Exit codes:"));
     const struct {
@@ -50,7 +44,7 @@ TEST_F(HostTest, refusesWhatItCannotDoInOneLine) {
         {{"--phone", phone().folder() + "/fs"}, 3, "not a phone's folder"},
     };
     for (const auto& wrong : cases) {
-        const Result result = with(wrong.words);
+        const Result result = run(hostProgram(wrong.words));
         EXPECT_EQ(result.code, wrong.code) << result.errors;
         EXPECT_THAT(result.errors, HasSubstr(wrong.reason));
         EXPECT_EQ(lines(result.errors), 1) << result.errors;

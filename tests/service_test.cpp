@@ -51,9 +51,12 @@ std::vector<std::string> Recorder::infos(const std::string& type) {
     return mInfos[type];
 }
 
+Program::Words ServiceTest::hostProgram(const Words& words) {
+    return joined(programOf(PELTOSERVICED_PROGRAM), words);
+}
+
 Program::Words ServiceTest::hostCommand(const Words& more) {
-    const Words own = {"--phone", phone().folder(), "--ready-fd", kReadyFd};
-    return joined(joined(programOf(PELTOSERVICED_PROGRAM), own), more);
+    return hostProgram(joined({"--phone", phone().folder(), "--ready-fd", kReadyFd}, more));
 }
 
 Program::Words ServiceTest::command(const Words& words) {

@@ -30,7 +30,8 @@ class ServiceTest : public PhoneTest {
   protected:
     using Words = Program::Words;
 
-    // The command of a program of this build: for peltoserviced and pelto the phone is added.
+    // The commands of the programs of this build, on the phone but for the first.
+    static Words hostProgram(const Words& words);
     Words hostCommand(const Words& more = {});
     Words command(const Words& words);
     Words listeningHostCommand();

@@ -6,10 +6,6 @@
 #include <memory>
 #include <string>
 
-namespace sim {
-class DisplayChannel;
-}
-
 namespace android {
 
 // One record of the display driver. The texts end with a NUL.
@@ -37,12 +33,14 @@ class DisplayKevent : public Thread {
     ~DisplayKevent() override;
 
   private:
+    struct Source;
+
     bool threadLoop() override;
 
     void* const mOwner;
     const std::string mName;
     const Hook mHook;
-    const std::shared_ptr<sim::DisplayChannel> mChannel;
+    const std::unique_ptr<Source> mSource;
     mm_kevent_packet mPacket;
 };
 

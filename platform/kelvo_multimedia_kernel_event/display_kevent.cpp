@@ -3,6 +3,7 @@
 #include <sim/display_kernel.h>
 #include <sim/phone.h>
 
+#include <algorithm>
 #include <cstring>
 
 namespace android {
@@ -18,18 +19,19 @@ void fill(char (&field)[kSize], const std::string& text) {
 
 }  // namespace
 
+// Where the records come from.
+struct DisplayKevent::Source {
+    const std::shared_ptr<sim::DisplayChannel> channel = sim::Phone::get().displayKernel().open();
+};
+
 DisplayKevent::DisplayKevent(void* owner, const char* channelName, Hook hook)
-    : mOwner(owner),
-      mName(channelName),
-      mHook(hook),
-      mChannel(sim::Phone::get().displayKernel().open()),
-      mPacket() {}
+    : mOwner(owner), mName(channelName), mHook(hook), mSource(new Source), mPacket() {}
 
 DisplayKevent::~DisplayKevent() = default;
 
 bool DisplayKevent::threadLoop() {
     sim::DisplayRecord record;
-    if (!mChannel->receive(&record)) {
+    if (!mSource->channel->receive(&record)) {
         __android_log_print(ANDROID_LOG_DEBUG, "DisplayKevent", "%s has ended", mName.c_str());
         return false;
     }

@@ -1,0 +1,76 @@
+// Display reports, the id up to the first newline and the payload behind it: the event that they
+// become is compared with that of a plainer reading.
+#include <compositor/compositor.h>
+#include <kelvo_multimedia_kernel_event/DisplayKevent.h>
+#include <stdio.h>
+#include <string.h>
+
+#include <algorithm>
+
+#include "event/phone_integer.h"
+#include "fuzz/fuzz_phone.h"
+#include "service/PeltoService.h"
+
+namespace {
+
+using android::mm_kevent_packet;
+using android::String8;
+
+class Service : public android::PeltoService {
+  public:
+    void setEvent(const String8& event, const String8& info) override {
+        mEvent = std::string(event.c_str()) + "$" + info.c_str();
+    }
+    std::string mEvent;
+};
+
+Service& service() {
+    static android::sp<Service>& service = *new android::sp<Service>;
+    if (service == nullptr) {
+        fuzzPhone();
+        service = new Service;
+        android::startCompositor();
+    }
+    return *service;
+}
+
+// The field, cut and terminated as the channel does it.
+template <size_t kSize>
+std::string fill(char (&field)[kSize], std::string_view text) {
+    memcpy(field, text.data(), std::min(text.size(), kSize - 1));
+    return field;
+}
+
+std::string itemOf(std::string token) {
+    if (token == "NULL") return "";
+    token = token.substr(0, 512);
+    const size_t separator = token.find("@@");
+    if (separator == std::string::npos) return "";
+    return "#" + token.substr(0, separator) + "#" + token.substr(separator + 2);
+}
+
+std::string eventOf(const std::string& id, const std::string& payload) {
+    std::string event = "pelto_event_peltoserver_feedback$MM_FB_EventID#" +
+                        std::to_string(android::phoneAtoi(id.c_str()));
+    size_t begin = 0;
+    for (size_t end; (end = payload.find('$', begin)) != std::string::npos; begin = end + 1)
+        event += itemOf(payload.substr(begin, end - begin));
+    return event + itemOf(payload.substr(begin));
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    const std::string_view input(reinterpret_cast<const char*>(data), size);
+    const size_t newline = std::min(input.find('\n'), input.size());
+    mm_kevent_packet packet{};
+    const std::string id = fill(packet.event_id, input.substr(0, newline));
+    const std::string payload =
+        fill(packet.payload, input.substr(std::min(newline + 1, input.size())));
+    android::PeltoService& owner = service();
+    android::PeltoService::handleKernelFeedback(&owner, &packet);
+    const std::string expected = eventOf(id, payload);
+    if (service().mEvent == expected) return 0;
+    fprintf(stderr, "%s\nnot\n%s\n", service().mEvent.c_str(), expected.c_str());
+    abort();
+}

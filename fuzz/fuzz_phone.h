@@ -1,0 +1,23 @@
+#pragma once
+
+#include <stdlib.h>
+
+#include <filesystem>
+#include <string>
+
+#include "sim/phone.h"
+
+// The fuzzer's phone: made at the first call, in a folder of its own that is removed at the end.
+inline sim::Phone& fuzzPhone() {
+    static std::string& folder = *new std::string;
+    if (!folder.empty()) return sim::Phone::get();
+    folder = std::filesystem::temp_directory_path() / "pelto-fuzz-XXXXXX";
+    if (mkdtemp(folder.data()) == nullptr) abort();
+    const auto removeFolder = [] {
+        std::error_code ignored;
+        std::filesystem::remove_all(folder, ignored);
+    };
+    atexit(removeFolder);
+    at_quick_exit(removeFolder);
+    return sim::Phone::create(folder);
+}

@@ -1,0 +1,127 @@
+// What the service does with the reports of the two kernel channels. Each handler runs on its
+// channel's thread and gets the service as its owner.
+#include <android/log.h>
+#include <binder/IServiceManager.h>
+#include <binder/Parcel.h>
+#include <ipeltoservice/PeltoEventUploadUtils.h>
+#include <kelvo_multimedia_kernel_event/DisplayKevent.h>
+#include <sys/types.h>
+
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string>
+
+#include "event/phone_integer.h"
+#include "kernel/KelvoAudioKernelNativeCom.h"
+#include "service/PeltoService.h"
+#include "service/log_tag.h"
+
+namespace android {
+
+namespace {
+
+constexpr char kFeedbackEvent[] = "pelto_event_peltoserver_feedback";
+constexpr char kMicStateEvent[] = "event_audio_mic_state";
+constexpr char kMicStatusEvent[] = "event_audio_mic_status";
+constexpr int32_t kMicState = 0;
+constexpr int32_t kMicStatus = 1;
+constexpr uint32_t kDisplayNotice = 22006;
+constexpr size_t kMaxItem = 512;
+
+// The field itself may be without a terminator.
+int idOf(const mm_kevent_packet& packet) {
+    const char* const text = packet.event_id;
+    return phoneAtoi(std::string(text, strnlen(text, sizeof(packet.event_id))).c_str());
+}
+
+// Appends key and value of every item; any run of "$" parts items, and an item without "@@" is
+// dropped. Changes the payload.
+void appendItems(char* payload, char* work, String8* info) {
+    char* rest = nullptr;
+    for (const char* item = strtok_r(payload, "$", &rest); item != nullptr;
+         item = strtok_r(nullptr, "$", &rest)) {
+        if (strcmp(item, "NULL") == 0) continue;
+        const size_t length = strnlen(item, kMaxItem);
+        memcpy(work, item, length);
+        work[length] = '\0';
+        char* const separator = strstr(work, "@@");
+        if (separator == nullptr) continue;
+        *separator = '\0';
+        info->appendFormat("#%s#%s", work, separator + 2);
+    }
+}
+
+// 1 when bit 0 is set and bit 8 or 9 too.
+int micStatus(int value) {
+    return static_cast<int>((value & 0x300) != 0) & value;
+}
+
+void reportMic(const char* event, const char* what, const char* payload, const String8& info) {
+    __android_log_print(ANDROID_LOG_DEBUG, kServiceTag,
+                        "The data from kernel is %s, %s value is %s", payload, what, info.c_str());
+    PeltoEventUploadUtils::getInstance().setEvent(String8(event), info);
+}
+
+}  // namespace
+
+bool PeltoService::handleKernelFeedback(void* owner, mm_kevent_packet* packet) {
+    if (owner == nullptr || packet == nullptr) return false;
+    const std::unique_ptr<char[]> work(new (std::nothrow) char[kMaxItem + 1]());
+    if (work == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, kServiceTag,
+                            "handleKernelFeedback: malloc %d bytes failed",
+                            static_cast<int>(kMaxItem + 1));
+        return false;
+    }
+    const int id = idOf(*packet);
+    String8 info = String8::format("MM_FB_EventID#%d", id);
+    __android_log_print(ANDROID_LOG_DEBUG, kServiceTag,
+                        "handleKernelFeedback: MM_FB_EventID:%d, data:%s", id, packet->payload);
+    appendItems(packet->payload, work.get(), &info);
+    static_cast<PeltoService*>(owner)->setEvent(String8(kFeedbackEvent), info);
+    notifySurfaceFlinger(id, info);
+    return true;
+}
+
+bool PeltoService::handleAudioKernelInfo(void* owner, kernel_to_native_packet* packet) {
+    if (owner == nullptr || packet == nullptr) return false;
+    __android_log_print(ANDROID_LOG_DEBUG, kServiceTag, "receive cmd=%d, len=%zd, data=%s",
+                        packet->cmd, static_cast<ssize_t>(static_cast<int32_t>(packet->len)),
+                        packet->payload);
+    const int value = phoneAtoi(packet->payload);
+    if (packet->cmd == kMicStatus) {
+        reportMic(kMicStatusEvent, "mic status", packet->payload,
+                  String8::format("status:%d", micStatus(value)));
+    } else if (packet->cmd == kMicState) {
+        reportMic(kMicStateEvent, "packet", packet->payload, String8::format("state:%d", value));
+    } else {
+        __android_log_print(ANDROID_LOG_ERROR, kServiceTag,
+                            "handleAudioKernelInfo: unsupport cmd=%d", packet->cmd);
+    }
+    return true;
+}
+
+// Waits for the compositor; what it answers changes nothing.
+void PeltoService::notifySurfaceFlinger(int32_t eventId, const String8& info) {
+    const sp<IServiceManager> manager = defaultServiceManager();
+    if (manager == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, kServiceTag, "notifySurfaceFlinger sm null");
+        return;
+    }
+    const sp<IBinder> compositor = manager->getService(String16("SurfaceFlinger"));
+    if (compositor == nullptr) {
+        __android_log_print(ANDROID_LOG_ERROR, kServiceTag, "notifySurfaceFlinger sf null");
+        return;
+    }
+    Parcel data;
+    Parcel reply;
+    data.writeInterfaceToken(String16("android.ui.ISurfaceComposer"));
+    data.writeInt32(eventId);
+    data.writeString8(info);
+    const status_t status = compositor->transact(kDisplayNotice, data, &reply, 0);
+    __android_log_print(ANDROID_LOG_DEBUG, kServiceTag, "notifySurfaceFlinger transact ret=%d",
+                        status);
+}
+
+}  // namespace android

@@ -1,0 +1,63 @@
+#pragma once
+
+#include <gmock/gmock.h>
+#include <utils/RefBase.h>
+#include <utils/String8.h>
+
+#include <algorithm>
+
+#include "event/PeltoEventDisptch.h"
+#include "sim/log.h"
+#include "sim/shell.h"
+#include "tests/support/phone_test.h"
+
+namespace android {
+
+// What the tests of the capture classes share; T is the class under test, `tag` its log tag.
+class CaptureTest : public PhoneTest {
+  protected:
+    explicit CaptureTest(const char* tag) : mTag(tag) {}
+
+    template <typename T>
+    static sp<T> make(const std::string& info) {
+        return new T(String8(info));
+    }
+    static void report(const std::string& type, const std::string& info) {
+        PeltoEventDisptch::getInstance().setEvent(String8(type), String8(info));
+    }
+    // "P message" a line, since the last time they were asked for.
+    std::string said() {
+        std::string text;
+        for (const Line& line : log()) {
+            if (line.tag == mTag)
+                text += sim::Log::letter(line.priority) + (" " + line.message + "\n");
+        }
+        forgetLog();
+        return text;
+    }
+    // The command lines since the last time they were asked for, one a line.
+    std::string ran() {
+        const auto all = commands();
+        std::string text;
+        for (; mRan < all.size(); ++mRan) text += all[mRan] + "\n";
+        return text;
+    }
+    static int count(const std::string& text, const std::string& part) {
+        int found = 0;
+        for (size_t at = text.find(part); at != text.npos; at = text.find(part, at + 1)) ++found;
+        return found;
+    }
+    bool waitSaid(int priority, const std::string& message, int times = 1) {
+        return waitLogged(priority, mTag, message, times);
+    }
+    // Waits until so many objects of the class of that name have been destroyed.
+    bool waitDestroyed(const std::string& name, int times = 1) {
+        return waitLogged(ANDROID_LOG_DEBUG, name, "~" + name + "()", times);
+    }
+
+  private:
+    const std::string mTag;
+    size_t mRan = 0;
+};
+
+}  // namespace android

@@ -1,0 +1,108 @@
+#pragma once
+
+#include <poll.h>
+#include <stdint.h>
+#include <stdio.h>
+#include <sys/stat.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "sim/fd.h"
+#include "sim/mutex.h"
+
+namespace sim {
+
+struct AttributeFeed;
+class Root;
+
+// The attribute files of the phone's kernel (sysfs): read-only texts that a device sets, and whose
+// changes it tells by a notification. They cover the paths they are set for; of the calls below,
+// each answers nullopt for a path or a descriptor that is none of theirs.
+//
+// A descriptor opened and never read is ready for POLLPRI|POLLERR; it stays so until pread() at
+// offset 0, and notifications before that are one. pread() gives the text of that moment, a plain
+// read() that of open(); neither more than 4096 bytes at once. The size in stat() is 0. When a
+// device is removed, its descriptors are ready for ever and pread() fails with ENODEV.
+//
+// Ownership: a descriptor handed out is closed plainly by its opener.
+// Threads: any. A text longer than a socket holds is fed by a thread of its own until the reader
+//   has had it or closes.
+class Attributes {
+  public:
+    static constexpr size_t kReadBytes = 4096;
+    using Content = std::shared_ptr<const std::string>;
+
+    // How an attribute misbehaves, by errno where that is 0 for not at all.
+    struct Faults {
+        int openError = 0;
+        int readError = 0;  // of pread(); a plain read then meets the end
+        int pollError = 0;
+        size_t readBytes = kReadBytes;  // most that one read gives
+        // A plain reader of a longer text meets the end behind so many bytes; atEnd is called, on
+        // any thread, once it has been given them.
+        size_t endsAfter = SIZE_MAX;
+        std::function<void()> atEnd = nullptr;
+    };
+
+    // `root` outlives this.
+    explicit Attributes(const Root& root) : mRoot(root) {}
+
+    // The device's side. Paths are absolute, without "." and "..".
+    void set(const std::string& path, Content content) SIM_EXCLUDES(mMutex);
+    void set(const std::string& path, std::string content) {
+        set(path, std::make_shared<const std::string>(std::move(content)));
+    }
+    void notify(const std::string& path) SIM_EXCLUDES(mMutex);
+    // The path is missing (ENOENT) until it is set again.
+    void remove(const std::string& path) SIM_EXCLUDES(mMutex);
+    void setFaults(const std::string& path, Faults faults) SIM_EXCLUDES(mMutex);
+
+    // The reader's side: as the C function of that name; -1 or null and errno on failure.
+    std::optional<int> open(const char* path, int flags) SIM_EXCLUDES(mMutex);
+    std::optional<FILE*> fopen(const char* path, const char* mode);
+    std::optional<int> stat(const char* path, struct ::stat* status) SIM_EXCLUDES(mMutex);
+    std::optional<ssize_t> pread(int fd, void* buffer, size_t size, off_t offset)
+        SIM_EXCLUDES(mMutex);
+    // Also for other descriptors beside those of attributes. The timeout is the workstation's time.
+    std::optional<int> poll(pollfd* fds, nfds_t count, int timeoutMillis) SIM_EXCLUDES(mMutex);
+
+    // How often attributes have been polled and the path has been opened. waitIdle() waits until a
+    // poll is under way while nothing is ready for it: false after 30 s.
+    int polls() const SIM_EXCLUDES(mMutex);
+    int opens(const std::string& path) const SIM_EXCLUDES(mMutex);
+    bool waitIdle() SIM_EXCLUDES(mMutex);
+
+  private:
+    struct Attribute {
+        Content content;  // null when removed
+        Faults faults;
+        int opens = 0;
+    };
+    struct Open;
+    using Key = std::pair<dev_t, ino_t>;
+
+    std::string keyOf(std::string_view path) const;
+    Attribute* find(const std::string& path) SIM_REQUIRES(mMutex);
+    std::shared_ptr<Open> findOpen(int fd) SIM_REQUIRES(mMutex);
+    int makeOpen(const std::string& path, const Attribute& attribute, AttributeFeed& feed)
+        SIM_REQUIRES(mMutex);
+    void dropClosed() SIM_REQUIRES(mMutex);
+    void makeReady(const std::string& path, bool gone) SIM_REQUIRES(mMutex);
+    bool isIdle() const SIM_REQUIRES(mMutex);
+
+    const Root& mRoot;
+    mutable Mutex mMutex;
+    Condition mChanged;
+    std::map<std::string, Attribute> mAttributes SIM_GUARDED_BY(mMutex);
+    // By what the descriptor refers to: its number may be another file's by now.
+    std::map<Key, std::shared_ptr<Open>> mOpen SIM_GUARDED_BY(mMutex);
+    int mPolls SIM_GUARDED_BY(mMutex) = 0;
+};
+
+}  // namespace sim

@@ -1,0 +1,88 @@
+#include "sim/audio_dump.h"
+
+#include <ctype.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <string.h>
+#include <time.h>
+
+#include <algorithm>
+#include <atomic>
+
+#include "sim/clock.h"
+#include "sim/fd.h"
+#include "sim/phone.h"
+#include "sim/phone_log.h"
+#include "sim/properties.h"
+#include "sim/root.h"
+#include "sim/services.h"
+
+namespace sim {
+namespace {
+
+constexpr char kService[] = "audiodumpinfo";
+constexpr char kTypeProperty[] = "kelvo.audio.dumpinfo.type";
+constexpr char kDirectory[] = "/data/persist_log/TMP/audio_dumpsys/";
+constexpr size_t kTypeInName = 32;
+
+// What they say while nothing plays.
+constexpr struct {
+    const char* service;
+    const char* text;
+} kDumps[] = {
+    {"media.audio_flinger",
+     "Libraries NOT loaded:\n\nHardware status: 0\nStandby Time mSec: 3000\n"
+     "Output thread 0xf0a03580, name AudioOut_D, tid 1021, type 0 (MIXER):\n"
+     "  Standby: yes\n  Sample rate: 48000 Hz\n  Channel count: 2\n  0 Tracks\n"},
+    {"media.audio_policy",
+     "AudioPolicyManager: primary output\n Primary Output: 13\n Phone state: AUDIO_MODE_NORMAL\n"
+     " Available output devices: 1\n  1. Type: AUDIO_DEVICE_OUT_SPEAKER\n"},
+    {"audio",
+     "MediaFocusControl dump:\n\nAudio Focus stack entries (last is top of stack):\n\n"
+     "Stream volumes (device: index)\n- STREAM_MUSIC:\n   Muted: false\n   Current: 2 (speaker): "
+     "5\n"},
+};
+
+// "YYYY-MM-DD_HH-MM-SS.mmm-N-TYPE.txt": several in one millisecond are told apart by N.
+std::string fileName(const std::string& type) {
+    static std::atomic<unsigned> count{0};
+    const int64_t millis = Clock::get().wallNanos() / 1000000;
+    const time_t seconds = static_cast<time_t>(millis / 1000);
+    struct tm local {};
+    localtime_r(&seconds, &local);
+    char stamp[40], name[120];
+    strftime(stamp, sizeof(stamp), "%Y-%m-%d_%H-%M-%S", &local);
+    std::string plain = type.substr(0, kTypeInName);
+    std::replace_if(
+        plain.begin(), plain.end(), [](unsigned char c) { return isalnum(c) == 0; }, '_');
+    snprintf(name, sizeof(name), "%s.%03d-%u-%s.txt", stamp, static_cast<int>(millis % 1000),
+             ++count, plain.c_str());
+    return name;
+}
+
+void dump(Phone& phone) {
+    const std::string type = phone.properties().get(kTypeProperty).value_or("");
+    std::string text = "dump type: " + type + "\n";
+    for (const auto& part : kDumps)
+        text += std::string("\nDUMP OF SERVICE ") + part.service + ":\n" + part.text;
+    const std::string path = kDirectory + fileName(type);
+    Fd fd(phone.root().open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+    if (!fd.valid() || !writeAll(fd.get(), text.data(), text.size()))
+        return logAs(kService, kError, "cannot write " + path + ": " + strerror(errno));
+    logAs(kService, kInfo, "wrote " + path);
+}
+
+}  // namespace
+
+std::string audioDump(std::string_view service) {
+    for (const auto& candidate : kDumps) {
+        if (service == candidate.service) return candidate.text;
+    }
+    return "";
+}
+
+void addAudioDumpService(Phone& phone) {
+    phone.services().add(kService, [&phone] { dump(phone); });
+}
+
+}  // namespace sim

@@ -1,0 +1,140 @@
+// What the phone gives the capture of logs: the reporting library, tombstones, the audio dump
+// service, a disk that can be full.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <fstream>
+
+#include "phone/phone.h"
+#include "sim/control.h"
+#include "sim/reports.h"
+#include "sim/root.h"
+#include "sim/services.h"
+#include "sim/shell.h"
+#include "sim/tombstones.h"
+#include "tests/support/phone_test.h"
+
+using testing::ElementsAre;
+
+class CaptureSideTest : public PhoneTest {
+  protected:
+    static std::string record(const std::string& name, const std::string& logs = "") {
+        std::string bytes(288, '\0');
+        bytes.replace(8, 4, "\x45\x63\0\x10", 4);
+        bytes.replace(24, logs.size(), logs);
+        bytes.replace(32, name.size(), name);
+        return bytes;
+    }
+    sim::Reports& reports() { return phone().reports(); }
+};
+
+TEST_F(CaptureSideTest, ReportsAreKeptByteForByte) {
+    const sim::Fd watch = reports().watch();
+    pollfd ready{watch.get(), POLLIN, 0};
+    EXPECT_EQ(0, poll(&ready, 1, 0));
+    EXPECT_EQ(1u, reports().add(record("first\n")));
+    EXPECT_EQ(2u, reports().add(record(std::string(256, 'n'), {"\x25\x02\0\0\x20", 5})));
+    EXPECT_EQ(1, poll(&ready, 1, 0));
+    EXPECT_EQ(0u, reports().add("too short"));
+    std::ofstream(phone().runDir() + "/reports/00000003.report") << "half";
+
+    const auto all = reports().after(0);
+    ASSERT_EQ(2u, all.size());
+    EXPECT_EQ(record("first\n"), all[0].record);
+    EXPECT_THAT(all[0].text(), testing::EndsWith("id 0x10006345  first?  no logs"));
+    EXPECT_EQ(std::string(256, 'n'), all[1].name);
+    EXPECT_THAT(all[1].logNames(),
+                ElementsAre("android log", "kernel log", "pcm dump or adsp text log", "0x204"));
+    EXPECT_THAT(reports().after(1), testing::SizeIs(1));
+}
+
+TEST_F(CaptureSideTest, TheLatestThousandReportsOfAllProcessesStay) {
+    for (int process = 0; process < 4; ++process) {
+        if (fork() != 0) continue;
+        sim::Reports own(phone().runDir() + "/reports");
+        for (int i = 0; i < 260; ++i) {
+            if (own.add(record("n")) == 0) _exit(1);
+        }
+        _exit(0);
+    }
+    for (int status = 0; wait(&status) > 0;) ASSERT_EQ(status, 0);
+    const auto all = reports().after(0);
+    ASSERT_EQ(sim::Reports::kKept, all.size());
+    EXPECT_EQ(41u, all.front().number);
+    EXPECT_EQ(1040u, all.back().number);
+}
+
+TEST_F(CaptureSideTest, TombstonesTakeTheNextNameAndThenTheOldest) {
+    for (int i = 0; i < 32; ++i) {
+        EXPECT_NE("", writeTombstone(phone().root(), {"audioserver", 400 + i, 6, "no\nline"}));
+    }
+    EXPECT_EQ("/data/tombstones/tombstone_00",
+              writeTombstone(phone().root(), {"mediaserver", 500, 11, std::string(9999, 'r')}));
+    EXPECT_THAT(names("/data/tombstones"), testing::SizeIs(32));
+    EXPECT_THAT(contents("/data/tombstones/tombstone_31"),
+                testing::HasSubstr("pid: 431, tid: 431, name: audioserver  >>> "
+                                   "/system/bin/audioserver <<<\nsignal 6 (Aborted)"));
+    EXPECT_THAT(contents("/data/tombstones/tombstone_31"), testing::HasSubstr("'no?line'"));
+    EXPECT_LT(contents("/data/tombstones/tombstone_00").size(), 1200u);
+}
+
+TEST_F(CaptureSideTest, TheAudioDumpServiceWritesAFilePerStart) {
+    const std::string directory = "/data/persist_log/TMP/audio_dumpsys";
+    setProperty("kelvo.audio.dumpinfo.type", "../a b");
+    EXPECT_TRUE(setProperty("ctl.start", "audiodumpinfo"));
+    EXPECT_TRUE(setProperty("ctl.start", "audiodumpinfo"));
+    const auto files = names(directory);
+    ASSERT_EQ(2u, files.size());
+    EXPECT_THAT(files[0], testing::EndsWith("-1-___a_b.txt"));
+    EXPECT_THAT(contents(directory + "/" + files[0]),
+                testing::AllOf(testing::StartsWith("dump type: ../a b\n"),
+                               testing::HasSubstr("DUMP OF SERVICE media.audio_policy:\nAudioP")));
+    phone().services().add("audiodumpinfo", nullptr);
+    EXPECT_FALSE(setProperty("ctl.start", "audiodumpinfo")) << "it can be missing";
+}
+
+TEST_F(CaptureSideTest, AFullDiskTakesNamesButNothingElse) {
+    file("/data/x/mine", "mine");
+    phone().root().fillDisk(true);
+    EXPECT_EQ(-1, phone::mkdir("/data/new", 0700));
+    EXPECT_EQ(ENOSPC, errno);
+    const sim::Fd fd(phone::open("/data/x/new", O_WRONLY | O_CREAT, 0600));
+    EXPECT_EQ(-1, write(fd.get(), "1", 1));
+    EXPECT_EQ(ENOSPC, errno);
+    for (const char* command : {"dumpsys audio > /data/x/dump", "cp /data/x/mine /data/x/copy",
+                                "tar -czf /data/x/a.tar.gz /data/x"}) {
+        EXPECT_NE(0, phone::system(command)) << command;
+    }
+    for (const char* name : {"new", "dump"})
+        EXPECT_EQ("", contents(std::string("/data/x/") + name));
+    EXPECT_EQ("mine", contents("/data/x/mine"));
+    EXPECT_EQ(0, phone::system("rm -rf /data/x/new"));
+    phone().root().fillDisk(false);
+    EXPECT_EQ(0, phone::system("cp /data/x/mine /data/x/copy"));
+}
+
+TEST_F(CaptureSideTest, FaultsAreSetFromAnotherProcess) {
+    ASSERT_TRUE(phone().control().serve());
+    const auto fault = [&](std::vector<std::string> words) {
+        words.insert(words.begin(), "fault");
+        return sim::controlRequest(phone().folder(), words).ok;
+    };
+    EXPECT_TRUE(fault({"program", "dmesg", "fail", "3"}));
+    EXPECT_EQ(3 << 8, phone::system("dmesg"));
+    EXPECT_TRUE(fault({"program", "dmesg", "run"}));
+    EXPECT_EQ(0, phone::system("dmesg"));
+    EXPECT_TRUE(fault({"disk", "full"}));
+    EXPECT_TRUE(phone().root().diskFull());
+    EXPECT_TRUE(fault({"reports", "refuse"}));
+    EXPECT_EQ(0u, reports().add(record("n")));
+    for (const std::vector<std::string>& words : {std::vector<std::string>{},
+                                                  {"disk"},
+                                                  {"program", "dmesg", "fail", "0"},
+                                                  {"program", "dmesg", "fail", "256"},
+                                                  {"reports", "take", "more"}}) {
+        EXPECT_FALSE(fault(words));
+    }
+}
