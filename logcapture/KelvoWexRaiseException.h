@@ -5,8 +5,6 @@
 
 #include <cstdint>
 
-#include "logcapture/directories.h"
-
 namespace android {
 
 // Turns one log-capture information string into one exception report for the reporting library.
