@@ -26,8 +26,8 @@ std::string jsonLine(const nlohmann::ordered_json& object) {
 std::string printable(const std::string& text) {
     std::string line;
     for (const char c : text) {
-        const bool control = (c >= 0 && c < ' ') || c == 0x7f;
-        if (control || c == '\\') {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < ' ' || byte == 0x7f || c == '\\') {
             line += escaped(c);
         } else {
             line += c;

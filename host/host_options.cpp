@@ -31,6 +31,9 @@ int parseHostOptions(int argc, char** argv, HostOptions* options) {
                    "Descriptor that gets the line \"ready\" once clients can call")
         ->check(CLI::NonNegativeNumber)
         ->type_name("FD");
+    app.add_flag("--workstation-kernel", options->workstationKernel,
+                 "Point the audio channel at this machine's own kernel instead of the phone's; "
+                 "looking its family up there can make the machine load modules");
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {

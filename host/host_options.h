@@ -7,6 +7,7 @@ struct HostOptions {
     std::string phoneFolder;
     int threads = 16;
     int readyFd = -1;  // none
+    bool workstationKernel = false;
 };
 
 // The exit codes of the host program.

@@ -4,6 +4,7 @@
 #include <binder/IPCThreadState.h>
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
+#include <compositor/compositor.h>
 #include <ipeltoservice/IPeltoService.h>
 #include <stdio.h>
 #include <unistd.h>
@@ -11,7 +12,9 @@
 #include <stdexcept>
 
 #include "service/PeltoService.h"
+#include "sim/control.h"
 #include "sim/fd.h"
+#include "sim/generic_netlink.h"
 #include "sim/phone.h"
 
 using namespace android;
@@ -35,6 +38,14 @@ void startPool(int threads) {
     if (threads == 1) return;
     ProcessState::self()->setThreadPoolMaxThreadCount(static_cast<size_t>(threads) - 2);
     ProcessState::self()->startThreadPool();
+}
+
+// The ends of the phone that are in this process, before the service looks for them.
+void preparePhone(const HostOptions& options) {
+    if (options.workstationKernel) sim::Phone::get().netlink().useWorkstationKernel();
+    if (startCompositor() == nullptr) {
+        __android_log_write(ANDROID_LOG_WARN, kTag, "another process has the compositor's name");
+    }
 }
 
 void tellReady(int fd) {
@@ -61,19 +72,24 @@ int runServiceHost(const HostOptions& options, StopSignals& signals) {
     // Before anything starts. Whoever is faster from here on, publishing decides.
     if (defaultServiceManager()->checkService(name) != nullptr) return refuseSecond();
 
+    preparePhone(options);
     const sp<PeltoService> service = new PeltoService();
+    // For good: the threads of the kernel channels have it as a plain pointer.
+    service->incStrong(&options);
     const status_t published = defaultServiceManager()->addService(name, service);
     if (published == ALREADY_EXISTS) return refuseSecond();
     if (published != OK) {
         return refuse(kHostFailed, "could not be published; the phone's log says why");
     }
 
+    sim::Phone::get().control().serve();
     startPool(options.threads);
     signals.onFirst([] { ProcessState::self()->shutDown(); });
     __android_log_print(ANDROID_LOG_DEBUG, kTag, "%s published, %d threads", kPeltoServiceName,
                         options.threads);
     tellReady(options.readyFd);
     IPCThreadState::self()->joinThreadPool();
+    sim::Phone::get().control().withdraw();
     __android_log_print(ANDROID_LOG_DEBUG, kTag, "stopped");
     return kHostStopped;
 }

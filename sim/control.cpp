@@ -123,11 +123,19 @@ bool Control::serve() {
     try {
         auto server = std::make_shared<ControlServer>(*this, listenForControl(mDirectory));
         std::thread([server] { server->run(); }).detach();
-        return true;
+        Lock lock(mMutex);
+        return mServing = true;
     } catch (const std::exception& failure) {
         logAs(kTag, kError, failure.what());
         return false;
     }
+}
+
+// Whoever serves is named by a lock that the process holds until it ends: the name is ours.
+void Control::withdraw() {
+    Lock lock(mMutex);
+    if (mServing) unlink((mDirectory + "/control").c_str());
+    mServing = false;
 }
 
 Reply Control::run(const Arguments& words) {

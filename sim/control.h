@@ -43,7 +43,9 @@ class Control {
 
     // Serves until the process ends. False and a log line when another process does so already, or
     // when the socket cannot be made.
-    bool serve();
+    bool serve() SIM_EXCLUDES(mMutex);
+    // Takes the socket's name away, so that none of it is left when the process ends.
+    void withdraw() SIM_EXCLUDES(mMutex);
 
   private:
     friend class ControlServer;
@@ -52,6 +54,7 @@ class Control {
     const std::string mDirectory;
     Mutex mMutex;
     std::map<std::string, Command> mCommands SIM_GUARDED_BY(mMutex);
+    bool mServing SIM_GUARDED_BY(mMutex) = false;
 };
 
 // One request to whoever serves the phone in `folder`: the command's name and its arguments.

@@ -13,6 +13,7 @@
 
 #include "sim/attributes.h"
 #include "sim/audio_dump.h"
+#include "sim/clock_command.h"
 #include "sim/control.h"
 #include "sim/display_kernel.h"
 #include "sim/fault_commands.h"
@@ -102,6 +103,7 @@ Phone::Phone(const std::string& folder)
     addGpuCommand(*mControl, *mGpu);
     addAudioDumpService(*this);
     addFaultCommand(*this);
+    addClockCommand(*mControl);
 }
 
 Phone& Phone::create(const std::string& folder) {

@@ -26,7 +26,6 @@ readonly ALL=(
     'arm-linux-gnueabihf-g++=g++-arm-linux-gnueabihf'
     'qemu-arm=qemu-user'
     'shellcheck=shellcheck'
-    '/usr/include/benchmark/benchmark.h=libbenchmark-dev'
 )
 # Not every release has these; the checks that want them say so when they are missing.
 readonly OPTIONAL=' clang-format-14 libclang-rt-dev '
