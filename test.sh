@@ -82,7 +82,7 @@ everything() {
     preset tsan || true
     preset arm32 || true
     if preset release; then stage 'benchmarks' ./bench.sh --quick || true; fi
-    if stage 'fuzz: build' build fuzz; then stage 'fuzzers' tools/run_fuzzers.sh build/fuzz 10 || true; fi
+    if stage 'fuzz: build' build fuzz; then stage 'fuzzers' tools/run_fuzzers.sh build/fuzz 60 || true; fi
 }
 
 # What a preset needs beyond a compiler and GoogleTest.

@@ -102,7 +102,7 @@ void KelvoGpuMinidump::handleNotification(int timestampFd) {
         }
         acknowledge();
     }
-    // The attribute of a vanished device is always ready.
+    // The attribute of a vanished device is always ready. A missing control costs its second too.
     if (got < 0) phone::sleep(1);
 }
 
@@ -131,9 +131,9 @@ void KelvoGpuMinidump::capture(const char* timestamp) {
     name.append(id);
     feedbackInfo(id);
 
-    char version[kTextBytes] = {};
+    char version[PROPERTY_VALUE_MAX];
     char time[kTextBytes] = {};
-    getOtaVersion(version, sizeof(version));
+    property_get(kOtaVersion, version, "0");
     getCurrentTime(time, sizeof(time));
     name.appendFormat("@%s@%s", version, time);
     copyDumpFile((name + String8(".snap")).c_str());
@@ -170,7 +170,7 @@ void KelvoGpuMinidump::acknowledge() {
         return;
     }
     char byte;
-    if (fread(&byte, 1, 1, file) != 1) byte = 0;
+    [[maybe_unused]] const size_t got = fread(&byte, 1, 1, file);
     fclose(file);
 }
 

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 
+#include "event/time_stamp.h"
 #include "gpu/KelvoGpuMinidump.h"
 #include "gpu/gpu_names.h"
 #include "phone/phone.h"
@@ -109,23 +110,7 @@ int32_t KelvoGpuMinidump::getFileCount() {
 }
 
 int32_t KelvoGpuMinidump::getCurrentTime(char* buf, int32_t len) {
-    if (buf == nullptr || len < static_cast<int32_t>(kLeastBytes)) {
-        __android_log_print(ANDROID_LOG_ERROR, kGpuTag, "Invalid time buffer");
-        return -1;
-    }
-    const time_t now = phone::time(nullptr);
-    if (now == 0) {
-        __android_log_print(ANDROID_LOG_ERROR, kGpuTag, "Unable to get time");
-        return -1;
-    }
-    struct tm local;
-    if (localtime_r(&now, &local) == nullptr) {
-        __android_log_print(ANDROID_LOG_ERROR, kGpuTag, "Unable to get local time");
-        return -1;
-    }
-    snprintf(buf, kLeastBytes, "_%04d-%02d-%02d_%02d-%02d-%02d", local.tm_year + 1900,
-             local.tm_mon + 1, local.tm_mday, local.tm_hour, local.tm_min, local.tm_sec);
-    return 0;
+    return writeTimeStamp(kGpuTag, "_", buf, len);
 }
 
 void KelvoGpuMinidump::getOtaVersion(char* buf, uint32_t len) {
@@ -135,7 +120,7 @@ void KelvoGpuMinidump::getOtaVersion(char* buf, uint32_t len) {
     }
     // A value may be longer than the caller's buffer.
     char version[PROPERTY_VALUE_MAX];
-    property_get("ro.build.version.ota", version, "0");
+    property_get(kOtaVersion, version, "0");
     snprintf(buf, len, "%.*s", static_cast<int>(len - 1), version);
 }
 

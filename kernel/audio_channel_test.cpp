@@ -161,6 +161,7 @@ TEST_F(AudioChannelTest, EndsItsThreadWhenTheRegistrationCannotBeSent) {
     const sp<Channel> failing = made("knl_nt_com");
     failing->run("kelvo_audio_mic_check");
     failing->join();
+    phone().log().observe(nullptr);
     EXPECT_EQ((Texts{"[ERROR]: sendto failed\n", "[ERROR]: sendGenlMsg cmd 1 err ,ret is -1 \n"}),
               (Texts{lines.end() - 2, lines.end()}));
 }
@@ -186,7 +187,11 @@ TEST_F(AudioChannelTest, AFailedSetUpKeepsTheSocketsNumber) {
     failing->join();
     EXPECT_EQ(-1, failing->sendGenlMsg(16, 1, 1, "x", 2)) << "not -22, it has a number";
     EXPECT_TRUE(logged(ANDROID_LOG_ERROR, kTag, "[ERROR]: sendto failed\n"));
-    while (openNumbers() != before || failing->getStrongCount() > 1) std::this_thread::yield();
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (openNumbers() != before || failing->getStrongCount() > 1) {
+        ASSERT_LT(std::chrono::steady_clock::now(), deadline);
+        std::this_thread::yield();
+    }
     for (const int fd : during) {
         if (before.count(fd) == 0) dup2(STDERR_FILENO, fd);  // both ends' numbers are used again
     }

@@ -3,12 +3,16 @@
 #include <utils/ThreadControl.h>
 
 #include <algorithm>
+#include <filesystem>
+#include <fstream>
 #include <future>
+#include <set>
 #include <thread>
 
 #include "event/PeltoEventDisptch.h"
 #include "service/PeltoService.h"
 #include "sim/display_kernel.h"
+#include "sim/generic_netlink.h"
 #include "tests/support/phone_test.h"
 
 namespace android {
@@ -48,6 +52,7 @@ class ServiceTest : public PhoneTest {
     void SetUp() override {
         PhoneTest::SetUp();
         service = new PeltoService();
+        EXPECT_TRUE(logged(ANDROID_LOG_DEBUG, kTag, "PeltoService"));
         forgetLog();
     }
     sp<Client> client(const std::string& name = "") {
@@ -160,6 +165,32 @@ TEST_F(ServiceTest, TopActivityUpdatesAreRateLimited) {
     for (int i = 0; i < 4; ++i) callers.emplace_back([&] { service->updateTopActivity(500); });
     for (auto& caller : callers) caller.join();
     EXPECT_EQ(4u, logLines(kTag).size()) << "of several at once one passes";
+}
+
+// The names of this process's threads.
+std::set<std::string> threadNames() {
+    std::set<std::string> names;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::string name;
+        std::getline(std::ifstream(task.path() / "comm"), name);
+        names.insert(name);
+    }
+    return names;
+}
+
+TEST_F(ServiceTest, StartsItsChannelsWithTheirHooks) {
+    service->registerNativeClient(client());
+    ASSERT_TRUE(phone().netlink().waitReceived(2));
+    EXPECT_NE(std::string::npos, phone().netlink().received()[1].find("knl_nt_com"));
+    phone().netlink().push(7, "x");
+    EXPECT_TRUE(waitLogged(ANDROID_LOG_DEBUG, kTag, "receive cmd=7, len=2, data=x"));
+    phone().displayKernel().send({"23", "text"});
+    EXPECT_TRUE(waitLogged(ANDROID_LOG_DEBUG, kTag, "handleKernelFeedback: MM_FB_EventID:23, data:text"));
+    const std::set<std::string> names = threadNames();
+    for (const char* name : {"pelto_looper", "kelvo_fb_pelto", "kelvo_audio_mic", "KelvoGpuMinidum",
+                             "KelvoDmesgThrea"}) {
+        EXPECT_EQ(1u, names.count(name)) << name;
+    }
 }
 
 // On a phone whose monitor declines: one that starts keeps the service for good.

@@ -22,8 +22,11 @@ bool send(AttributeFeed& feed, int flags) {
             ::send(feed.socket->get(), text.data() + feed.sent, size, flags | MSG_NOSIGNAL);
         if (sent >= 0) {
             feed.sent += static_cast<size_t>(sent);
+        } else if (errno == EAGAIN) {
+            return false;
         } else if (errno != EINTR) {
-            return errno != EAGAIN;  // else the reader has closed, or the device is gone
+            shutdown(feed.socket->get(), SHUT_WR);  // the reader has closed, or meets an early end
+            return true;
         }
     }
     if (end < text.size() && feed.faults.atEnd) feed.faults.atEnd();

@@ -97,14 +97,16 @@ std::optional<int> Attributes::open(const char* path, int flags) {
 int Attributes::makeOpen(const std::string& path, const Attribute& attribute, AttributeFeed& feed) {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) < 0) return -1;
+    Fd processEnd(ends[0]);
     auto open = std::make_shared<Open>();
     open->path = path;
     open->kernelEnd = std::make_shared<const Fd>(ends[1]);
+    if (!open->event.valid()) return -1;
     feed = {open->kernelEnd, attribute.content, attribute.faults};
     struct ::stat status {};
     fstat(ends[0], &status);
     mOpen[{status.st_dev, status.st_ino}] = std::move(open);
-    return ends[0];
+    return processEnd.release();
 }
 
 // Nothing tells when a descriptor is closed but its socket's other end.

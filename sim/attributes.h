@@ -27,8 +27,9 @@ class Root;
 //
 // A descriptor opened and never read is ready for POLLPRI|POLLERR; it stays so until pread() at
 // offset 0, and notifications before that are one. pread() gives the text of that moment, a plain
-// read() that of open(); neither more than 4096 bytes at once. The size in stat() is 0. When a
-// device is removed, its descriptors are ready for ever and pread() fails with ENODEV.
+// read() that of open(); neither more than 4096 bytes at once, and a plain read() for less loses
+// the rest of its block. The size in stat() is 0. When a device is removed, its descriptors are
+// ready for ever and pread() fails with ENODEV.
 //
 // Ownership: a descriptor handed out is closed plainly by its opener.
 // Threads: any. A text longer than a socket holds is fed by a thread of its own until the reader

@@ -95,6 +95,18 @@ TEST_F(GenericNetlinkTest, ARegistrationIsNotAnsweredAndBringsThePackets) {
     EXPECT_EQ(mNothing, received()) << "the rest is gone";
 }
 
+TEST_F(GenericNetlinkTest, AfterALossOneReceiveFailsAndReceptionGoesOn) {
+    open();
+    send(kRegistration);
+    int queued = 0;
+    while (kernel().push(1, "x") == GenericNetlink::Pushed::kQueued) ++queued;
+    EXPECT_EQ(strerror(ENOBUFS), received());
+    for (int i = 0; i < queued; ++i) ASSERT_EQ(2 * 36u, received().size()) << i;
+    EXPECT_EQ(mNothing, received());
+    EXPECT_EQ(GenericNetlink::Pushed::kQueued, kernel().push(1, "x"));
+    EXPECT_EQ(2 * 36u, received().size());
+}
+
 TEST_F(GenericNetlinkTest, RefusesAsTheKernelDoes) {
     open();
     const std::pair<const char*, std::string> cases[] = {

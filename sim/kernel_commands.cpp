@@ -29,6 +29,8 @@ int32_t commandOf(const std::string& text) {
     return number;
 }
 
+constexpr size_t kMostText = 65000;  // its length travels in 16 bits
+
 template <typename Outcome>
 Reply replyTo(Outcome outcome, const char* nobody) {
     if (outcome == Outcome::kQueued) return {true, {}};
@@ -37,6 +39,7 @@ Reply replyTo(Outcome outcome, const char* nobody) {
 
 Reply pushAudio(GenericNetlink& netlink, const Arguments& arguments) {
     expect(arguments, 2, "audio CMD TEXT");
+    if (arguments[1].size() > kMostText) return {false, {"a text has at most 65000 bytes"}};
     return replyTo(netlink.push(commandOf(arguments[0]), arguments[1]),
                    "nobody has registered with the audio module");
 }

@@ -1,5 +1,6 @@
 #include "sim/netlink_socket.h"
 
+#include <fcntl.h>
 #include <linux/sockios.h>
 #include <poll.h>
 #include <sys/ioctl.h>
@@ -9,9 +10,12 @@ namespace sim {
 
 NetlinkSocket::NetlinkSocket(int typeFlags) {
     int ends[2];
-    if (socketpair(AF_UNIX, SOCK_SEQPACKET | typeFlags, 0, ends) != 0) return;
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) return;
     mKernelEnd = Fd(ends[0]);
     mProcessEnd = Fd(ends[1]);
+    // What the process asked for holds for its own end alone.
+    if ((typeFlags & SOCK_CLOEXEC) == 0) fcntl(ends[1], F_SETFD, 0);
+    if ((typeFlags & SOCK_NONBLOCK) != 0) fcntl(ends[1], F_SETFL, O_NONBLOCK);
 }
 
 bool NetlinkSocket::receive(std::string* datagram) {
@@ -27,8 +31,8 @@ bool NetlinkSocket::receive(std::string* datagram) {
 }
 
 bool NetlinkSocket::closed() const {
-    pollfd polled{mKernelEnd.get(), 0, 0};
-    return poll(&polled, 1, 0) == 1 && (polled.revents & POLLHUP) != 0;
+    pollfd polled{mKernelEnd.get(), POLLRDHUP, 0};
+    return poll(&polled, 1, 0) == 1 && (polled.revents & (POLLHUP | POLLRDHUP)) != 0;
 }
 
 bool NetlinkSocket::isEmpty() const {

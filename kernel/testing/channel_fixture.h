@@ -19,6 +19,16 @@ class ChannelTest : public PhoneTest {
     static constexpr char kTag[] = "KelvoAudioKernelNativeCom";
     static constexpr int32_t kMarker = 99;
 
+    // A line is an error exactly when it says so.
+    void TearDown() override {
+        for (const Line& line : log()) {
+            if (line.tag != kTag) continue;
+            EXPECT_EQ(line.message.rfind("[ERROR]", 0) == 0, line.priority == ANDROID_LOG_ERROR)
+                << line.message;
+        }
+        PhoneTest::TearDown();
+    }
+
     sim::GenericNetlink& kernel() { return phone().netlink(); }
 
     // Never destroyed: the channel's thread may run on, or its socket's number be another's.
