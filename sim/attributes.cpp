@@ -201,8 +201,8 @@ int Attributes::opens(const std::string& path) const {
     return found == mAttributes.end() ? 0 : found->second.opens;
 }
 
-bool Attributes::waitIdle() {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
+bool Attributes::waitIdle(std::chrono::seconds patience) {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
     Lock lock(mMutex);
     while (!isIdle()) {
         if (!mChanged.waitUntil(mMutex, deadline)) return isIdle();

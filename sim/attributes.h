@@ -5,6 +5,7 @@
 #include <stdio.h>
 #include <sys/stat.h>
 
+#include <chrono>
 #include <functional>
 #include <map>
 #include <memory>
@@ -74,10 +75,10 @@ class Attributes {
     std::optional<int> poll(pollfd* fds, nfds_t count, int timeoutMillis) SIM_EXCLUDES(mMutex);
 
     // How often attributes have been polled and the path has been opened. waitIdle() waits until a
-    // poll is under way while nothing is ready for it: false after 30 s.
+    // poll is under way while nothing is ready for it: false after `patience`.
     int polls() const SIM_EXCLUDES(mMutex);
     int opens(const std::string& path) const SIM_EXCLUDES(mMutex);
-    bool waitIdle() SIM_EXCLUDES(mMutex);
+    bool waitIdle(std::chrono::seconds patience = std::chrono::seconds(30)) SIM_EXCLUDES(mMutex);
 
   private:
     struct Attribute {

@@ -54,6 +54,10 @@ void Gpu::vanishAfter(size_t bytes) {
     mAttributes.setFaults(kDump, faults);
 }
 
+bool Gpu::awaitReader(std::chrono::seconds patience) {
+    return mAttributes.waitIdle(patience);
+}
+
 std::string Gpu::snapshotOf(size_t size) {
     constexpr size_t kRun = 64;  // so that it packs well
     std::string text;

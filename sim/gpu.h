@@ -40,6 +40,10 @@ class Gpu {
     // The device vanishes when a reader has had so many bytes of a snapshot.
     void vanishAfter(size_t bytes);
 
+    // Waits until the driver's reader waits for the next fault; false after `patience` of real
+    // time.
+    bool awaitReader(std::chrono::seconds patience);
+
     // A snapshot of that size whose bytes depend on their place alone.
     static std::string snapshotOf(size_t size);
 
@@ -53,6 +57,7 @@ class Gpu {
 //   appear
 //   unreadable timestamp|snapshot_control|snapshot_hashid|dump
 //   short-reads BYTES
+//   await-reader                   an error after 20 s
 void addGpuCommand(Control& control, Gpu& gpu);
 
 }  // namespace sim

@@ -69,6 +69,11 @@ void makeUnreadable(Gpu& gpu, const Control::Arguments& words) {
     refuse("there is no file '" + file + "'");
 }
 
+void awaitReader(Gpu& gpu) {
+    constexpr std::chrono::seconds kPatience{20};
+    if (!gpu.awaitReader(kPatience)) refuse("nobody waits for the next fault yet");
+}
+
 Reply run(Gpu& gpu, const Control::Arguments& words) {
     const std::string verb = words.empty() ? "" : words[0];
     if (verb == "fault") {
@@ -81,8 +86,10 @@ Reply run(Gpu& gpu, const Control::Arguments& words) {
         gpu.shortenReads(readSize(onlyArgument(words)));
     } else if (verb == "appear" && words.size() == 1) {
         gpu.appear();
+    } else if (verb == "await-reader" && words.size() == 1) {
+        awaitReader(gpu);
     } else {
-        refuse("takes fault, vanish, appear, unreadable or short-reads");
+        refuse("takes fault, vanish, appear, unreadable, short-reads or await-reader");
     }
     return {true, {}};
 }

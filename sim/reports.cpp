@@ -124,7 +124,9 @@ std::vector<uint64_t> Reports::numbers() const {
     while (const dirent* entry = directory ? readdir(directory.get()) : nullptr) {
         char* end = nullptr;
         const uint64_t number = strtoull(entry->d_name, &end, 10);
-        if (number != 0 && strcmp(end, kSuffix) == 0) found.push_back(number);
+        // Only what was numbered here; another file of that kind is left alone.
+        if (strcmp(end, kSuffix) == 0 && path(number) == mDirectory + "/" + entry->d_name)
+            found.push_back(number);
     }
     std::sort(found.begin(), found.end());
     return found;
