@@ -13,6 +13,7 @@
 #include "service/PeltoService.h"
 #include "sim/display_kernel.h"
 #include "sim/generic_netlink.h"
+#include "sim/gpu.h"
 #include "tests/support/phone_test.h"
 
 namespace android {
@@ -185,12 +186,41 @@ TEST_F(ServiceTest, StartsItsChannelsWithTheirHooks) {
     phone().netlink().push(7, "x");
     EXPECT_TRUE(waitLogged(ANDROID_LOG_DEBUG, kTag, "receive cmd=7, len=2, data=x"));
     phone().displayKernel().send({"23", "text"});
-    EXPECT_TRUE(waitLogged(ANDROID_LOG_DEBUG, kTag, "handleKernelFeedback: MM_FB_EventID:23, data:text"));
+    EXPECT_TRUE(
+        waitLogged(ANDROID_LOG_DEBUG, kTag, "handleKernelFeedback: MM_FB_EventID:23, data:text"));
     const std::set<std::string> names = threadNames();
     for (const char* name : {"pelto_looper", "kelvo_fb_pelto", "kelvo_audio_mic", "KelvoGpuMinidum",
                              "KelvoDmesgThrea"}) {
         EXPECT_EQ(1u, names.count(name)) << name;
     }
+}
+
+// Where nothing but the dispatcher can start.
+class ServiceFaultTest : public ServiceTest {
+  protected:
+    void SetUp() override {
+        PhoneTest::SetUp();
+        for (const char* name : {"kelvo_fb_pelto", "kelvo_audio_mic_check", "KelvoDmesgThread"}) {
+            thread_control::refuse(name);
+        }
+        phone().gpu().vanish();
+        service = new PeltoService();
+    }
+};
+
+TEST_F(ServiceFaultTest, WhatCannotStartLeavesTheRestWorking) {
+    EXPECT_TRUE(waitLogged(ANDROID_LOG_DEBUG, "KelvoGpuMinidump",
+                           "gpu timestamp file open failed,error -1, No such file or directory"));
+    service->registerNativeClient(client());
+    set("pelto_event_for_test", "value0:1");
+    EXPECT_EQ(Texts{"pelto_event_for_test$value0:1"}, received);
+    EXPECT_TRUE(waitLogged(ANDROID_LOG_DEBUG, "EventTest",
+                           "handleEvent:pelto_event_for_test eventInfo value0:1"));
+    set("event_audio_detect_dump_log", "");
+    set("pelto_event_for_test", "value0:2");
+    EXPECT_TRUE(waitLogged(ANDROID_LOG_DEBUG, "EventTest",
+                           "handleEvent:pelto_event_for_test eventInfo value0:2"));
+    EXPECT_TRUE(commands().empty());
 }
 
 // On a phone whose monitor declines: one that starts keeps the service for good.

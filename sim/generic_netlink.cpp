@@ -180,4 +180,18 @@ bool GenericNetlink::waitReceived(size_t count) {
     return true;
 }
 
+bool GenericNetlink::hasRegistered() const {
+    return std::any_of(mPorts.begin(), mPorts.end(),
+                       [](const Port& port) { return port.registered && !port.socket->closed(); });
+}
+
+bool GenericNetlink::waitRegistered(std::chrono::seconds patience) {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    Lock lock(mMutex);
+    while (!hasRegistered()) {
+        if (!mChanged.waitUntil(mMutex, deadline)) return hasRegistered();
+    }
+    return true;
+}
+
 }  // namespace sim

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <deque>
 #include <memory>
@@ -44,6 +45,8 @@ class GenericNetlink : public SocketFamily {
     static constexpr size_t kHistory = 1000;
     std::vector<std::string> received() SIM_EXCLUDES(mMutex);
     bool waitReceived(size_t count) SIM_EXCLUDES(mMutex);
+    // Waits until a socket has registered with the audio module; false after `patience`.
+    bool waitRegistered(std::chrono::seconds patience) SIM_EXCLUDES(mMutex);
 
     // From then on sockets are those of the workstation's own kernel. A look-up there may make it
     // load modules. Before any socket is made.
@@ -64,6 +67,7 @@ class GenericNetlink : public SocketFamily {
     int registerWithModule(Port& port, const GenlMessage& message) SIM_REQUIRES(mMutex);
     Port* find(int fd) SIM_REQUIRES(mMutex);
     Port* find(const NetlinkSocket& socket) SIM_REQUIRES(mMutex);
+    bool hasRegistered() const SIM_REQUIRES(mMutex);
     bool isTaken(uint32_t id) SIM_REQUIRES(mMutex);
     uint32_t freeId() SIM_REQUIRES(mMutex);
     Pushed pushTo(bool registeredOnly, std::string_view bytes) SIM_REQUIRES(mMutex);

@@ -157,6 +157,7 @@ TEST_F(GenericNetlinkTest, TheControlCommandsPlayTheKernel) {
     EXPECT_EQ("nobody has registered with the audio module", run({"audio", "0", "1"}));
     send(kRegistration);
     EXPECT_EQ(packed(kRegistration), run({"audio-received"}));
+    EXPECT_EQ("ok", run({"audio-await"}));
     EXPECT_EQ("ok", run({"audio", "-1", "1"}));
     EXPECT_EQ("ffffffff020000003100", received().substr(48, 20));
     EXPECT_EQ("ok", run({"audio-raw", "0a Ff"}));

@@ -12,11 +12,23 @@
 namespace sim {
 namespace {
 
+// Opened by the workstation's name of a descriptor, whatever happened to its path meanwhile.
+std::string pathOf(const Fd& fd) {
+    return "/proc/self/fd/" + std::to_string(fd.get()) + '/';
+}
+
+bool sameFile(const Fd& a, const Fd& b) {
+    struct stat first {
+    }, second{};
+    return fstat(a.get(), &first) == 0 && fstat(b.get(), &second) == 0 &&
+           first.st_ino == second.st_ino && first.st_dev == second.st_dev;
+}
+
 class Arguments {
   public:
-    Arguments(const Root& root, const std::vector<std::string>& words,
-              std::vector<std::string>& out, std::string& why)
-        : mRoot(root), mWords(words), mOut(out), mWhy(why) {}
+    Arguments(const Root& root, const std::vector<std::string>& words, HostCommand& command,
+              std::string& why)
+        : mRoot(root), mWords(words), mCommand(command), mOut(command.arguments), mWhy(why) {}
 
     bool rm() {
         if (!options({"-f", "-r", "-rf", "-fr"})) return false;
@@ -25,13 +37,15 @@ class Arguments {
         for (; mNext < mWords.size(); ++mNext) {
             const std::string& word = mWords[mNext];
             Root::Place place;
-            const int error = mRoot.resolve(word, place);
-            if (error == ENOENT && force) continue;
+            int error = mRoot.resolve(word, place);
+            const mode_t mode = error == 0 ? statusOf(place).st_mode : 0;
+            if (place.directory && mode != 0 && !S_ISDIR(mode))
+                error = S_ISLNK(mode) ? ELOOP : ENOTDIR;
+            if (force && (error == ENOENT || error == ENOTDIR)) continue;
             if (error != 0) return refuse(word, strerror(error));
             // Asked of the word: "x/.." is "the directory above", and never meant.
             if (place.path == "." || endsInDots(word)) return refuse(word, "cannot be removed");
-            if (place.directory && isLink(place)) return refuse(word, strerror(ELOOP));
-            mOut.push_back(operand(place));
+            if (!hand(place.parent, '/' + parentPath(place), place.name)) return false;
         }
         return true;
     }
@@ -39,7 +53,11 @@ class Arguments {
     bool cp() {
         // A link below a source is copied as a link, one in the way of a copy is replaced by it.
         mOut.insert(mOut.end(), {"-P", "--remove-destination"});
-        return options({"-r"}) && paths();
+        if (!options({"-r"})) return false;
+        while (mNext + 1 < mWords.size()) {
+            if (!path(mWords[mNext++], kRead)) return false;
+        }
+        return paths();
     }
 
     bool chmod() {
@@ -55,10 +73,11 @@ class Arguments {
     bool tar() {
         if (mWords.size() < 2 || mWords[0] != "-czf") return refuse("tar", "takes -czf ARCHIVE");
         Root::Place archive;
-        if (!place(mWords[1], archive)) return false;
+        struct stat status {};
+        if (!place(mWords[1], kWritten, archive, status)) return false;
         if (archive.directory) return refuse(mWords[1], strerror(EISDIR));
-        // The "./" of the operand also keeps a colon in it from naming a machine.
-        mOut.insert(mOut.end(), {"--no-unquote", "-czf", operand(archive)});
+        mOut.insert(mOut.end(), {"--no-unquote", "-P", "-czf"});
+        if (!hand(archive.parent, '/' + parentPath(archive), archive.name)) return false;
         std::string directory = "/";
         for (mNext = 2; mNext < mWords.size(); ++mNext) {
             const std::string& word = mWords[mNext];
@@ -71,10 +90,13 @@ class Arguments {
                 return false;
             }
         }
+        nameMembers();
         return true;
     }
 
   private:
+    enum Use { kRead, kWritten };
+
     bool refuse(const std::string& what, const char* reason) {
         mWhy = what + ": " + reason;
         return false;
@@ -90,50 +112,98 @@ class Arguments {
         return other == mWords.end() || refuse(*other, "is no option here");
     }
 
-    // What is left of the words, each a path that must not be a link.
+    // What is left of the words, each a path that is written to.
     bool paths() {
         for (; mNext < mWords.size(); ++mNext) {
-            Root::Place where;
-            if (!place(mWords[mNext], where)) return false;
-            mOut.push_back(operand(where));
+            if (!path(mWords[mNext], kWritten)) return false;
         }
         return true;
     }
 
-    bool place(const std::string& word, Root::Place& where) {
-        if (int error = mRoot.resolve(word, where)) return refuse(word, strerror(error));
-        return !isLink(where) || refuse(word, strerror(ELOOP));
+    bool path(const std::string& word, Use use) {
+        Root::Place where;
+        struct stat status {};
+        if (!place(word, use, where, status)) return false;
+        if (use == kWritten && S_ISDIR(status.st_mode))
+            return handSelf(where, '/' + where.path + '/');
+        const bool missing = status.st_mode == 0;
+        return hand(where.parent, '/' + parentPath(where),
+                    where.name + (missing && where.directory ? "/" : ""));
     }
 
-    // A member keeps the name it has below -C; it may be a link, which is archived as one.
+    // Refuses what the program would follow, wait for, or change under another name too.
+    bool place(const std::string& word, Use use, Root::Place& where, struct stat& status) {
+        if (int error = mRoot.resolve(word, where)) return refuse(word, strerror(error));
+        status = statusOf(where);
+        if (status.st_mode == 0 || S_ISDIR(status.st_mode)) return true;
+        if (S_ISLNK(status.st_mode)) return refuse(word, strerror(ELOOP));
+        if (!S_ISREG(status.st_mode)) return refuse(word, strerror(ENXIO));
+        if (where.directory) return refuse(word, strerror(ENOTDIR));
+        return use == kRead || status.st_nlink == 1 || refuse(word, strerror(EMLINK));
+    }
+
+    // A member keeps the name it has below -C; it may be a link, which is archived as one unless
+    // its path asks for what is behind it.
     bool member(const std::string& directory, const std::string& word) {
         Root::Place base, where;
         if (int error = mRoot.resolve(word[0] == '/' ? "/" : directory, base))
             return refuse(directory, strerror(error));
         if (int error = mRoot.resolve(word[0] == '/' ? word : directory + word, where))
             return refuse(word, strerror(error));
-        std::string name = where.path, from = base.path == "." ? "" : base.path + '/';
-        if (name == base.path) {
-            name = ".";
-        } else if (name.compare(0, from.size(), from) == 0) {
-            name.erase(0, from.size());
-        } else {
-            from.clear();
+        if (where.directory && S_ISLNK(statusOf(where).st_mode))
+            return refuse(word, strerror(ELOOP));
+        if (where.path == base.path) return handSelf(where, "", "--add-file=");
+        std::string name = parentPath(where);
+        const std::string from = base.path == "." ? "" : base.path + '/';
+        if (name.compare(0, from.size(), from) == 0) name.erase(0, from.size());
+        return hand(where.parent, name, where.name, "--add-file=");
+    }
+
+    // Gives the members back the names that stand for their directories' descriptors.
+    void nameMembers() {
+        for (const HostCommand::Directory& directory : mCommand.directories) {
+            std::string name;
+            for (char c : directory.name) {
+                if (c == '\\' || c == '&' || c == '|') name += '\\';
+                name += c;
+            }
+            mOut.push_back("--transform=s|^" + pathOf(directory.fd) + '|' + name + "|S");
         }
-        mOut.insert(mOut.end(),
-                    {"-C", mRoot.directory() + '/' + from, "--add-file=" + std::move(name)});
+    }
+
+    // Adds `name` in a directory as an operand; the directory is known as `directoryName`.
+    bool hand(const Fd& fd, const std::string& directoryName, const std::string& name,
+              const char* option = "") {
+        auto& all = mCommand.directories;
+        auto known = std::find_if(all.begin(), all.end(), [&](const HostCommand::Directory& other) {
+            return other.name == directoryName && sameFile(other.fd, fd);
+        });
+        if (known == all.end()) {
+            Fd copy(fcntl(fd.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+            if (!copy.valid()) return refuse(directoryName, strerror(errno));
+            known = all.insert(all.end(), HostCommand::Directory{std::move(copy), directoryName});
+        }
+        mOut.push_back(option + pathOf(known->fd) + name);
         return true;
     }
 
-    static bool isLink(const Root::Place& place) {
-        struct stat status {};
-        return fstatat(place.parent.get(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-               S_ISLNK(status.st_mode);
+    // The same for a directory itself.
+    bool handSelf(const Root::Place& place, const std::string& name, const char* option = "") {
+        Fd fd(openat(place.parent.get(), place.name.c_str(),
+                     O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        return fd.valid() ? hand(fd, name, ".", option) : refuse(place.path, strerror(errno));
     }
 
-    static bool isMode(const std::string& word) {
-        return word.size() >= 3 && word.size() <= 4 &&
-               word.find_first_not_of("01234567") == word.npos;
+    // Its mode is 0 when nothing is there.
+    static struct stat statusOf(const Root::Place& place) {
+        struct stat status {};
+        fstatat(place.parent.get(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW);
+        return status;
+    }
+
+    static bool isMode(std::string_view word) {
+        if (word.size() == 4 && word[0] == '0') word.remove_prefix(1);
+        return word.size() == 3 && word.find_first_not_of("01234567") == word.npos;
     }
 
     static bool endsInDots(std::string_view word) {
@@ -142,13 +212,14 @@ class Arguments {
         return last == "." || last == "..";
     }
 
-    // From the phone's "/", and never taken for an option.
-    static std::string operand(const Root::Place& place) {
-        return "./" + place.path + (place.directory ? "/" : "");
+    // From the root, "" or ending in "/".
+    static std::string parentPath(const Root::Place& place) {
+        return place.path.substr(0, place.path.size() - place.name.size());
     }
 
     const Root& mRoot;
     const std::vector<std::string>& mWords;
+    HostCommand& mCommand;
     std::vector<std::string>& mOut;
     std::string& mWhy;
     size_t mNext = 0;
@@ -177,10 +248,17 @@ bool isHostProgram(const std::string& name) {
 }
 
 bool hostArguments(const Root& root, const std::string& program,
-                   const std::vector<std::string>& words, std::vector<std::string>& arguments,
-                   std::string& why) {
-    arguments.assign(1, program);
-    return (Arguments(root, words, arguments, why).*find(program)->read)();
+                   const std::vector<std::string>& words, HostCommand& command, std::string& why) {
+    command.arguments.assign(1, program);
+    return (Arguments(root, words, command, why).*find(program)->read)();
+}
+
+void HostCommand::nameDirectories(std::string& text) const {
+    for (const Directory& directory : directories) {
+        const std::string path = pathOf(directory.fd);
+        for (size_t at = 0; (at = text.find(path, at)) != text.npos; at += directory.name.size())
+            text.replace(at, path.size(), directory.name);
+    }
 }
 
 }  // namespace sim

@@ -16,12 +16,15 @@ namespace {
 
 class SpawnSettings {
   public:
-    SpawnSettings(const Root& root, int outputFd, int errorFd) {
+    SpawnSettings(const Root& root, const HostCommand& command, int outputFd, int errorFd) {
         posix_spawn_file_actions_init(&mActions);
         posix_spawn_file_actions_addopen(&mActions, 0, "/dev/null", O_RDONLY, 0);
         posix_spawn_file_actions_adddup2(&mActions, outputFd, 1);
         posix_spawn_file_actions_adddup2(&mActions, errorFd, 2);
-        posix_spawn_file_actions_addchdir_np(&mActions, root.directory().c_str());
+        posix_spawn_file_actions_addfchdir_np(&mActions, root.fd());
+        // Onto itself: that makes the program inherit it.
+        for (const HostCommand::Directory& directory : command.directories)
+            posix_spawn_file_actions_adddup2(&mActions, directory.fd.get(), directory.fd.get());
         posix_spawnattr_init(&mAttributes);
         sigset_t signals;
         sigemptyset(&signals);
@@ -53,17 +56,27 @@ class SpawnSettings {
     posix_spawnattr_t mAttributes;
 };
 
+constexpr size_t kComplaintBytes = 4096;
+
+// Full of NULs and unable to grow: a program that complains without end takes no more memory.
+int openComplaints() {
+    const int fd = memfd_create("complaints", MFD_CLOEXEC | MFD_ALLOW_SEALING);
+    if (fd >= 0 && ftruncate(fd, kComplaintBytes) == 0) fcntl(fd, F_ADD_SEALS, F_SEAL_GROW);
+    return fd;
+}
+
 }  // namespace
 
 int statusOnFullDisk(const std::string& program) {
     return program == "tar" ? 2 : program == "cp" ? 1 : 0;
 }
 
-int runHostProgram(const Root& root, const std::vector<std::string>& arguments, int outputFd) {
-    Fd complaints(memfd_create("complaints", MFD_CLOEXEC));
+int runHostProgram(const Root& root, const HostCommand& command, int outputFd) {
+    Fd complaints(openComplaints());
     pid_t pid = 0;
-    if (int error = SpawnSettings(root, outputFd, complaints.get()).spawn(pid, arguments)) {
-        logAs("sh", kError, arguments.front() + ": " + strerror(error));
+    SpawnSettings settings(root, command, outputFd, complaints.get());
+    if (int error = settings.spawn(pid, command.arguments)) {
+        logAs("sh", kError, command.arguments.front() + ": " + strerror(error));
         return W_EXITCODE(127, 0);
     }
     int status = 0;
@@ -71,7 +84,8 @@ int runHostProgram(const Root& root, const std::vector<std::string>& arguments, 
         if (errno != EINTR) return -1;
     }
     lseek(complaints.get(), 0, SEEK_SET);
-    const std::string said = readAll(complaints.get(), 2048);
+    std::string said = readAll(complaints.get(), kComplaintBytes).c_str();  // up to the first NUL
+    command.nameDirectories(said);
     if (!said.empty()) logAs("sh", kWarn, said);
     return status;
 }

@@ -37,11 +37,18 @@ Reply replyTo(Outcome outcome, const char* nobody) {
     return {false, {outcome == Outcome::kNobody ? nobody : "the queue is full"}};
 }
 
+constexpr char kNotRegistered[] = "nobody has registered with the audio module";
+
 Reply pushAudio(GenericNetlink& netlink, const Arguments& arguments) {
     expect(arguments, 2, "audio CMD TEXT");
     if (arguments[1].size() > kMostText) return {false, {"a text has at most 65000 bytes"}};
-    return replyTo(netlink.push(commandOf(arguments[0]), arguments[1]),
-                   "nobody has registered with the audio module");
+    return replyTo(netlink.push(commandOf(arguments[0]), arguments[1]), kNotRegistered);
+}
+
+Reply awaitRegistration(GenericNetlink& netlink) {
+    constexpr std::chrono::seconds kPatience{10};
+    if (netlink.waitRegistered(kPatience)) return {true, {}};
+    return {false, {kNotRegistered}};
 }
 
 Reply pushRaw(GenericNetlink& netlink, const Arguments& arguments) {
@@ -82,6 +89,7 @@ void addKernelCommands(Phone& phone) {
     GenericNetlink& netlink = phone.netlink();
     DisplayKernel& display = phone.displayKernel();
     control.add("audio", [&](const Arguments& words) { return pushAudio(netlink, words); });
+    control.add("audio-await", [&](const Arguments&) { return awaitRegistration(netlink); });
     control.add("audio-raw", [&](const Arguments& words) { return pushRaw(netlink, words); });
     control.add("audio-answer", [&](const Arguments& words) { return setAnswer(netlink, words); });
     control.add("audio-received", [&](const Arguments&) { return listReceived(netlink); });

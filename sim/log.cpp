@@ -128,11 +128,14 @@ void Log::openMain(uint32_t generation) {
 
 void Log::rotate() {
     Lock lock(mRotation);
-    FileLock fileLock(mLockFd);
-    if (mShared->bytes.load() <= mFileBytes) return;  // another thread or process did it
-    rename((mDirectory + "/main").c_str(), (mDirectory + "/main.old").c_str());
-    mShared->bytes.store(0);
-    openMain(mShared->generation.fetch_add(1, std::memory_order_release) + 1);
+    // A process that was stopped may hold it: then the next line tries again.
+    if (flock(mLockFd, LOCK_EX | LOCK_NB) < 0) return;
+    if (mShared->bytes.load() > mFileBytes) {  // no other thread or process did it
+        rename((mDirectory + "/main").c_str(), (mDirectory + "/main.old").c_str());
+        mShared->bytes.store(0);
+        openMain(mShared->generation.fetch_add(1, std::memory_order_release) + 1);
+    }
+    flock(mLockFd, LOCK_UN);
 }
 
 void Log::clear() {

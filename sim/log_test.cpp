@@ -9,6 +9,7 @@
 #include <set>
 
 #include "sim/clock.h"
+#include "sim/fd.h"
 #include "sim/logcat.h"
 #include "tests/support/phone_test.h"
 
@@ -89,6 +90,19 @@ TEST_F(LogTest, ProcessesLoseNoLineWhenTheFileIsRotated) {
         EXPECT_EQ(all.size(), kWriters * kLines + 1u) << "round " << round;
         EXPECT_EQ(std::set<std::string>(all.begin(), all.end()).size(), all.size());
     }
+}
+
+TEST_F(LogTest, AProcessThatHoldsTheRotationHoldsNoWriter) {
+    sim::Log log(directory(), 100);
+    sim::Fd state(open((directory() + "/state").c_str(), O_RDWR | O_CLOEXEC));
+    {
+        sim::FileLock held(state.get());
+        for (int i = 0; i < 10; ++i) EXPECT_TRUE(log.write(4, "t", "held"));
+        EXPECT_NE(access((directory() + "/main.old").c_str(), F_OK), 0);
+    }
+    EXPECT_TRUE(log.write(4, "t", "rotates"));
+    EXPECT_EQ(access((directory() + "/main.old").c_str(), F_OK), 0);
+    EXPECT_EQ(messages().size(), 11u);
 }
 
 TEST_F(LogTest, AFullDiskLosesTheLineNotTheCaller) {

@@ -126,9 +126,12 @@ Phone& Phone::open(const std::string& folder) {
     const std::string path = fs::canonical(folder, error).string();
     if (error) refuse(folder, error.message());
     if (!isPhone(path)) refuse(folder, "is not a phone's folder");
-    struct stat status {};
-    if (::stat((path + "/run").c_str(), &status) < 0 || status.st_uid != geteuid())
-        refuse(folder, "belongs to another user");
+    for (const char* directory : {"/fs", "/run"}) {
+        struct stat status {};
+        if (::lstat((path + directory).c_str(), &status) < 0 || !S_ISDIR(status.st_mode))
+            refuse(folder, "is not a phone's folder");
+        if (status.st_uid != geteuid()) refuse(folder, "belongs to another user");
+    }
     if (Phone* phone = find()) {
         if (phone->mFolder != path) refuse(folder, "this process runs in " + phone->mFolder);
         return *phone;

@@ -29,6 +29,7 @@ class Walk {
     // Opens the last component: it must be a directory by now.
     int descend() {
         if (mLast.empty()) return 0;
+        if (mPassed.size() == Root::kDepth) return ENAMETOOLONG;
         Fd fd(openat(current(), mLast.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         if (!fd.valid()) return isLink() ? ELOOP : errno;
         mPassed.push_back({std::move(fd), std::move(mLast)});
@@ -75,6 +76,19 @@ int fail(int error) {
     return -1;
 }
 
+// Of a file opened without O_TRUNC and without waiting: refuses what is neither file nor directory
+// (a FIFO would hold its reader for ever), and writing to a file that has another name, which may
+// be outside. Then the file is as `flags` ask.
+int admit(int fd, int flags) {
+    struct stat status {};
+    if (fstat(fd, &status) < 0) return errno;
+    if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) return ENXIO;
+    const bool writing = (flags & O_ACCMODE) != O_RDONLY;
+    if (writing && S_ISREG(status.st_mode) && status.st_nlink > 1) return EMLINK;
+    if (writing && (flags & O_TRUNC) != 0 && ftruncate(fd, 0) < 0) return errno;
+    return fcntl(fd, F_SETFL, flags) < 0 ? errno : 0;
+}
+
 // The open flags of an fopen() mode, or -1.
 int flagsOf(std::string_view mode) {
     if (mode.empty() || std::string_view("rwa").find(mode[0]) == std::string_view::npos) return -1;
@@ -90,7 +104,8 @@ int flagsOf(std::string_view mode) {
 }  // namespace
 
 Root::Root(const std::string& directory)
-    : mDirectory(directory), mFd(::open(directory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {
+    : mDirectory(directory),
+      mFd(::open(directory.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)) {
     if (!mFd.valid()) throw std::runtime_error(directory + ": " + strerror(errno));
 }
 
@@ -118,8 +133,11 @@ int Root::open(const char* path, int flags, mode_t mode) const {
         if ((flags & O_CREAT) != 0) return fail(EISDIR);
         flags |= O_DIRECTORY;
     }
-    Fd fd(openat(place.parent.get(), place.name.c_str(), flags | O_NOFOLLOW, mode));
-    if (diskFull() && fd.valid() && (flags & O_ACCMODE) != O_RDONLY)
+    const int taken = (flags & ~O_TRUNC) | O_NOFOLLOW | O_NONBLOCK;
+    Fd fd(openat(place.parent.get(), place.name.c_str(), taken, mode));
+    if (!fd.valid()) return -1;
+    if (int error = admit(fd.get(), flags)) return fail(error);
+    if (diskFull() && (flags & O_ACCMODE) != O_RDONLY)
         fd = Fd(::open("/dev/full", (flags & O_ACCMODE) | O_CLOEXEC));
     return fd.release();
 }

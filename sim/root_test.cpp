@@ -102,6 +102,27 @@ TEST_F(RootTest, ALinkAsLastComponentIsNotFollowed) {
     EXPECT_FALSE(exists("/data/out"));
 }
 
+TEST_F(RootTest, WhatWouldHoldOrReachOutsideIsNotOpened) {
+    ASSERT_EQ(mkfifo((phone().fsDir() + "/data/pipe").c_str(), 0600), 0);
+    fs::create_hard_link(mCanary, phone().fsDir() + "/data/twin");
+    EXPECT_EQ(errorOf(phone::open("/data/pipe", O_RDONLY) < 0), ENXIO);
+    EXPECT_EQ(errorOf(phone::open("/data/pipe", O_RDWR) < 0), ENXIO);
+    EXPECT_EQ(errorOf(phone::fopen("/data/pipe", "rb") == nullptr), ENXIO);
+    EXPECT_EQ(errorOf(phone::fopen("/data/twin", "w") == nullptr), EMLINK);
+    EXPECT_EQ(errorOf(phone::open("/data/twin", O_RDWR) < 0), EMLINK);
+    EXPECT_EQ(contents("/data/twin"), "alive");
+
+    const int fd = phone::open("/data/x/real", O_WRONLY | O_TRUNC | O_CLOEXEC);
+    EXPECT_EQ(fcntl(fd, F_GETFL) & O_NONBLOCK, 0);
+    EXPECT_EQ(contents("/data/x/real"), "");
+    close(fd);
+    std::string deep = "/data";
+    for (size_t i = 2; i <= sim::Root::kDepth; ++i)
+        EXPECT_EQ(phone::mkdir((deep += "/d").c_str(), 0700), 0);
+    EXPECT_EQ(phone::mkdir((deep += "/d").c_str(), 0700), 0);
+    EXPECT_EQ(errorOf(phone::mkdir((deep += "/d").c_str(), 0700) < 0), ENAMETOOLONG);
+}
+
 TEST_F(RootTest, CallsBehaveAsTheirCFunctions) {
     EXPECT_EQ(errorOf(phone::mkdir("/data/x", 0700) < 0), EEXIST);
     EXPECT_EQ(phone::mkdir("/data/x/sub/", 0700), 0);
@@ -131,6 +152,15 @@ TEST(PhoneFolder, OnlyAPhonesFolderIsOpened) {
     std::ofstream(folder + "/mine") << "mine";
     EXPECT_THROW(sim::Phone::create(folder), std::runtime_error);
     EXPECT_FALSE(fs::exists(folder + "/fs"));
+    for (const char* part : {"fs", "run"}) {
+        fs::remove_all(folder);
+        fs::create_directories(folder + "/fs");
+        fs::create_directories(folder + "/run");
+        std::ofstream(folder + "/run/phone") << "pelto phone 1\n";
+        fs::rename(folder + '/' + part, folder + "/elsewhere");
+        fs::create_symlink("elsewhere", folder + '/' + part);
+        EXPECT_THROW(sim::Phone::open(folder), std::runtime_error) << part;
+    }
     EXPECT_DEATH(sim::Phone::get(), "no phone is open");
     fs::remove_all(folder);
 }

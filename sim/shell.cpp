@@ -53,13 +53,13 @@ int Shell::execute(const std::string& command) {
 int Shell::start(const CommandLine& line, int outputFd) {
     if (int imposed = faultOf(line.program)) return W_EXITCODE(imposed, 0);
     if (isHostProgram(line.program)) {
-        std::vector<std::string> arguments;
+        HostCommand command;
         std::string why;
-        if (!hostArguments(mRoot, line.program, line.words, arguments, why))
+        if (!hostArguments(mRoot, line.program, line.words, command, why))
             return refuse(line.program, why, 1);
         const int full = mRoot.diskFull() ? statusOnFullDisk(line.program) : 0;
         if (full != 0) return refuse(line.program, strerror(ENOSPC), full);
-        return runHostProgram(mRoot, arguments, outputFd);
+        return runHostProgram(mRoot, command, outputFd);
     }
     Program program;
     {

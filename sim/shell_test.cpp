@@ -8,6 +8,7 @@
 #include <thread>
 
 #include "phone/phone.h"
+#include "sim/host_programs.h"
 #include "sim/kernel_log.h"
 #include "tests/support/phone_test.h"
 
@@ -170,6 +171,10 @@ TEST_F(ShellTest, PathsAndLinksDoNotLeadOut) {
              "tar -czf /data/file /data/x",
              "tar -czf /data/out/new /data/x",
              "tar -czf /data/a.tar -C /data/out sub",
+             "tar -czf /data/a.tar -C /data/out .",
+             "tar -czf /data/a.tar -C /data/out ./",
+             "tar -czf /data/a.tar -C /data/out/. .",
+             "tar -czf /data/a.tar /data/out/",
              "tar -czf /data/a.tar -C /data ../../run",
              "tar -czf /data/a.tar -C /../run precious",
              "tar -czf /data/a.tar /data/out/sub",
@@ -202,6 +207,60 @@ TEST_F(ShellTest, ProgramsThatWalkATreeDoNotFollowItsLinks) {
     EXPECT_FALSE(exists("/data/x") || exists("/data/y") || exists("/data/out"));
 }
 
+TEST_F(ShellTest, PipesAndFilesOfSeveralNamesAreRefused) {
+    file("/data/mine", "mine");
+    ASSERT_EQ(mkfifo((phone().fsDir() + "/data/pipe").c_str(), 0600), 0);
+    fs::create_hard_link(precious() + "/sub/file", phone().fsDir() + "/data/twin");
+    for (const std::string command : {"dmesg > ", "perfetto --config :test --out ",
+                                      "cp /data/mine ", "chmod 0777 ", "touch "}) {
+        EXPECT_NE(run(command + "/data/pipe"), 0) << command;
+        EXPECT_NE(run(command + "/data/twin"), 0) << command;
+    }
+    for (const char* command : {"tar -czf /data/pipe /data/mine", "tar -czf /data/twin /data/mine",
+                                "cp /data/pipe /data/copy"}) {
+        EXPECT_NE(run(command), 0) << command;
+    }
+    EXPECT_EQ(run("tar -czf /data/a.tar /data/pipe /data/twin"), 0);
+    EXPECT_EQ(run("rm -rf /data/pipe /data/twin"), 0);
+    EXPECT_FALSE(exists("/data/pipe") || exists("/data/twin"));
+}
+
+TEST_F(ShellTest, ADirectoryReplacedAfterTheCheckLeadsNowhere) {
+    const struct {
+        const char* program;
+        std::vector<std::string> words;
+    } kCommands[] = {
+        {"chmod", {"0777", "/data/x/sub/file"}},
+        {"chmod", {"-R", "0777", "/data/x"}},
+        {"touch", {"/data/x/sub/new"}},
+        {"cp", {"/data/mine", "/data/x"}},
+        {"cp", {"/data/mine", "/data/x/sub/file"}},
+        {"tar", {"-czf", "/data/x/sub/archive", "-C", "/data/x", "."}},
+        {"tar", {"-czf", "/data/a.tar", "/data/x/sub/file", "/data/x/sub"}},
+        {"rm", {"-rf", "/data/x/sub/"}},
+    };
+    file("/data/mine", "new");
+    file("/data/x/sub/file", "in");
+    const fs::path x = phone().fsDir() + "/data/x", moved = phone().fsDir() + "/data/moved";
+    for (const auto& [program, words] : kCommands) {
+        sim::HostCommand command;
+        std::string why;
+        ASSERT_TRUE(sim::hostArguments(phone().root(), program, words, command, why)) << why;
+        fs::rename(x, moved);
+        fs::create_symlink(precious(), x);
+        EXPECT_EQ(sim::runHostProgram(phone().root(), command, STDERR_FILENO), 0) << program;
+        fs::remove(x);
+        fs::rename(moved, x);
+    }
+    EXPECT_EQ(contents("/data/x/mine"), "new");
+    EXPECT_FALSE(exists("/data/x/sub"));
+    EXPECT_THAT(members("/data/a.tar"), testing::StartsWith("data/x/sub/file\ndata/x/sub/\n"));
+    EXPECT_THAT(members("/data/a.tar"), HasSubstr("\ndata/x/sub/archive\n"));
+    EXPECT_EQ(run("cp /data/none /data/x"), 1);
+    EXPECT_TRUE(logged(ANDROID_LOG_WARN, "sh",
+                       "cp: cannot stat '/data/none': No such file or directory\n"));
+}
+
 TEST_F(ShellTest, OptionsCannotBeSmuggledIn) {
     file("/data/x/mine", "mine");
     file("/-rf", "a file with an option's name");
@@ -222,6 +281,7 @@ TEST_F(ShellTest, OptionsCannotBeSmuggledIn) {
              "chmod --reference=/data/x/mine /data/x",
              "chmod u+s /data/x/mine",
              "chmod -x /data/x",
+             "chmod 4755 /data/x/mine",
              "touch -r /data/x/mine /data/new",
              "dmesg -C",
              "dmesg --clear",
