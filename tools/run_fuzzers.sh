@@ -21,10 +21,14 @@ fuzz() {
 }
 
 mkdir -p "$build/findings"
-failed=0
+# All at once: they mostly wait for their own phones.
+running=()
 for program in "$build"/fuzz/*; do
     if [ -f "$program" ] && [ -x "$program" ]; then
-        fuzz "$program" || failed=1
+        fuzz "$program" &
+        running+=($!)
     fi
 done
+failed=0
+for pid in "${running[@]}"; do wait "$pid" || failed=1; done
 exit $failed

@@ -54,27 +54,6 @@ TEST_F(BinderProcessTest, aServiceKilledInACallIsDeadAndReplaced) {
     EXPECT_EQ(DEAD_OBJECT, remote->pingBinder());
     EXPECT_EQ(DEAD_OBJECT, remote->linkToDeath(unlinked));
     EXPECT_EQ(nullptr, find("there"));
-
-    Peer next(phone().folder(), {"serve", "there"});
-    ASSERT_EQ("up", next.hear());
-    ASSERT_NE(nullptr, find("there"));
-    EXPECT_EQ(OK, find("there")->pingBinder());
-    EXPECT_FALSE(remote->isBinderAlive());
-}
-
-TEST_F(BinderProcessTest, aClientsDeathIsToldAndItsObjectsAreDead) {
-    publishAndServe();
-    sp<IBinder> object;
-    const auto peer = client(&object);
-    const sp<Watcher> watcher = sp<Watcher>::make();
-    ASSERT_EQ(OK, object->linkToDeath(watcher));
-    Parcel data, reply;
-    data.writeString8(String8("call"));
-    EXPECT_EQ(OK, object->transact(TestService::ECHO, data, &reply));
-    peer->end(SIGKILL);
-    EXPECT_TRUE(watcher->told.wait());
-    EXPECT_EQ(DEAD_OBJECT, note(object, 1));
-    EXPECT_EQ(OK, mRemote->pingBinder());
 }
 
 TEST_F(BinderProcessTest, whoDoesNotReadCostsFailedCallsAndNobodyElse) {
@@ -101,25 +80,6 @@ TEST_F(BinderProcessTest, whoDoesNotReadCostsFailedCallsAndNobodyElse) {
     first->say("notes " + std::to_string(kCalls - failed));
     EXPECT_EQ("ordered", first->hear());
     EXPECT_EQ(OK, stopped->pingBinder());
-}
-
-TEST_F(BinderProcessTest, aServiceThatShutsDownFinishesWhatRuns) {
-    Peer server(phone().folder(), {"serve", "there"});
-    ASSERT_EQ("up", server.hear());
-    const sp<IBinder> remote = find("there");
-    std::thread waiting([&] {
-        Parcel data, reply;
-        EXPECT_EQ(OK, remote->transact(TestService::WAIT, data, &reply));
-        EXPECT_EQ(getpid(), reply.readInt32());
-    });
-    server.say("enter");
-    EXPECT_EQ("entered", server.hear());
-    server.say("stop");
-    EXPECT_EQ("stopping", server.hear());
-    EXPECT_EQ(nullptr, find("there"));
-    server.say("release");
-    EXPECT_EQ("ended", server.hear());
-    waiting.join();
 }
 
 }  // namespace

@@ -1,8 +1,8 @@
 #include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 
+#include <filesystem>
 #include <thread>
 
 #include "platform/binder/testing/binder_fixture.h"
@@ -156,7 +156,6 @@ TEST_F(BinderTest, namesAreCheckedHeldAndTakenOver) {
     }
     EXPECT_EQ(nullptr, manager->getService(String16("test")));
     publishAndServe();
-    EXPECT_EQ(OK, mRemote->pingBinder());
     EXPECT_EQ(ALREADY_EXISTS, manager->addService(String16("test"), sp<TestService>::make()));
     EXPECT_EQ(OK, mRemote->pingBinder());
 }
@@ -165,21 +164,19 @@ TEST_F(BinderTest, namesAreCheckedHeldAndTakenOver) {
 class LongFolderTest : public BinderTest {
   protected:
     void SetUp() override {
-        mParent = testing::TempDir() + "binder" + std::to_string(getpid());
         mFolder = mParent + "/" + std::string(200, 'f');
-        ASSERT_EQ(0, mkdir(mParent.c_str(), 0700));
-        ASSERT_EQ(0, mkdir(mFolder.c_str(), 0700));
+        std::filesystem::create_directories(mFolder);
         setenv("TEST_TMPDIR", mFolder.c_str(), 1);
         BinderTest::SetUp();
     }
     void TearDown() override {
         BinderTest::TearDown();
-        rmdir(mFolder.c_str());
-        rmdir(mParent.c_str());
+        std::filesystem::remove_all(mParent);
     }
 
   private:
-    std::string mParent, mFolder;
+    const std::string mParent = testing::TempDir() + "binder" + std::to_string(getpid());
+    std::string mFolder;
 };
 
 TEST_F(LongFolderTest, namesAreFound) {

@@ -266,14 +266,15 @@ status_t Parcel::readString16(String16* text) const {
     size_t length = 0;
     status_t status = readLength(&length);
     if (status == OK) {
-        std::u16string units(length + 1, u'\0');
-        if (dataAvail() < units.size() * sizeof(char16_t)) {
+        // Whole before anything is allocated for it.
+        if (dataAvail() / sizeof(char16_t) <= length) {
             status = NOT_ENOUGH_DATA;
         } else {
+            std::u16string units(length + 1, u'\0');
             read(&units[0], units.size() * sizeof(char16_t));
-            if (units[length] != 0) status = BAD_VALUE;
+            status = units[length] == 0 ? OK : BAD_VALUE;
+            if (status == OK) *text = String16(units.data(), length);
         }
-        if (status == OK) *text = String16(units.data(), length);
     }
     if (status != OK) mPos = start;
     return status;

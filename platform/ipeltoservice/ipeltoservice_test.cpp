@@ -140,17 +140,6 @@ TEST_F(PeltoInterfaceTest, malformedCallsReachNoOperation) {
     EXPECT_TRUE(mService->notes(0).empty());
 }
 
-TEST_F(PeltoInterfaceTest, anEventTooBigForATransactionFailsAtTheCaller) {
-    publishAndServe();
-    PeltoServiceCalls calls(mRemote.get());
-    const String8 fits(std::string(transport::kMaxPayload - 64, 'x'));
-    EXPECT_EQ(OK, calls.setEvent(String8(), fits));
-    EXPECT_EQ(FAILED_TRANSACTION, calls.setEvent(fits, String8(std::string(64, 'x'))));
-    EXPECT_EQ(FAILED_TRANSACTION, calls.setEvent(String8("t"), String8(std::string(1 << 20, 'x')),
-                                                 IBinder::FLAG_ONEWAY));
-    EXPECT_EQ(1u, mService->notes(1).size());
-}
-
 TEST_F(PeltoInterfaceTest, aNativeClientIsToldAndKnownAgain) {
     publishAndServe();
     const sp<NotingClient> client = sp<NotingClient>::make();

@@ -10,6 +10,8 @@ class BpPeltoNativeClient : public BpInterface<IPeltoNativeClient> {
     using BpInterface::BpInterface;
 
     status_t onNativeEvent(const char* type, const char* info) override {
+        // The service calls under its lock: no parcel is made for those that died.
+        if (!remote()->isBinderAlive()) return DEAD_OBJECT;
         Parcel data;
         data.writeInterfaceToken(descriptor);
         data.writeCString(type);

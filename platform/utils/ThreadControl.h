@@ -1,5 +1,5 @@
-// What a test can do to the threads that are about to be made in its process. The phone has none
-// of this: only tests include it.
+// What a test, or a workstation's host, can do to the threads that are about to be made in its
+// process. The phone has none of this: the product never includes it.
 #pragma once
 
 #include <string>

@@ -3,10 +3,7 @@
 //   serve   publishes a TestService under NAME and says "up"
 //   give    finds NAME, gives it a TestService of its own to keep and says "given"
 // and obeys the lines it is told:
-//   enter   says "entered" once a waiting call runs
-//   release the waiting call may return
 //   notes N waits for N notes, says "ordered" when they are 0, 1, 2, ... and "disordered" otherwise
-//   stop    shuts down, says "ended" once the pool has, and exits
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
 #include <sim/phone.h>
@@ -14,7 +11,6 @@
 
 #include <iostream>
 #include <string>
-#include <thread>
 
 #include "platform/binder/testing/test_service.h"
 
@@ -49,16 +45,9 @@ bool inOrder(const std::vector<int32_t>& notes) {
 }
 
 void obey(const std::string& line, TestService& service) {
-    if (line == "enter") say(service.entered.wait() ? "entered" : "");
-    if (line == "release") service.released.open();
-    if (line.rfind("notes ", 0) == 0) {
-        const bool all = service.waitForNotes(std::stoul(line.substr(6)));
-        say(all && inOrder(service.notes()) ? "ordered" : "disordered");
-    }
-    if (line == "stop") {
-        ProcessState::self()->shutDown();
-        say("stopping");
-    }
+    if (line.rfind("notes ", 0) != 0) return;
+    const bool all = service.waitForNotes(std::stoul(line.substr(6)));
+    say(all && inOrder(service.notes()) ? "ordered" : "disordered");
 }
 
 }  // namespace
@@ -69,11 +58,6 @@ int main(int argc, char** argv) {
     const sp<TestService> service = sp<TestService>::make();
     ProcessState::self()->startThreadPool();
     if (!begin(argv[2], String16(argv[3]), service)) _exit(1);
-    std::thread([&] {
-        for (std::string line; std::getline(std::cin, line);) obey(line, *service);
-        _exit(0);
-    }).detach();
-    IPCThreadState::self()->joinThreadPool();
-    say("ended");
+    for (std::string line; std::getline(std::cin, line);) obey(line, *service);
     _exit(0);
 }

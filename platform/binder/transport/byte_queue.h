@@ -42,7 +42,7 @@ class ByteQueue {
 
     void makeRoom(size_t size) {
         const size_t held = this->size();
-        if (held > 0) memmove(mBytes.data(), front(), held);
+        if (held > 0 && mHead > 0) memmove(mBytes.data(), front(), held);
         mHead = 0;
         mTail = held;
         if (mBytes.size() - mTail < size) mBytes.resize(mTail + size);

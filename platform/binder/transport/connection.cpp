@@ -142,6 +142,19 @@ void Connection::logEnd(const char* why) const {
                         static_cast<int>(mPeer.pid), why);
 }
 
+bool Connection::ended() {
+    Mutex::Autolock lock(mLock);
+    return mClosed;
+}
+
+bool Connection::endUnlessGreeted() {
+    if (!mGreeted) onReady(EPOLLIN);  // a greeting that has arrived counts
+    if (mGreeted) return false;
+    if (!ended()) logEnd("it has not greeted and others want in");
+    tearDown();
+    return true;
+}
+
 void Connection::tearDown() {
     const auto remains = std::make_shared<Remains>();
     {
@@ -149,20 +162,22 @@ void Connection::tearDown() {
         if (mClosed) return;
         mClosed = true;
         mGone.store(true, std::memory_order_release);
-        mProcess.io().remove(mWatch, mSocket.get(), mInterest);
+        mProcess.io().remove(mWatch, mSocket.get());
         mSocket = sim::Fd();
-        mOut.clear();
+        mIn = ByteQueue();
+        mOut = ByteQueue();
         mDrained.broadcast();
         for (const auto& entry : mPending) {
             entry.second->done = true;
             entry.second->answered.signal();
         }
-        mPending.clear();
+        mPending = {};
         for (auto& entry : mProxies) {
             sp<BpBinder> proxy = entry.second.proxy.promote();
             if (proxy != nullptr) remains->proxies.push_back(std::move(proxy));
         }
-        mExportHandles.clear();
+        mProxies = {};
+        mExportHandles = {};
         remains->exports.swap(mExports);
         remains->root = std::move(mRoot);
     }

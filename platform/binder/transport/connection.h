@@ -45,7 +45,8 @@ class Process;
 //
 // A frame that no honest peer sends ends the connection with one log line. At the end, whoever
 //   ended it, waiting callers get DEAD_OBJECT, proxies are dead and their links told once, objects
-//   given out are let go; calls already read are still executed.
+//   given out are let go; calls already read are still executed. What proxies then keep of it is
+//   this object without its buffers: with the proxy itself about 1.4 KiB on a 64-bit machine.
 class Connection : public IoSource, public std::enable_shared_from_this<Connection> {
   public:
     // What mOut may hold when a call, or anything else, is added.
@@ -53,6 +54,8 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
     static constexpr size_t kReplyQueue = 4 * kMaxFrame;
     static constexpr size_t kPauseBacklog = 1u << 20;
     static constexpr size_t kMaxBacklog = 8u << 20;
+    // Objects of the other side with a living proxy here.
+    static constexpr size_t kMaxProxies = 1024;
 
     // `root` is the published object on the side that publishes, else null.
     Connection(Process& process, sim::Fd socket, const ucred& peer, sp<BBinder> root);
@@ -72,6 +75,11 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
     // For the pool: a call begins; a call has its result.
     void begun(size_t charge) EXCLUDES(mLock);
     void reply(uint64_t callId, status_t status, const Parcel& parcel) EXCLUDES(mLock);
+
+    // On the loop's thread, to make room for others: whether it has ended, not having greeted.
+    bool endUnlessGreeted() EXCLUDES(mLock);
+    // Its descriptor is closed.
+    bool ended() EXCLUDES(mLock);
 
     void onReady(uint32_t events) override EXCLUDES(mLock);
     void drain(int64_t nanos) override EXCLUDES(mLock);
@@ -117,6 +125,7 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
     const char* takeRelease(const Frame& frame) EXCLUDES(mLock);
     const char* adoptLocked(const Frame& frame, std::vector<Parcel::Object>* objects)
         REQUIRES(mLock);
+    const char* proxyFaultLocked(uint32_t handle) const REQUIRES(mLock);
     bool noteBacklogLocked(size_t charge) REQUIRES(mLock);
     sp<BBinder> localLocked(uint32_t handle) REQUIRES(mLock);
     sp<BpBinder> proxyLocked(uint32_t handle) REQUIRES(mLock);

@@ -172,6 +172,15 @@ const char* Connection::takeRelease(const Frame& frame) {
     return nullptr;
 }
 
+// What is wrong with that object of the other side coming once more, else null.
+const char* Connection::proxyFaultLocked(uint32_t handle) const {
+    const auto entry = mProxies.find(handle);
+    if (entry != mProxies.end()) {
+        return entry->second.count < UINT32_MAX ? nullptr : "an object given too often";
+    }
+    return mProxies.size() < kMaxProxies ? nullptr : "more objects than it may give";
+}
+
 // The objects of a frame: our own come home, or proxies. On a fault the caller lets go of those
 // taken so far without the lock.
 const char* Connection::adoptLocked(const Frame& frame, std::vector<Parcel::Object>* objects) {
@@ -183,6 +192,7 @@ const char* Connection::adoptLocked(const Frame& frame, std::vector<Parcel::Obje
         } else {
             // Only the publishing side has an object 0.
             if (entry.handle == 0 && mRoot != nullptr) return "an object it cannot have";
+            if (const char* fault = proxyFaultLocked(entry.handle)) return fault;
             object = proxyLocked(entry.handle);
         }
         objects->push_back(Parcel::Object{entry.offset, std::move(object)});

@@ -44,12 +44,12 @@ uint64_t IoLoop::add(const std::shared_ptr<IoSource>& source, int fd, uint32_t e
 
 void IoLoop::change(uint64_t id, int fd, uint32_t before, uint32_t after) {
     if (before == after) return;
-    const int operation = before == 0 ? EPOLL_CTL_ADD : after == 0 ? EPOLL_CTL_DEL : EPOLL_CTL_MOD;
-    control(mEpoll.get(), operation, id, fd, after);
+    // A socket without wanted events tells a hang-up still: once, not endlessly.
+    control(mEpoll.get(), EPOLL_CTL_MOD, id, fd, after != 0 ? after : uint32_t{EPOLLONESHOT});
 }
 
-void IoLoop::remove(uint64_t id, int fd, uint32_t events) {
-    change(id, fd, events, 0);
+void IoLoop::remove(uint64_t id, int fd) {
+    control(mEpoll.get(), EPOLL_CTL_DEL, id, fd, 0);
     std::shared_ptr<IoSource> last;  // destroyed without the lock
     Mutex::Autolock lock(mLock);
     const auto entry = mSources.find(id);

@@ -31,9 +31,9 @@ class IoLoop {
   public:
     // The watch's number, or 0 when the system gives no epoll instance or thread.
     uint64_t add(const std::shared_ptr<IoSource>& source, int fd, uint32_t events) EXCLUDES(mLock);
-    // A socket without wanted events is taken out altogether: a hang-up would be told endlessly.
+    // Cannot fail for want of anything: the watch stays the same one, without wanted events too.
     void change(uint64_t id, int fd, uint32_t before, uint32_t after);
-    void remove(uint64_t id, int fd, uint32_t events) EXCLUDES(mLock);
+    void remove(uint64_t id, int fd) EXCLUDES(mLock);
 
     // On the loop's thread: calls onRested() after the next restedNow() or after a second.
     void rest(std::weak_ptr<IoSource> source) { mResting.push_back(std::move(source)); }

@@ -34,7 +34,7 @@ void Listener::close() {
     Mutex::Autolock lock(mLock);
     if (!mSocket.valid()) return;
     last = std::move(mRoot);
-    mProcess.io().remove(mWatch, mSocket.get(), mInterest);
+    mProcess.io().remove(mWatch, mSocket.get());
     mSocket = sim::Fd();
 }
 
@@ -81,7 +81,16 @@ void Listener::welcome(sim::Fd socket) {
         root = mRoot;
     }
     if (root == nullptr) return;
-    std::make_shared<Connection>(mProcess, std::move(socket), peer, root)->open();
+    const bool full = !mProcess.accepted().makeRoom();
+    if (full && !mFull) {
+        __android_log_print(ANDROID_LOG_ERROR, "Binder",
+                            "%s refuses more clients: all places taken", mName.c_str());
+    }
+    mFull = full;
+    if (full) return;
+    const auto connection =
+        std::make_shared<Connection>(mProcess, std::move(socket), peer, std::move(root));
+    if (connection->open()) mProcess.accepted().add(connection);
 }
 
 void Listener::rest(int error) {

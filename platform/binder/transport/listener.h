@@ -21,7 +21,8 @@ bool mayTalkTo(const ucred& peer, const std::string& name);
 // Threads: open() and close() from any thread.
 // Errors: when descriptors run out it stops listening, with one log line until everybody
 //   is in, and tries again when a connection ends or a second has passed; who came meanwhile
-//   waits in the kernel.
+//   waits in the kernel. When the process has as many connections as it may, see
+//   AcceptedConnections, who comes is hung up on, with one log line until somebody gets in.
 class Listener : public IoSource, public std::enable_shared_from_this<Listener> {
   public:
     Listener(Process& process, sim::Fd socket, std::string name, sp<BBinder> root);
@@ -41,7 +42,9 @@ class Listener : public IoSource, public std::enable_shared_from_this<Listener> 
 
     Process& mProcess;
     const std::string mName;
-    bool mStarved = false;  // the loop's thread only
+    // The loop's thread only.
+    bool mStarved = false;
+    bool mFull = false;
 
     Mutex mLock;
     sp<BBinder> mRoot GUARDED_BY(mLock);

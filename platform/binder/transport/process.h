@@ -1,5 +1,6 @@
 #pragma once
 
+#include <binder/transport/accepted_connections.h>
 #include <binder/transport/call_pool.h>
 #include <binder/transport/io_loop.h>
 #include <binder/transport/service_directory.h>
@@ -15,6 +16,8 @@ class Process {
     IoLoop& io() { return mIo; }
     CallPool& calls() { return mCalls; }
     NoticeThread& notices() { return mNotices; }
+    // On the loop's thread.
+    AcceptedConnections& accepted() { return mAccepted; }
     ServiceDirectory& services() { return mServices; }
 
   private:
@@ -23,6 +26,7 @@ class Process {
     IoLoop mIo;
     CallPool mCalls;
     NoticeThread mNotices;
+    AcceptedConnections mAccepted;
     ServiceDirectory mServices;
 };
 

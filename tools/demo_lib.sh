@@ -1,0 +1,135 @@
+# shellcheck shell=bash
+# What the steps of the demonstration are told with. Sourced by demo.sh.
+
+preset=release
+bin=build/$preset/bin
+pelto=$bin/pelto
+patience=30 # seconds for what must arrive
+keep=no
+work=
+watcher=
+events=
+produced=() # "WHAT|FILE"
+
+say() {
+    printf '\n== %s\n' "$*"
+}
+
+note() {
+    printf '   %s\n' "$@"
+}
+
+fail() {
+    echo "demo.sh: $*" >&2
+    exit 1
+}
+
+# Runs a command; its output is shown only when it fails.
+quietly() {
+    local log=$work/output
+    "$@" >"$log" 2>&1 </dev/null || { tail -n 40 "$log" >&2 && fail "'$*' failed"; }
+}
+
+begin() {
+    work=$(mktemp -d -t pelto-demo-XXXXXX)
+    trap finish EXIT
+    trap 'exit 130' INT
+    trap 'exit 143' TERM
+    export PELTO_PHONE=$work/phone
+}
+
+finish() {
+    local status=$?
+    trap - EXIT
+    set +e
+    [ -z "$watcher" ] || kill "$watcher" 2>/dev/null
+    [ ! -d "$work/phone" ] || "$pelto" phone stop >/dev/null
+    [ "$keep" = yes ] || rm -rf "$work"
+    exit "$status"
+}
+
+# A command line as it could be typed.
+command_line() {
+    local text
+    printf -v text ' %q' "$@"
+    note "\$$text"
+}
+
+# The client in a process of its own, its command line shown.
+client() {
+    command_line pelto "$@"
+    "$pelto" "$@" || fail "'pelto $*' failed with $?"
+}
+
+# The same for what prints something, which is set in like the rest.
+client_says() {
+    local output lines
+    command_line pelto "$@"
+    output=$("$pelto" "$@") || fail "'pelto $*' failed"
+    mapfile -t lines <<<"$output"
+    printf '     %s\n' "${lines[@]}"
+}
+
+# The watcher in the background, and its output at hand.
+watch() {
+    mkfifo "$work/events" "$work/ready"
+    "$pelto" watch --ready-fd 3 >"$work/events" 3>"$work/ready" &
+    watcher=$!
+    exec {events}<"$work/events"
+    read -r -t "$patience" <"$work/ready" || fail "the watcher is not up"
+    note "\$ pelto watch        (process $watcher)"
+}
+
+# expect_watched LINE [START]: the watcher receives the line, perhaps after others, of which none may
+# begin so.
+expect_watched() {
+    local line
+    while IFS= read -r -t "$patience" -u "$events" line; do
+        printf '%s\n' "$line" >>"$work/watched"
+        if [ "$line" = "$1" ]; then
+            note "watcher received: $line"
+            return
+        fi
+        [ -z "${2:-}" ] || [ "${line#"$2"}" = "$line" ] || fail "the watcher received '$line'"
+    done
+    fail "the watcher did not receive '$1'"
+}
+
+# expect_logged TAG REGEX: a line under that tag whose message matches is logged; it is in $logged.
+expect_logged() {
+    logged=$("$pelto" logcat -s "$1" --until "$2" --timeout "$patience") ||
+        fail "the phone's log has no line '$2' of $1"
+    logged=${logged##*$'\n'}
+    note "phone's log:      $logged"
+}
+
+# yields WHAT FILE: goes into the closing table.
+yields() {
+    produced+=("$1|$2")
+}
+
+# The file on the workstation that has this path on the phone.
+on_phone() {
+    echo "$PELTO_PHONE/fs$1"
+}
+
+# Fails when something in the table is missing or empty.
+sum_up() {
+    local row file missing=0
+    say "Produced"
+    for row in "${produced[@]}"; do
+        file=${row#*|}
+        if [ -s "$file" ]; then
+            printf '   %-28s %7d bytes  %s\n' "${row%%|*}" "$(stat -c %s "$file")" "$file"
+        else
+            printf '   %-28s     MISSING    %s\n' "${row%%|*}" "$file"
+            missing=$((missing + 1))
+        fi
+    done
+    [ "$missing" -eq 0 ] || fail "$missing of ${#produced[@]} are missing"
+    if [ "$keep" = yes ]; then
+        note '' "kept; look around with: export PELTO_PHONE=$PELTO_PHONE"
+    else
+        note '' "removed now; ./demo.sh --keep leaves them"
+    fi
+}
