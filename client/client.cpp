@@ -33,6 +33,7 @@ void Client::onVerb(CLI::App* verb, std::function<int()> act) {
 
 // Not CLI11's own requirement, which hides a misspelt verb behind the missing one.
 void Client::needsVerb(CLI::App* app) {
+    app->require_subcommand(0, 1);  // what comes behind the verb is never taken for another
     app->final_callback([app] {
         if (app->get_subcommands().empty()) {
             throw Failure(kUsage, "a verb is missing; see " + app->get_name() + " --help");

@@ -27,6 +27,13 @@ void addVerbs(CLI::App& app, Client& client) {
     addWatchVerb(app, client);
     addLogcatVerb(app, client);
     addPropertyVerbs(app, client);
+    addCaptureVerbs(app, client);
+    addReportVerb(app, client);
+    addArchiveVerbs(app, client);
+    addStateVerbs(app, client);
+    addKernelVerbs(app, client);
+    addGpuVerbs(app, client);
+    addControlVerb(app, client);
 }
 
 int run(int argc, char** argv) {

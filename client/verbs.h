@@ -15,5 +15,12 @@ void addServiceVerbs(CLI::App& app, Client& client);
 void addWatchVerb(CLI::App& app, Client& client);
 void addLogcatVerb(CLI::App& app, Client& client);
 void addPropertyVerbs(CLI::App& app, Client& client);
+void addCaptureVerbs(CLI::App& app, Client& client);
+void addReportVerb(CLI::App& app, Client& client);
+void addArchiveVerbs(CLI::App& app, Client& client);
+void addStateVerbs(CLI::App& app, Client& client);
+void addKernelVerbs(CLI::App& app, Client& client);
+void addGpuVerbs(CLI::App& app, Client& client);
+void addControlVerb(CLI::App& app, Client& client);
 
 }  // namespace pelto

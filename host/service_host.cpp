@@ -8,6 +8,7 @@
 #include <ipeltoservice/IPeltoService.h>
 #include <stdio.h>
 #include <unistd.h>
+#include <utils/ThreadControl.h>
 
 #include <stdexcept>
 
@@ -48,6 +49,18 @@ void preparePhone(const HostOptions& options) {
     }
 }
 
+// The kernel-log thread gives up when it is faster than its own construction. Held meanwhile, it is
+// there after every start.
+sp<PeltoService> makeService() {
+    constexpr char kKernelLogThread[] = "KelvoDmesgThread";
+    thread_control::hold(kKernelLogThread);
+    const sp<PeltoService> service = new PeltoService();
+    thread_control::release(kKernelLogThread);
+    // For good: the threads of the kernel channels have it as a plain pointer.
+    service->incStrong(nullptr);
+    return service;
+}
+
 void tellReady(int fd) {
     if (fd < 0) return;
     const sim::Fd owned(fd);
@@ -73,9 +86,7 @@ int runServiceHost(const HostOptions& options, StopSignals& signals) {
     if (defaultServiceManager()->checkService(name) != nullptr) return refuseSecond();
 
     preparePhone(options);
-    const sp<PeltoService> service = new PeltoService();
-    // For good: the threads of the kernel channels have it as a plain pointer.
-    service->incStrong(&options);
+    const sp<PeltoService> service = makeService();
     const status_t published = defaultServiceManager()->addService(name, service);
     if (published == ALREADY_EXISTS) return refuseSecond();
     if (published != OK) {

@@ -30,15 +30,6 @@ class ClientTest : public ServiceTest {
     nlohmann::json status() {
         return nlohmann::json::parse(pelto({"phone", "status", "--json"}).output);
     }
-
-    // Fails with that code and one line on stderr that says why.
-    void refuses(const Words& words, int code, const std::string& why) {
-        const Result result = pelto(words);
-        EXPECT_EQ(result.code, code) << words.front() << ": " << result.errors;
-        EXPECT_THAT(result.errors, HasSubstr(why));
-        EXPECT_THAT(result.errors, MatchesRegex("pelto: [^\n]+\n"));
-        EXPECT_EQ(result.output, "");
-    }
 };
 
 TEST_F(ClientTest, startsDescribesAndStopsThePhone) {

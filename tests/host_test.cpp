@@ -66,7 +66,7 @@ TEST_F(HostTest, stopsCleanlyOnEitherSignalAndMayStartAgain) {
     for (const int signal : {SIGTERM, SIGINT}) {
         Program host(hostCommand());
         ASSERT_TRUE(host.awaitReady());
-        EXPECT_EQ(sockets(), 1u);
+        EXPECT_GT(sockets(), 0u);
         ASSERT_EQ(send("any", ""), OK);
         host.signal(signal);
         EXPECT_EQ(host.wait(), 0) << signal;

@@ -2,6 +2,7 @@
 
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
+#include <gmock/gmock.h>
 #include <ipeltoservice/IPeltoService.h>
 #include <ipeltoservice/PeltoServiceCalls.h>
 #include <stdlib.h>
@@ -63,6 +64,10 @@ Program::Words ServiceTest::command(const Words& words) {
     return joined(joined(programOf(PELTO_PROGRAM), {"--phone", phone().folder()}), words);
 }
 
+Program::Words ServiceTest::captureCommand(const Words& words) {
+    return joined(joined(programOf(PELTO_CAPTURE_PROGRAM), {"--phone", phone().folder()}), words);
+}
+
 Program::Words ServiceTest::listeningHostCommand() {
     return joined(programOf(LISTENING_HOST_PROGRAM),
                   {phone().folder(), kReadyFd, scratch("dispatched")});
@@ -72,6 +77,14 @@ ServiceTest::Result ServiceTest::run(const Words& command, const std::string& in
     Program program(command, input);
     const int code = program.wait();
     return {code, program.output(), program.errors()};
+}
+
+void ServiceTest::refuses(const Words& words, int code, const std::string& why) {
+    const Result result = pelto(words);
+    EXPECT_EQ(result.code, code) << words.front() << ": " << result.errors;
+    EXPECT_THAT(result.errors, testing::HasSubstr(why));
+    EXPECT_THAT(result.errors, testing::MatchesRegex("pelto: [^\n]+\n"));
+    EXPECT_EQ(result.output, "");
 }
 
 sp<IBinder> ServiceTest::service() {

@@ -34,6 +34,7 @@ class ServiceTest : public PhoneTest {
     static Words hostProgram(const Words& words);
     Words hostCommand(const Words& more = {});
     Words command(const Words& words);
+    Words captureCommand(const Words& words);
     Words listeningHostCommand();
 
     struct Result {
@@ -43,6 +44,8 @@ class ServiceTest : public PhoneTest {
     };
     static Result run(const Words& command, const std::string& input = "/dev/null");
     Result pelto(const Words& words) { return run(command(words)); }
+    // The client fails with that code and one line on stderr that says why.
+    void refuses(const Words& words, int code, const std::string& why);
 
     // The published service as this process sees it; null without one.
     static android::sp<android::IBinder> service();

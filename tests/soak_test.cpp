@@ -17,10 +17,6 @@ namespace {
 
 constexpr int kSenders = 4;
 constexpr int kWatchersEach = 6;  // that register and end in one round
-// What a dead client costs for good: its place in the service's list and its proxy, as the list
-// only ever grows.
-constexpr long kDeadClientBytes = 4096;
-constexpr long kGrowthBytes = 1 << 20;
 
 // Every type that a client may send; the first one is numbered, and looked at afterwards.
 constexpr const char* kOthers[] = {
@@ -100,17 +96,7 @@ size_t descriptorsOf(pid_t pid) {
     return static_cast<size_t>(std::distance(begin(open), end(open)));
 }
 
-// Private memory in use, in bytes.
-long memoryOf(pid_t pid) {
-    std::ifstream status("/proc/" + std::to_string(pid) + "/status");
-    for (std::string word; status >> word;) {
-        long kilobytes;
-        if (word == "RssAnon:" && status >> kilobytes) return kilobytes * 1024;
-    }
-    return 0;
-}
-
-TEST_F(SoakTest, loseNothingAndGrowByNothingButDeadClients) {
+TEST_F(SoakTest, losesNoEventAndNoDescriptor) {
     const char* const size = getenv("PELTO_SOAK");
     const int events = size != nullptr ? atoi(size) : 4000;
     const int warmUp = std::min(events, 4000);
@@ -119,7 +105,6 @@ TEST_F(SoakTest, loseNothingAndGrowByNothingButDeadClients) {
     runRound(0, warmUp);
     dispatched(host);
     const size_t descriptors = descriptorsOf(host.pid());
-    const long memory = memoryOf(host.pid());
 
     runRound(1, events);
     const auto numbers = numbersBySender(dispatched(host));
@@ -133,10 +118,6 @@ TEST_F(SoakTest, loseNothingAndGrowByNothingButDeadClients) {
         ASSERT_LT(std::chrono::steady_clock::now(), deadline) << descriptorsOf(host.pid());
         std::this_thread::yield();
     }
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !defined(__arm__)
-    // What a sanitizer or an emulator needs for itself is not the service's.
-    EXPECT_LT(memoryOf(host.pid()) - memory, kGrowthBytes + (kWatchersEach + 1) * kDeadClientBytes);
-#endif
 }
 
 }  // namespace

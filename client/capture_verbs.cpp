@@ -1,0 +1,117 @@
+// Verbs that ask for diagnostic material by an event: exception reports, audio and kernel-log
+// dumps.
+#include <ipeltoservice/PeltoServiceCalls.h>
+#include <stdio.h>
+
+#include <CLI/CLI.hpp>
+#include <map>
+#include <memory>
+
+#include "client/client.h"
+#include "client/verbs.h"
+
+namespace pelto {
+namespace {
+
+constexpr char kCaptureLogs[] = "pelto_event_multimedia_capture_logs";
+constexpr char kAudioDumpsys[] = "pelto_event_multimedia_audio_dumpsys";
+constexpr char kDumpKernelLog[] = "event_audio_detect_dump_log";
+// The service drops an event whose type and information, joined by a character, are longer.
+constexpr size_t kLongestEvent = 1023;
+
+const std::map<std::string, int> kLogTypes = {
+    {"android", 1}, {"kernel", 2}, {"tombstones", 4},      {"audio", 8},     {"trace", 16},
+    {"pcm", 32},    {"qxdm", 64},  {"adsp-minidump", 128}, {"adsp-log", 256}};
+
+struct Capture {
+    std::string id;
+    std::vector<std::string> logs{"android", "kernel"};
+    std::string directory = "/data/persist_log/TMP/capture";
+    std::string archives = "/data/persist_log/TMP/archives";
+    std::string name = "capture";
+    bool print = false;
+};
+
+int send(Client& client, const std::string& type, const std::string& info) {
+    if (type.size() + 1 + info.size() > kLongestEvent) {
+        throw Failure(kUsage, type + ": too long; with its type an event has at most " +
+                                  std::to_string(kLongestEvent) + " bytes");
+    }
+    const auto service = client.service();
+    check(android::PeltoServiceCalls(service.get())
+              .setEvent(android::String8(type), android::String8(info)),
+          type);
+    return kDone;
+}
+
+// An empty field would vanish on the way, and "," or "$" end one early.
+const std::string& field(const std::string& text, const char* name) {
+    if (text.empty() || text.find_first_of(",$") != std::string::npos) {
+        throw Failure(kUsage, std::string("capture: ") + name + " '" + text +
+                                  "' must have a character, and neither ',' nor '$'");
+    }
+    return text;
+}
+
+std::string directory(const std::string& text, const char* name) {
+    const std::string path = field(text, name);
+    return path.back() == '/' ? path : path + '/';
+}
+
+std::string information(const Capture& asked) {
+    int types = 0;
+    for (const std::string& log : asked.logs) types |= kLogTypes.at(log);
+    return field(asked.id, "ID") + ',' + std::to_string(types) + ',' +
+           directory(asked.directory, "--dir") + asked.id + "/," +
+           directory(asked.archives, "--archive-dir") + ',' + field(asked.name, "--name");
+}
+
+int capture(Client& client, const Capture& asked) {
+    const std::string info = information(asked);
+    if (!asked.print) return send(client, kCaptureLogs, info);
+    puts(info.c_str());
+    return kDone;
+}
+
+void addCapture(CLI::App& app, Client& client) {
+    auto asked = std::make_shared<Capture>();
+    CLI::App* verb = app.add_subcommand(
+        "capture", "Have an exception report raised; 'reports' shows it, 'pelto-capture' archives");
+    verb->add_option("ID", asked->id,
+                     "Event id: five hexadecimal digits or more, the second 0 or 2, such as A0345")
+        ->required();
+    verb->add_option("--logs", asked->logs,
+                     "What to attach, with ',' between; android,kernel when not given")
+        ->check(CLI::IsMember(kLogTypes))
+        ->delimiter(',')
+        ->allow_extra_args(false)
+        ->type_name("LOGS");
+    verb->add_option("--dir", asked->directory, "Where the logs' directory ID is made")
+        ->type_name("DIR")
+        ->capture_default_str();
+    verb->add_option("--archive-dir", asked->archives, "Where the archive comes to lie")
+        ->type_name("DIR")
+        ->capture_default_str();
+    verb->add_option("--name", asked->name, "What the report and the archive are called")
+        ->capture_default_str();
+    verb->add_flag("--print", asked->print,
+                   "Only print the information string, as pelto-capture takes it");
+    client.onVerb(verb, [&client, asked] { return capture(client, *asked); });
+}
+
+}  // namespace
+
+void addCaptureVerbs(CLI::App& app, Client& client) {
+    addCapture(app, client);
+
+    auto type = std::make_shared<std::string>();
+    CLI::App* dump = app.add_subcommand("audio-dump", "Have the audio services dump their state");
+    dump->add_option("TYPE", *type, "Type of the dump, handed on as it is")->required();
+    client.onVerb(dump, [&client, type] { return send(client, kAudioDumpsys, *type); });
+
+    CLI::App* kernelLog = app.add_subcommand(
+        "dump-dmesg", "Have the kernel's messages since the last dump written to their file");
+    client.onVerb(kernelLog, [&client] { return send(client, kDumpKernelLog, ""); });
+}
+
+}  // namespace pelto

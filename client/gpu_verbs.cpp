@@ -1,0 +1,120 @@
+// Faults of the graphics driver, the statistics they leave, and the clock they are timed by.
+#include <sim/line_file.h>
+#include <stdio.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <memory>
+#include <sstream>
+
+#include "client/client.h"
+#include "client/control.h"
+#include "client/text.h"
+#include "client/verbs.h"
+
+namespace pelto {
+namespace {
+
+void addGpuFault(CLI::App& gpu, Client& client) {
+    auto words = std::make_shared<std::vector<std::string>>();
+    CLI::App* verb = gpu.add_subcommand("fault", "The driver tells of a fault and its snapshot");
+    const auto option = [&](const std::string& name, const char* does, const char* type) {
+        verb->add_option_function<std::string>(
+                name,
+                [words, name](const std::string& value) {
+                    words->insert(words->end(), {name, value});
+                },
+                does)
+            ->type_name(type);
+    };
+    option("--hash", "Its hash id; none when not given", "H");
+    option("--timestamp", "Its time stamp; the phone's seconds when not given", "T");
+    option("--size", "How many bytes its snapshot has; 65536 when not given", "N");
+    option("--control", "Whether a dump may be taken: 0, as when not given, says yes", "C");
+    client.onVerb(verb, [&client, words] {
+        std::vector<std::string> command{"gpu", "fault"};
+        command.insert(command.end(), words->begin(), words->end());
+        askPhone(client, command);
+        return kDone;
+    });
+}
+
+// The fields of a line, of which a broken one may lack some.
+std::string statisticJson(const std::string& line) {
+    std::istringstream text(line);
+    nlohmann::ordered_json object;
+    for (const char* key :
+         {"code", "event_id", "event", "kind", "time_ms", "result", "count", "source"}) {
+        std::string field;
+        std::getline(text, field, '\t');
+        const bool number = !field.empty() && field.size() < 19 &&
+                            field.find_first_not_of("-0123456789") == std::string::npos;
+        if (number) {
+            object[key] = strtoll(field.c_str(), nullptr, 10);
+        } else {
+            object[key] = field;
+        }
+    }
+    return jsonLine(object);
+}
+
+std::string statisticText(std::string line) {
+    std::replace(line.begin(), line.end(), '\t', ' ');
+    return printable(line);
+}
+
+int showStatistics(Client& client, bool json) {
+    std::istringstream lines(client.phone().stats().read());
+    for (std::string line; std::getline(lines, line);) {
+        puts(json ? statisticJson(line).c_str() : statisticText(line).c_str());
+    }
+    return kDone;
+}
+
+struct Advance {
+    std::string seconds;
+    std::string sleepers;
+};
+
+int advance(Client& client, const Advance& asked) {
+    if (!asked.sleepers.empty()) askPhone(client, {"clock", "await-sleepers", asked.sleepers});
+    askPhone(client, {"clock", "advance", asked.seconds});
+    return kDone;
+}
+
+void addClock(CLI::App& app, Client& client) {
+    CLI::App* clock = app.add_subcommand("clock", "Change the clock of the service's process");
+    Client::needsVerb(clock);
+    auto asked = std::make_shared<Advance>();
+    CLI::App* verb = clock->add_subcommand(
+        "advance", "Move it on: who sleeps on it wakes when its time has come");
+    verb->add_option("SECONDS", asked->seconds, "A fraction is taken")->required();
+    verb->add_option("--sleepers", asked->sleepers,
+                     "First wait until so many threads sleep on it, at most 20 s")
+        ->type_name("N");
+    client.onVerb(verb, [&client, asked] { return advance(client, *asked); });
+}
+
+}  // namespace
+
+void addGpuVerbs(CLI::App& app, Client& client) {
+    CLI::App* gpu = app.add_subcommand("gpu", "Have the graphics driver report something");
+    Client::needsVerb(gpu);
+    addGpuFault(*gpu, client);
+    CLI::App* await = gpu->add_subcommand(
+        "await", "Wait until the service waits for the next fault, at most 20 s");
+    client.onVerb(await, [&client] {
+        askPhone(client, {"gpu", "await-reader"});
+        return kDone;
+    });
+    addClock(app, client);
+
+    auto json = std::make_shared<bool>(false);
+    CLI::App* stats = app.add_subcommand("stats", "Show what the statistics collector was given");
+    stats->add_flag("--json", *json,
+                    "A JSON object a line: code, event_id, event, kind, time_ms, result, count, "
+                    "source");
+    client.onVerb(stats, [&client, json] { return showStatistics(client, *json); });
+}
+
+}  // namespace pelto

@@ -1,0 +1,95 @@
+// What the kernel and the processes around the service do, and what the compositor has heard.
+#include <sim/kernel_log.h>
+#include <sim/root.h>
+#include <sim/tombstones.h>
+#include <stdio.h>
+
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "client/client.h"
+#include "client/control.h"
+#include "client/text.h"
+#include "client/verbs.h"
+
+namespace pelto {
+namespace {
+
+void printAll(const std::vector<std::string>& texts) {
+    for (const std::string& text : texts) puts(printable(text).c_str());
+}
+
+struct Packet {
+    std::string kind;
+    std::string text;
+};
+
+void addAudio(CLI::App& kernel, Client& client) {
+    auto packet = std::make_shared<Packet>();
+    CLI::App* verb = kernel.add_subcommand("audio", "The audio module sends a packet");
+    verb->add_option("CMD", packet->kind, "0: state of the microphone, 1: its status")->required();
+    verb->add_option("TEXT", packet->text, "Its text, such as 257")->required();
+    client.onVerb(verb, [&client, packet] {
+        askPhone(client, {"audio-await"});  // the service may have started this moment
+        askPhone(client, {"audio", packet->kind, packet->text});
+        return kDone;
+    });
+}
+
+void addDisplay(CLI::App& kernel, Client& client) {
+    auto record = std::make_shared<Packet>();
+    CLI::App* verb = kernel.add_subcommand("display", "The display driver sends a record");
+    verb->add_option("ID", record->kind, "Number of the event")->required();
+    verb->add_option("PAYLOAD", record->text, "Its text, such as 'fps@@30$$scene@@game'")
+        ->required();
+    client.onVerb(verb, [&client, record] {
+        askPhone(client, {"display", record->kind, record->text});
+        return kDone;
+    });
+}
+
+int crash(Client& client, const sim::Crash& crash) {
+    const std::string path = sim::writeTombstone(client.phone().root(), crash);
+    if (path.empty()) throw Failure(kFailed, "crash: no tombstone could be written");
+    puts(path.c_str());
+    return kDone;
+}
+
+void addKernelLog(CLI::App& kernel, Client& client) {
+    auto line = std::make_shared<std::string>();
+    CLI::App* verb = kernel.add_subcommand("log", "Add a line to the kernel's messages");
+    verb->add_option("TEXT", *line, "")->required();
+    client.onVerb(verb, [&client, line] {
+        client.phone().kernelLog().append(*line);
+        return kDone;
+    });
+}
+
+void addCrash(CLI::App& app, Client& client) {
+    auto dead = std::make_shared<sim::Crash>();
+    dead->pid = 1;
+    CLI::App* verb = app.add_subcommand("crash", "Have a process die: its tombstone is written");
+    verb->add_option("PROCESS", dead->process, "Its name, such as audioserver")->required();
+    verb->add_option("REASON", dead->reason, "What it says as it aborts");
+    client.onVerb(verb, [&client, dead] { return crash(client, *dead); });
+}
+
+}  // namespace
+
+void addKernelVerbs(CLI::App& app, Client& client) {
+    CLI::App* kernel = app.add_subcommand("kernel", "Have the phone's kernel report something");
+    Client::needsVerb(kernel);
+    addAudio(*kernel, client);
+    addDisplay(*kernel, client);
+    addKernelLog(*kernel, client);
+
+    addCrash(app, client);
+    CLI::App* compositor = app.add_subcommand(
+        "compositor", "Show the notices the display compositor has had, \"ID INFO\" a line");
+    client.onVerb(compositor, [&client] {
+        printAll(askPhone(client, {"compositor"}));
+        return kDone;
+    });
+}
+
+}  // namespace pelto
