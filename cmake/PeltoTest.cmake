@@ -32,6 +32,11 @@ function(pelto_test name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES" ${ARGN})
   add_executable(${name} ${ARG_SOURCES} $<TARGET_OBJECTS:pelto_product> $<TARGET_OBJECTS:pelto_door>)
   target_link_libraries(${name} PRIVATE pelto_test_support ${ARG_LIBRARIES})
+  # Worth its own time from the third file on.
+  list(LENGTH ARG_SOURCES files)
+  if(files GREATER 2)
+    target_precompile_headers(${name} PRIVATE <gmock/gmock.h>)
+  endif()
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT ${PELTO_TEST_TIMEOUT}
     PROPERTIES TIMEOUT ${PELTO_TEST_TIMEOUT} ENVIRONMENT "${PELTO_TEST_ENVIRONMENT}")
 endfunction()
