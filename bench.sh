@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Measures our loop beside the loops of others, in one run on this machine: installs their
-# development files, builds, takes turns, prints medians and ratios. Results go to build/bench.
+# Measures our loop beside the loops of others, then the service itself, in one run on this machine:
+# installs what that needs, builds, takes turns, prints medians, ratios and goals. Results go to
+# build/bench.
 #
 #   ./bench.sh [--quick | --repetitions N]
 set -euo pipefail
@@ -8,12 +9,19 @@ cd "$(dirname "$0")"
 
 tools/setup.sh test \
     pkg-config=pkg-config \
+    arm-linux-gnueabihf-g++=g++-arm-linux-gnueabihf \
     /usr/include/asio.hpp=libasio-dev \
     /usr/include/uv.h=libuv1-dev \
     /usr/include/glib-2.0/glib.h=libglib2.0-dev \
     /usr/include/event2/event.h=libevent-dev
-cmake --preset release >/dev/null
-cmake --build --preset release -j "$(nproc)" --target loop_bench >/dev/null
+
+build() {
+    cmake --preset "$1" >/dev/null
+    cmake --build --preset "$1" -j "$(nproc)" "${@:2}" >/dev/null
+}
+
+build release --target loop_bench service_bench peltoserviced
+build phone-arm32
 mkdir -p build/bench
-program=$(find build/release -name loop_bench -type f -perm -u+x | head -n 1)
-exec python3 bench/run.py "$program" build/bench "$@"
+exec python3 -B bench/run.py build/release/bin build/phone-arm32/libpeltoservice.stripped.so \
+    build/bench "$@"

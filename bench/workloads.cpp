@@ -1,26 +1,17 @@
 #include "bench/workloads.h"
 
 #include <semaphore.h>
-#include <time.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cstring>
 #include <fstream>
 #include <random>
 #include <thread>
-#include <vector>
 
 namespace bench {
 
 namespace {
-
-int64_t nowNanos() {
-    timespec now;
-    clock_gettime(CLOCK_MONOTONIC, &now);
-    return int64_t{now.tv_sec} * 1000000000 + now.tv_nsec;
-}
 
 class Semaphore {
   public:
@@ -59,13 +50,6 @@ double statusBytes(const std::string& field) {
         if (word == field && status >> kilobytes) return kilobytes * 1024;
     }
     return 0;
-}
-
-double percentile(std::vector<int64_t>& values, double share) {
-    if (values.empty()) return 0;
-    const auto at = static_cast<ptrdiff_t>(share * static_cast<double>(values.size() - 1));
-    std::nth_element(values.begin(), values.begin() + at, values.end());
-    return static_cast<double>(values[static_cast<size_t>(at)]);
 }
 
 Message messageOf(int32_t what) {
@@ -158,10 +142,10 @@ Figures wakeLatency(const Options& options) {
     return {{"p50", percentile(latencies, 0.5)}, {"p99", percentile(latencies, 0.99)}};
 }
 
-// Short queues are drained over and over, so that as many messages are timed.
+// Short queues are drained over and over, so that enough messages are timed.
 Figures drain(const Options& options) {
     const size_t count = options.messages;
-    const size_t rounds = std::max<size_t>(1, 200000 / count);
+    const size_t rounds = std::clamp<size_t>(200000 / count, 1, 20000);
     Semaphore open(0);
     Semaphore held(0);
     size_t received = 0;

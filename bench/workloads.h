@@ -1,9 +1,6 @@
 #pragma once
 
-#include <cstddef>
-#include <map>
-#include <string>
-
+#include "bench/measure.h"
 #include "bench/peer.h"
 
 namespace bench {
@@ -16,8 +13,6 @@ struct Options {
     bool readWhole = false;  // the handler reads every byte, not the code alone
 };
 
-// Named figures: rates in messages a second, times in nanoseconds unless the name says otherwise.
-using Figures = std::map<std::string, double>;
 using Workload = Figures (*)(const Options& options);
 
 Figures flatOut(const Options& options);      // producers post as fast as they can

@@ -1,0 +1,54 @@
+"""What the loop is held to, and how far a run's medians are from it."""
+import matrix
+from matrix import HEAPS, MAILBOXES, OUR
+
+
+def rows_named(medians, begin):
+    return [row for row in medians if row.startswith(begin)]
+
+
+def against(peers, best, figure):
+    """Our figure over the best one of those peers."""
+    return lambda row: row[OUR][figure] / best(row[p][figure] for p in peers)
+
+
+def goals():
+    """Words, the rows by the beginning of their names, their figure, the limit, whether at least."""
+    post = ["asio-post"]
+    for kind in ("flat-out", "bounded"):
+        yield f"{kind}: times asio::post", f"{kind} producers", against(post, max, "rate"), 2.0, True
+    for n in matrix.WAITING[2:]:
+        yield "draining: share of asio::post", f"drain messages {n}", against(post, min, "ns"), 0.4, False
+    yield "self-post: share of asio::post", "self-post", against(post, min, "ns"), 0.7, False
+    yield "bounded: times the best mailbox", "bounded producers", against(MAILBOXES, max, "rate"), 0.6, True
+    yield "wake p50: times the best", "wake", against(MAILBOXES, min, "p50"), 1.25, False
+    yield "self-post: times the best mailbox", "self-post", against(MAILBOXES, min, "ns"), 2.0, False
+    for n, limit in ((10000, 6.0), (100000, 12.0)):
+        yield ("inserting: times the best timer heap", f"delayed messages {n}",
+               against(HEAPS, min, "insert_ns"), limit, False)
+    most = f"drain messages {matrix.WAITING[-1]}"
+    yield "peak memory over what waits", most, lambda row: row[OUR]["peak_share"], 1.25, False
+    yield "kept after a flood", most, lambda row: row[OUR]["kept_share"], 0.1, False
+    yield "delivered early", "delayed", lambda row: row[OUR]["early"], 0, False
+    yield "out of order", "delayed", lambda row: row[OUR]["unordered"], 0, False
+    yield "constructor, ns", "start-up", lambda row: row[OUR]["constructor"], 50e6, False
+
+
+def print_one(words, name, value, limit, at_least):
+    met = value >= limit if at_least else value <= limit
+    print(f"  {'met   ' if met else 'MISSED'} {value:12.2f}  {'>=' if at_least else '<='} "
+          f"{limit:<10g} {words} ({name})")
+    return met
+
+
+def print_goals(medians, daemon):
+    """medians[row][peer][figure]; true when all are met."""
+    print("\ngoals")
+    met = True
+    for words, begin, figure, limit, at_least in goals():
+        for name in rows_named(medians, begin):
+            met &= print_one(words, name, figure(medians[name]), limit, at_least)
+    drains = [medians[f"drain messages {n}"][OUR]["ns"] for n in (matrix.WAITING[2], matrix.WAITING[-1])]
+    met &= print_one("a message, draining 100,000 over 1,000", "drain", drains[1] / drains[0], 1.5, False)
+    met &= print_one("wake-ups in an idle minute", "daemon", sum(daemon["wakeups"].values()), 0, False)
+    return met

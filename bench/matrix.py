@@ -1,0 +1,57 @@
+"""What is measured: each row is one workload under all who take part in it."""
+import collections
+
+OUR = "pelto"
+POSTERS = [OUR, "asio-post", "glib-invoke", "asio-mailbox", "uv-mailbox", "glib-source",
+           "event-mailbox", "epoll-mailbox"]
+MAILBOXES = ["asio-mailbox", "uv-mailbox", "glib-source", "event-mailbox"]
+TIMERS = [OUR, "asio-post", "uv-mailbox", "event-mailbox"]
+HEAPS = TIMERS[1:]
+PRODUCERS = (1, 2, 4)
+WAITING = (1, 100, 1000, 10000, 100000)
+DELAYED = (1000, 10000, 100000)
+
+# name; the command of each peer, PHONE standing for a folder to come; the figures shown
+Row = collections.namedtuple("Row", "name commands figures")
+
+HIGH_IS_GOOD = {"rate"}
+
+
+def loop_row(loop_bench, peers, figures, workload, *arguments):
+    name = " ".join([workload] + [a.replace("--", "") for a in arguments])
+    return Row(name, {p: [loop_bench, p, workload, *arguments] for p in peers}, figures)
+
+
+def loop_rows(program):
+    def row(*arguments):
+        return loop_row(program, *arguments)
+    flood = ("--messages", "300000")
+    yield from (row(POSTERS, ["rate"], kind, "--producers", str(p), *flood)
+                for kind in ("flat-out", "bounded") for p in PRODUCERS)
+    yield from (row(POSTERS, ["rate"], kind, "--producers", "2", *flood, "--read-whole")
+                for kind in ("flat-out", "bounded"))
+    yield row(POSTERS, ["p50", "p99"], "wake", "--messages", "3000")
+    yield from (row(POSTERS, ["ns"] + (["peak_share", "kept_share"] if n == WAITING[-1] else []),
+                    "drain", "--messages", str(n)) for n in WAITING)
+    yield row(POSTERS, ["ns"], "drain", "--messages", "10000", "--read-whole")
+    yield from (row(TIMERS, ["insert_ns", "late_p50", "late_p99", "early", "unordered"], "delayed",
+                    "--messages", str(n)) for n in DELAYED)
+    yield row(POSTERS, ["ns"], "self-post", *flood)
+
+
+def road_rows(program):
+    def commands(*arguments):
+        return {peer: [program, "run", workload, "PHONE", *arguments]
+                for peer, workload in (("dispatcher", "dispatch"), ("client", "client"),
+                                       ("raw socket", "socket"))}
+    yield Row("event road, one at a time", commands("--events", "5000"), ["p50", "p90", "p99"])
+    yield Row("event road, flat out", commands("--events", "50000", "--gap-micros", "0"), ["rate"])
+    yield Row("start-up", {OUR: [program, "run", "start-up", "PHONE"]},
+              ["constructor", "named_threads"])
+
+
+def quick(row):
+    """The same row, small: to see that it works."""
+    def smaller(word):
+        return "1000" if word.isdigit() and int(word) > 1000 else word
+    return row._replace(commands={p: [smaller(w) for w in c] for p, c in row.commands.items()})

@@ -1,0 +1,175 @@
+#include "bench/road.h"
+
+#include <binder/IServiceManager.h>
+#include <binder/ProcessState.h>
+#include <ipeltoservice/PeltoServiceCalls.h>
+#include <semaphore.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <thread>
+
+#include "event/EventListener.h"
+#include "event/PeltoEventDisptch.h"
+#include "service/PeltoService.h"
+#include "sim/phone.h"
+
+namespace bench {
+
+namespace {
+
+using namespace android;
+
+constexpr char kType[] = "bench_event";
+
+// An event's information is the time at which it was sent.
+std::string timeText() {
+    return std::to_string(nowNanos());
+}
+
+// Calls `send` for each event, with the gap between two.
+void paced(const RoadOptions& options, const std::function<void()>& send) {
+    for (size_t i = 0; i < options.events; ++i) {
+        if (options.gapMicros > 0) usleep(options.gapMicros);
+        send();
+    }
+}
+
+// Notes how long each event was on its way, until all have come.
+class Arrivals {
+  public:
+    explicit Arrivals(size_t expected) : mExpected(expected) {
+        sem_init(&mAll, 0, 0);
+        mNanos.reserve(expected);
+    }
+    void note(int64_t sent) {
+        const int64_t now = nowNanos();
+        if (mNanos.empty()) mFirst = sent;
+        mNanos.push_back(now - sent);
+        mLast = now;
+        if (mNanos.size() == mExpected) sem_post(&mAll);
+    }
+    Figures await() {
+        while (sem_wait(&mAll) != 0) {
+        }
+        Figures figures = percentiles(mNanos);
+        figures["rate"] =
+            static_cast<double>(mExpected) * 1e9 / static_cast<double>(mLast - mFirst);
+        return figures;
+    }
+
+  private:
+    const size_t mExpected;
+    std::vector<int64_t> mNanos;
+    int64_t mFirst = 0;
+    int64_t mLast = 0;
+    sem_t mAll;
+};
+
+class Listener : public EventListener {
+  public:
+    explicit Listener(Arrivals& arrivals) : mArrivals(arrivals) {
+        mName = "bench";
+        mEventTypes.add(kType);
+    }
+    void handleEvent(std::string event) override {
+        mArrivals.note(strtoll(event.c_str() + sizeof kType, nullptr, 10));
+    }
+
+  private:
+    Arrivals& mArrivals;
+};
+
+// This program once more, as a client of the phone's service.
+pid_t startClient(const RoadOptions& options) {
+    std::string words[] = {"service_bench", "send", sim::Phone::get().folder(),
+                           std::to_string(options.events), std::to_string(options.gapMicros)};
+    char* arguments[] = {words[0].data(), words[1].data(), words[2].data(),
+                         words[3].data(), words[4].data(), nullptr};
+    pid_t pid = -1;
+    if (posix_spawn(&pid, "/proc/self/exe", nullptr, nullptr, arguments, environ) != 0) _exit(1);
+    return pid;
+}
+
+size_t namedThreads() {
+    size_t named = 0;
+    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+        std::string name;
+        std::getline(std::ifstream(task.path() / "comm"), name);
+        named += name != "service_bench";
+    }
+    return named;
+}
+
+}  // namespace
+
+Figures startUp(const RoadOptions&) {
+    const int64_t begin = nowNanos();
+    static const sp<PeltoService>& service = *new sp<PeltoService>(new PeltoService());
+    const int64_t end = nowNanos();
+    service->setDebugLog(false);
+    usleep(20000);  // a thread names itself
+    return {{"constructor", static_cast<double>(end - begin)},
+            {"named_threads", static_cast<double>(namedThreads())}};
+}
+
+Figures dispatch(const RoadOptions& options) {
+    Arrivals arrivals(options.events);
+    auto& dispatcher = PeltoEventDisptch::getInstance();
+    dispatcher.registerEventListener(new Listener(arrivals));
+    paced(options, [&] { dispatcher.setEvent(String8(kType), String8(timeText().c_str())); });
+    return arrivals.await();
+}
+
+Figures client(const RoadOptions& options) {
+    Arrivals arrivals(options.events);
+    static const sp<PeltoService>& service = *new sp<PeltoService>(new PeltoService());
+    PeltoEventDisptch::getInstance().registerEventListener(new Listener(arrivals));
+    if (defaultServiceManager()->addService(String16(kPeltoServiceName), service) != OK) _exit(1);
+    ProcessState::self()->startThreadPool();
+    const pid_t pid = startClient(options);
+    int status = 0;
+    if (waitpid(pid, &status, 0) != pid || status != 0) _exit(1);
+    return arrivals.await();
+}
+
+int sendEvents(const RoadOptions& options) {
+    const sp<IBinder> service =
+        defaultServiceManager()->checkService(String16(kPeltoServiceName));
+    if (service == nullptr) return 1;
+    PeltoServiceCalls calls(service.get());
+    int failed = 0;
+    paced(options, [&] {
+        failed |= calls.setEvent(String8(kType), String8(timeText().c_str())) != OK;
+    });
+    return failed;
+}
+
+Figures socketFloor(const RoadOptions& options) {
+    int ends[2];
+    if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) _exit(1);
+    Arrivals arrivals(options.events);
+    std::thread reader([&] {
+        char text[64];
+        while (recv(ends[1], text, sizeof text, MSG_WAITALL) == sizeof text) {
+            arrivals.note(strtoll(text, nullptr, 10));
+        }
+    });
+    paced(options, [&] {
+        char text[64] = {};
+        timeText().copy(text, sizeof text - 1);
+        if (write(ends[0], text, sizeof text) != sizeof text) _exit(1);
+    });
+    const Figures figures = arrivals.await();
+    shutdown(ends[0], SHUT_WR);
+    reader.join();
+    return figures;
+}
+
+}  // namespace bench
