@@ -2,7 +2,7 @@
 import collections
 
 OUR = "pelto"
-POSTERS = [OUR, "asio-post", "glib-invoke", "asio-mailbox", "uv-mailbox", "glib-source",
+POSTERS = [OUR, "asio-post", "asio-post-single", "glib-invoke", "asio-mailbox", "uv-mailbox", "glib-source",
            "event-mailbox", "epoll-mailbox"]
 MAILBOXES = ["asio-mailbox", "uv-mailbox", "glib-source", "event-mailbox"]
 TIMERS = [OUR, "asio-post", "uv-mailbox", "event-mailbox"]

@@ -8,7 +8,9 @@ namespace {
 // asio::post with the message captured: the idiomatic way, one queue entry a message.
 class AsioPostPeer : public Peer {
   public:
-    using Peer::Peer;
+    explicit AsioPostPeer(Receiver receiver) : Peer(std::move(receiver)) {}
+    AsioPostPeer(Receiver receiver, int concurrencyHint)
+        : Peer(std::move(receiver)), mContext(concurrencyHint) {}
 
     void post(const Message& message) override {
         asio::post(mContext, [this, message] { receive(message); });
@@ -22,9 +24,15 @@ class AsioPostPeer : public Peer {
     void quit() override { mContext.stop(); }
 
   private:
-    asio::io_context mContext{1};  // one thread runs it
+    asio::io_context mContext;
     const asio::executor_work_guard<asio::io_context::executor_type> mWork =
         asio::make_work_guard(mContext);
+};
+
+// Told that one thread alone runs it: what that thread posts to itself then takes no lock.
+class AsioPostSinglePeer : public AsioPostPeer {
+  public:
+    explicit AsioPostSinglePeer(Receiver receiver) : AsioPostPeer(std::move(receiver), 1) {}
 };
 
 class AsioMailboxPeer : public Peer {
@@ -45,6 +53,7 @@ class AsioMailboxPeer : public Peer {
 };
 
 const Registration post("asio-post", make<AsioPostPeer>);
+const Registration postSingle("asio-post-single", make<AsioPostSinglePeer>);
 const Registration mailbox("asio-mailbox", make<AsioMailboxPeer>);
 
 }  // namespace

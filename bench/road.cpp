@@ -140,14 +140,12 @@ Figures client(const RoadOptions& options) {
 }
 
 int sendEvents(const RoadOptions& options) {
-    const sp<IBinder> service =
-        defaultServiceManager()->checkService(String16(kPeltoServiceName));
+    const sp<IBinder> service = defaultServiceManager()->checkService(String16(kPeltoServiceName));
     if (service == nullptr) return 1;
     PeltoServiceCalls calls(service.get());
     int failed = 0;
-    paced(options, [&] {
-        failed |= calls.setEvent(String8(kType), String8(timeText().c_str())) != OK;
-    });
+    paced(options,
+          [&] { failed |= calls.setEvent(String8(kType), String8(timeText().c_str())) != OK; });
     return failed;
 }
 

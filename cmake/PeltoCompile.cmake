@@ -3,6 +3,8 @@ find_package(Threads REQUIRED)
 
 add_library(pelto_compile INTERFACE)
 target_include_directories(pelto_compile INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/platform)
+# Nobody replaces a function of a shared library: those inside one may be inlined into each other.
+target_compile_options(pelto_compile INTERFACE -fno-semantic-interposition)
 # Directory positions of the workstation's file systems do not fit 32 bits: readdir() of a 32-bit build
 # would end early without it.
 target_compile_definitions(pelto_compile INTERFACE _FILE_OFFSET_BITS=64)

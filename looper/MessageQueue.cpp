@@ -25,7 +25,7 @@ MessageQueue::~MessageQueue() {
     removeIf([](const MessageEnvelope&) { return true; });
 }
 
-bool MessageQueue::insert(nsecs_t uptime, const sp<PeltoMessageHandler>& handler,
+bool MessageQueue::insert(nsecs_t uptime, nsecs_t now, const sp<PeltoMessageHandler>& handler,
                           const PeltoMessage& message) {
     MessageEnvelope* envelope = mPool.take();
     envelope->uptime = uptime;
@@ -33,10 +33,19 @@ bool MessageQueue::insert(nsecs_t uptime, const sp<PeltoMessageHandler>& handler
     copyMessage(&envelope->message, message);
 
     if (mLease != nullptr && uptime < mLease->mLastUptime) revokeLease();
+    if (joinsLease(uptime, now)) {
+        mLease->add(envelope);
+        return false;
+    }
     const size_t place = placeFor(uptime);
     const bool first = place == mHead;
     insertKey(place, Key{uptime, envelope});
     return first;
+}
+
+bool MessageQueue::joinsLease(nsecs_t uptime, nsecs_t now) const {
+    return mLease != nullptr && uptime <= now && (isEmpty() || uptime < firstUptime()) &&
+           !mLease->isFull();
 }
 
 // The first key that is due strictly later. Most messages are due now, so the end is tried first.
@@ -104,15 +113,16 @@ void MessageQueue::grant(nsecs_t now, Lease* lease) {
         lease->mLastUptime = mKeys[mHead].uptime;
         lease->mEnvelopes[count++] = mKeys[mHead++].envelope;
     }
-    lease->mCount = count;
+    lease->mGranted.store(count, std::memory_order_relaxed);
     mLease = lease;
     settleWhenEmpty();
 }
 
 void MessageQueue::revokeLease() {
     if (mLease == nullptr) return;
-    const uint32_t claimed = mLease->mState.fetch_or(Lease::kRevoked, std::memory_order_acq_rel);
-    for (uint32_t i = mLease->mCount; i-- > claimed;) {
+    mLease->mClaimed.fetch_or(Lease::kRevoked, std::memory_order_acq_rel);
+    const uint32_t claimed = mLease->claimed();
+    for (uint32_t i = mLease->mGranted.load(std::memory_order_relaxed); i-- > claimed;) {
         MessageEnvelope* const envelope = mLease->mEnvelopes[i];
         insertKey(mHead, Key{envelope->uptime, envelope});
     }
@@ -120,8 +130,9 @@ void MessageQueue::revokeLease() {
 }
 
 void MessageQueue::settle(Lease* lease) {
+    // One may have joined after the last claim.
+    if (mLease == lease) revokeLease();
     for (uint32_t i = 0; i < lease->claimed(); ++i) mPool.give(lease->mEnvelopes[i]);
-    if (mLease == lease) mLease = nullptr;
 }
 
 template <typename Wanted>

@@ -15,7 +15,8 @@ namespace android {
 // The next due messages, handed to the looper's thread together so that it delivers them without
 // taking the lock for each. A message is still its queue's until it is claimed: whatever removes
 // messages or puts one before them revokes the lease, and what was not claimed by then is back in
-// the order.
+// the order. A message that is due when it is posted, with none waiting before it, joins the lease
+// in force.
 //
 // Threads: claim() on the looper's thread without the lock; the rest is the queue's, under it.
 class Lease {
@@ -23,13 +24,15 @@ class Lease {
     // The next message, the caller's until the lease is settled; null when there is no other, or
     // no longer.
     MessageEnvelope* claim() {
-        uint32_t state = mState.load(std::memory_order_relaxed);
+        uint32_t claimed = mClaimed.load(std::memory_order_relaxed);
+        uint32_t granted;
         do {
-            if (state >= mCount) return nullptr;
-        } while (!mState.compare_exchange_weak(state, state + 1, std::memory_order_acq_rel));
+            granted = mGranted.load(std::memory_order_acquire);
+            if (claimed >= granted) return nullptr;
+        } while (!mClaimed.compare_exchange_weak(claimed, claimed + 1, std::memory_order_acq_rel));
         // The next one is on its way while this one's handler runs.
-        if (state + 1 < mCount) __builtin_prefetch(mEnvelopes[state + 1]);
-        return mEnvelopes[state];
+        if (claimed + 1 < granted) __builtin_prefetch(mEnvelopes[claimed + 1]);
+        return mEnvelopes[claimed];
     }
 
   private:
@@ -37,10 +40,18 @@ class Lease {
     static constexpr uint32_t kMost = 32;
     static constexpr uint32_t kRevoked = 0x80000000;  // above every count
 
-    uint32_t claimed() const { return mState.load(std::memory_order_relaxed) & ~kRevoked; }
+    bool isFull() const { return mGranted.load(std::memory_order_relaxed) == kMost; }
+    // Not to a full one.
+    void add(MessageEnvelope* envelope) {
+        const uint32_t granted = mGranted.load(std::memory_order_relaxed);
+        mEnvelopes[granted] = envelope;
+        mLastUptime = envelope->uptime;
+        mGranted.store(granted + 1, std::memory_order_release);
+    }
+    uint32_t claimed() const { return mClaimed.load(std::memory_order_relaxed) & ~kRevoked; }
 
-    std::atomic<uint32_t> mState{0};  // how many are claimed; kRevoked is added to end it
-    uint32_t mCount = 0;
+    std::atomic<uint32_t> mClaimed{0};  // how many; kRevoked is added to end it
+    std::atomic<uint32_t> mGranted{0};
     nsecs_t mLastUptime = 0;
     MessageEnvelope* mEnvelopes[kMost];
 };
@@ -62,9 +73,9 @@ class MessageQueue {
     MessageQueue(const MessageQueue&) = delete;
     MessageQueue& operator=(const MessageQueue&) = delete;
 
-    // Behind every message that is due at the same time or earlier. True when it is the first of
-    // those not leased.
-    bool insert(nsecs_t uptime, const sp<PeltoMessageHandler>& handler,
+    // Behind every message that is due at the same time or earlier. `now` is a time that has
+    // passed. True when it is the first of those not leased.
+    bool insert(nsecs_t uptime, nsecs_t now, const sp<PeltoMessageHandler>& handler,
                 const PeltoMessage& message);
     void remove(const sp<PeltoMessageHandler>& handler);
     void remove(const sp<PeltoMessageHandler>& handler, int32_t what);
@@ -79,7 +90,7 @@ class MessageQueue {
     void grant(nsecs_t now, Lease* lease);
     // Takes back what the lease in force, if there is one, has not handed out.
     void revokeLease();
-    // Gives back what was claimed, whose handler references have been dropped.
+    // Ends the lease and gives back what was claimed, whose handler references have been dropped.
     void settle(Lease* lease);
 
     // Heap bytes held for keys and envelopes.
@@ -91,6 +102,7 @@ class MessageQueue {
         MessageEnvelope* envelope;
     };
 
+    bool joinsLease(nsecs_t uptime, nsecs_t now) const;
     size_t placeFor(nsecs_t uptime) const;
     void insertKey(size_t place, const Key& key);
     void makeRoom();

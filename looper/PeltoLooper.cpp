@@ -73,7 +73,7 @@ void PeltoLooper::enqueue(nsecs_t uptime, nsecs_t latestReading,
     {
         const ShortLock lock(mLock);
         if (latestReading > mLatestReading) mLatestReading = latestReading;
-        const bool first = mMessageEnvelopes.insert(uptime, handler, message);
+        const bool first = mMessageEnvelopes.insert(uptime, mLatestReading, handler, message);
         // After a handler the queue is looked at again before the looper sleeps.
         sendWake = first && !mSendingMessage;
     }

@@ -1,8 +1,7 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstring>
-#include <deque>
+#include <map>
 #include <random>
 
 #include "looper/MessageQueue.h"
@@ -14,38 +13,16 @@ class NullHandler : public PeltoMessageHandler {
     void handleMessage(const PeltoMessage&) override {}
 };
 
-// What the queue must do, written the plain way.
-class NaiveQueue {
-  public:
-    struct Item {
-        nsecs_t uptime;
-        const PeltoMessageHandler* handler;
-        int32_t what;
-    };
-
-    void insert(const Item& item) {
-        size_t i = 0;
-        while (i < items.size() && item.uptime >= items[i].uptime) ++i;
-        items.insert(items.begin() + static_cast<ptrdiff_t>(i), item);
-    }
-    template <typename Wanted>
-    void remove(Wanted wanted) {
-        items.erase(std::remove_if(items.begin(), items.end(), wanted), items.end());
-    }
-
-    std::deque<Item> items;
-};
-
 PeltoMessage messageOf(int32_t what) {
-    PeltoMessage message = {};
-    message.what = what;
+    PeltoMessage message{what, ""};
     snprintf(message.sValue, sizeof message.sValue, "message %d", what);
     message.sValue[sizeof message.sValue - 1] = static_cast<char>('a' + what % 26);
     return message;
 }
 
-// A queue and its model under the same random operations. Delivery nests up to three polls deep,
-// and operations fall between any two messages, as they do from inside handlers.
+// A queue under the same random operations as its model, a map, which keeps equal times in the
+// order they came. Delivery nests up to three polls deep, and operations fall between any two
+// messages, as they do from inside handlers.
 class Comparison {
   public:
     explicit Comparison(unsigned seed) : mRandom(seed) {}
@@ -54,14 +31,10 @@ class Comparison {
         for (; mStep < steps && !testing::Test::HasFailure(); ++mStep) {
             // Bursts and lulls: the mix changes every few hundred steps.
             if (mStep % 400 == 0) mGrowth = 20 + below(75);
-            if (below(100) < mGrowth) {
-                insertOne();
-            } else {
-                deliver(0);
-            }
+            below(100) < mGrowth ? insertOne() : deliver(0);
         }
         for (; !mQueue.isEmpty() && !testing::Test::HasFailure(); mStep += 1000) deliver(0);
-        EXPECT_TRUE(mModel.items.empty());
+        EXPECT_TRUE(mModel.empty());
     }
 
   private:
@@ -72,22 +45,20 @@ class Comparison {
         const nsecs_t uptime = below(4) != 0 ? mStep : mStep + below(200) - 150;
         const sp<PeltoMessageHandler>& handler = anyHandler();
         const int32_t what = below(50);
-        mModel.insert({uptime, handler.get(), what});
-        mQueue.insert(uptime, handler, messageOf(what));
+        mModel.emplace(uptime, std::make_pair(handler.get(), what));
+        mQueue.insert(uptime, mStep, handler, messageOf(what));
     }
 
     void removeSome() {
         const sp<PeltoMessageHandler>& handler = anyHandler();
         const int32_t what = below(50);
         const bool all = below(10) == 0;
-        if (all) {
-            mQueue.remove(handler);
-        } else {
-            mQueue.remove(handler, what);
+        all ? mQueue.remove(handler) : mQueue.remove(handler, what);
+        for (auto item = mModel.begin(); item != mModel.end();) {
+            const auto& [target, code] = item->second;
+            const bool gone = target == handler.get() && (all || code == what);
+            item = gone ? mModel.erase(item) : std::next(item);
         }
-        mModel.remove([&](const auto& item) {
-            return item.handler == handler.get() && (all || item.what == what);
-        });
     }
 
     // Everything due by now, as the looper does it.
@@ -99,24 +70,22 @@ class Comparison {
             while (MessageEnvelope* const envelope = lease.claim()) handle(envelope, depth);
             mQueue.settle(&lease);
         }
-        ASSERT_EQ(mModel.items.size(), mQueue.size());
-        if (!mQueue.isEmpty()) {
-            ASSERT_EQ(mModel.items.front().uptime, mQueue.firstUptime());
-        }
+        ASSERT_EQ(mModel.size(), mQueue.size());
+        ASSERT_TRUE(mQueue.isEmpty() || mModel.begin()->first == mQueue.firstUptime());
     }
 
     void handle(MessageEnvelope* envelope, int depth) {
-        ASSERT_FALSE(mModel.items.empty());
-        const NaiveQueue::Item expected = mModel.items.front();
-        mModel.items.pop_front();
-        ASSERT_EQ(expected.uptime, envelope->uptime);
-        ASSERT_EQ(expected.handler, envelope->handler.get());
+        ASSERT_FALSE(mModel.empty());
+        const auto [uptime, item] = *mModel.begin();
+        mModel.erase(mModel.begin());
+        ASSERT_EQ(uptime, envelope->uptime);
+        ASSERT_EQ(item.first, envelope->handler.get());
         for (int32_t dice = below(100); dice < 30; dice = below(100)) {
             if (dice < 15) insertOne();
             if (dice >= 15 && dice < 20) removeSome();
             if (dice >= 20 && depth < 2) deliver(depth + 1);
         }
-        const PeltoMessage message = messageOf(expected.what);
+        const PeltoMessage message = messageOf(item.second);
         ASSERT_EQ(0, memcmp(&message, &envelope->message, sizeof message));
         envelope->handler.clear();
     }
@@ -124,7 +93,7 @@ class Comparison {
     const sp<PeltoMessageHandler> mHandlers[3] = {new NullHandler(), new NullHandler(), nullptr};
     std::mt19937 mRandom;
     MessageQueue mQueue;
-    NaiveQueue mModel;
+    std::multimap<nsecs_t, std::pair<const PeltoMessageHandler*, int32_t>> mModel;
     int mStep = 0;
     int mGrowth = 50;
 };
@@ -141,7 +110,7 @@ TEST(MessageQueueTest, HoldsLittleMoreThanWhatWaitsAndGivesABurstBack) {
     const sp<PeltoMessageHandler> handler = new NullHandler();
     constexpr size_t kBurst = 20000;
     for (size_t i = 0; i < kBurst; ++i)
-        queue.insert(static_cast<nsecs_t>(i), handler, messageOf(0));
+        queue.insert(static_cast<nsecs_t>(i), 0, handler, messageOf(0));
     EXPECT_LT(queue.footprint(), kBurst * sizeof(PeltoMessage) * 5 / 4);
     while (!queue.isEmpty()) {
         Lease lease;
