@@ -1,6 +1,7 @@
 // Verbs that ask for diagnostic material by an event: exception reports, audio and kernel-log
 // dumps.
 #include <ipeltoservice/PeltoServiceCalls.h>
+#include <sim/properties.h>
 #include <stdio.h>
 
 #include <CLI/CLI.hpp>
@@ -73,6 +74,17 @@ int capture(Client& client, const Capture& asked) {
     return kDone;
 }
 
+// The type ends at a "$" on the way, and becomes a property's value.
+int audioDump(Client& client, const std::string& type) {
+    if (type.empty() || type.find('$') != std::string::npos ||
+        type.size() > sim::Properties::kValueBytes) {
+        throw Failure(kUsage, "audio-dump: TYPE must have from 1 to " +
+                                  std::to_string(sim::Properties::kValueBytes) +
+                                  " bytes and no '$'");
+    }
+    return send(client, kAudioDumpsys, type);
+}
+
 void addCapture(CLI::App& app, Client& client) {
     auto asked = std::make_shared<Capture>();
     CLI::App* verb = app.add_subcommand(
@@ -107,7 +119,7 @@ void addCaptureVerbs(CLI::App& app, Client& client) {
     auto type = std::make_shared<std::string>();
     CLI::App* dump = app.add_subcommand("audio-dump", "Have the audio services dump their state");
     dump->add_option("TYPE", *type, "Type of the dump, handed on as it is")->required();
-    client.onVerb(dump, [&client, type] { return send(client, kAudioDumpsys, *type); });
+    client.onVerb(dump, [&client, type] { return audioDump(client, *type); });
 
     CLI::App* kernelLog = app.add_subcommand(
         "dump-dmesg", "Have the kernel's messages since the last dump written to their file");

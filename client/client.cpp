@@ -2,7 +2,6 @@
 
 #include <binder/IServiceManager.h>
 #include <ipeltoservice/IPeltoService.h>
-#include <sim/fd.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -76,12 +75,6 @@ void check(android::status_t status, const std::string& what) {
         default:
             throw Failure(kFailed, what + ": refused with status " + std::to_string(status));
     }
-}
-
-void tellReady(int fd) {
-    if (fd < 0) return;
-    const sim::Fd owned(fd);
-    sim::writeAll(fd, "ready\n", 6);
 }
 
 }  // namespace pelto

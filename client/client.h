@@ -64,7 +64,4 @@ class Client {
 // Throws what a call's status means unless it is OK; `what` names what was asked for.
 void check(android::status_t status, const std::string& what);
 
-// Tells a script that waits for it that what it asked for has begun; -1 is nobody.
-void tellReady(int fd);
-
 }  // namespace pelto

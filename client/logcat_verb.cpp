@@ -83,8 +83,8 @@ int logcat(Client& client, const LogcatVerb& verb) {
     const sim::LogcatOptions options = logcatOptions(verb);
     sim::Log& log = client.phone().log();
     if (options.clear) {
-        log.clear();
-        return kDone;
+        if (log.clear()) return kDone;
+        throw Failure(kFailed, "logcat: another process keeps the log locked");
     }
     if (!verb.until.empty()) return followUntil(log.directory(), verb, options);
     return sim::runLogcat(log.directory(), options, STDOUT_FILENO);

@@ -14,6 +14,7 @@
 #include "client/text.h"
 #include "client/verbs.h"
 #include "sim/clock.h"
+#include "sim/ready.h"
 
 namespace pelto {
 namespace {
@@ -94,7 +95,7 @@ int watch(Client& client, const WatchOptions& options) {
     const sp<Watcher> watcher = new Watcher(options);
     check(service->linkToDeath(watcher), "watch");
     check(android::PeltoServiceCalls(service.get()).registerNativeClient(watcher), "watch");
-    tellReady(options.readyFd);
+    sim::tellReady(options.readyFd);
     return watcher->wait();
 }
 

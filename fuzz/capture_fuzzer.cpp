@@ -1,10 +1,9 @@
 // Information strings on the road of a capture: through the exception reporter, the steps of the
 // log-capture thread and the audio dump, on a phone with links that lead out of it. Whatever they
 // say, nothing beside the phone's own files may change.
-#include <stdio.h>
-
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <sstream>
 #include <string>
 
@@ -13,11 +12,10 @@
 #include "logcapture/KelvoPeltoLogThread.h"
 #include "logcapture/KelvoWexRaiseException.h"
 
-namespace {
-
+using namespace android;
 namespace fs = std::filesystem;
-using android::sp;
-using android::String8;
+
+namespace {
 
 constexpr size_t kLongestInput = 8192;
 
@@ -33,98 +31,87 @@ constexpr const char* kTokens[] = {
 // The fuzzer's phone, and what lies beside its files.
 class World {
   public:
-    static World& get() {
-        static World& world = *new World;
-        return world;
-    }
-
-    const std::string& beside() const { return mBeside; }
-
-    // The phone's files as they are before each input.
-    void reset() const {
-        const fs::path root = sim::Phone::get().fsDir();
-        for (const auto& entry : fs::directory_iterator(root)) fs::remove_all(entry.path());
-        for (const char* directory :
-             {"data/in/E1", "data/tombstones", "data/x", "data/persist_log/TMP/audio_dumpsys"})
-            fs::create_directories(root / directory);
-        for (int i = 0; i < 10; ++i)
-            write(root / "data/persist_log/TMP/audio_dumpsys" / std::to_string(i));
-        write(root / "data/tombstones/tombstone_00");
-        write(root / "data/in/E1/file");
-        fs::create_directory_symlink(mBeside, root / "data/out");
-        fs::create_symlink(mBeside + "/E1/file", root / "data/link");
-        fs::create_symlink(mBeside + "/E1/file", root / "data/in/E1/link");
-        fs::create_symlink(mBeside + "/E1/file", root / "data/tombstones/tombstone_01");
-    }
-
-    void check() const {
-        if (state() == mState) return;
-        fprintf(stderr, "changed outside the phone's files:\n%s\nnot\n%s\n", state().c_str(),
-                mState.c_str());
-        abort();
-    }
-
-  private:
-    World() : mFolder(fuzzPhone().folder()), mBeside(mFolder + "/beside") {
-        for (const std::string& place : {mBeside, sim::Phone::get().runDir() + "/precious"}) {
-            fs::create_directories(place + "/E1");
+    World() {
+        for (const std::string& place : {mBeside, mFolder + "/run/precious"}) {
             write(place + "/E1/file");
             fs::permissions(place + "/E1/file", fs::perms(0600));
         }
         mState = state();
     }
 
-    static void write(const fs::path& path) { std::ofstream(path) << "alive"; }
-
-    // Everything beside the phone's files that a command could make, change or remove.
-    std::string state() const {
-        std::ostringstream text;
-        for (const auto& entry : fs::directory_iterator(mFolder)) text << entry.path() << '\n';
-        for (const std::string& place : {mBeside, mFolder + "/run/precious"}) {
-            for (const auto& entry : fs::recursive_directory_iterator(place)) {
-                text << entry.path() << ' ' << static_cast<int>(entry.status().permissions()) << ' '
-                     << entry.last_write_time().time_since_epoch().count() << '\n';
-                if (entry.is_regular_file()) text << std::ifstream(entry.path()).rdbuf() << '\n';
+    // The text that an input stands for.
+    std::string read(const uint8_t* data, size_t size) const {
+        std::string text;
+        for (size_t i = 0; i < size && text.size() < kLongestInput; ++i) {
+            const std::string token = kTokens[data[i] % std::size(kTokens)];
+            if (data[i] < 0x80) {
+                text += static_cast<char>(data[i]);
+            } else {
+                text += token[0] == '@' ? mBeside + token.substr(7) : token;
             }
+        }
+        return text;
+    }
+
+    // The phone's files as they are before each input.
+    void reset() const {
+        const fs::path root = mFolder + "/fs";
+        for (const auto& entry : fs::directory_iterator(root)) fs::remove_all(entry.path());
+        for (int i = 0; i < 10; ++i)
+            write(root / "data/persist_log/TMP/audio_dumpsys" / std::to_string(i));
+        for (const char* file : {"data/tombstones/tombstone_00", "data/in/E1/file", "data/x/file"})
+            write(root / file);
+        fs::create_directory_symlink(mBeside, root / "data/out");
+        for (const char* link : {"data/link", "data/in/E1/link", "data/tombstones/tombstone_01"})
+            fs::create_symlink(mBeside + "/E1/file", root / link);
+    }
+
+    void check() const {
+        const std::string now = state();
+        require(now == mState, "outside the phone's files:\n" + now + "is\n" + mState);
+    }
+
+  private:
+    static void write(const fs::path& path) {
+        fs::create_directories(path.parent_path());
+        std::ofstream(path) << "alive";
+    }
+
+    // Everything beside the phone's files that a command could make, change or remove; of what the
+    // phone itself writes as it runs, that it is there.
+    std::string state() const {
+        static const std::set<fs::path> written = {
+            "fs", "run/kernel_log", "run/log", "run/properties", "run/reports", "run/stats"};
+        std::ostringstream text;
+        for (fs::recursive_directory_iterator entry(mFolder), end; entry != end; ++entry) {
+            text << entry->path() << '\n';
+            if (written.count(entry->path().lexically_relative(mFolder)) != 0) {
+                entry.disable_recursion_pending();
+                continue;
+            }
+            text << static_cast<int>(entry->status().permissions()) << ' '
+                 << entry->last_write_time().time_since_epoch().count() << '\n';
+            if (entry->is_regular_file()) text << std::ifstream(entry->path()).rdbuf() << '\n';
         }
         return text.str();
     }
 
-    const std::string mFolder;
-    const std::string mBeside;
+    const std::string mFolder = fuzzPhone().folder(), mBeside = mFolder + "/beside";
     std::string mState;
 };
-
-std::string readInput(const uint8_t* data, size_t size, const std::string& beside) {
-    std::string text;
-    for (size_t i = 0; i < size && text.size() < kLongestInput; ++i) {
-        if (data[i] < 0x80) {
-            text += static_cast<char>(data[i]);
-            continue;
-        }
-        const std::string token = kTokens[data[i] % std::size(kTokens)];
-        text += token[0] == '@' && token.size() > 1 ? beside + token.substr(7) : token;
-    }
-    return text;
-}
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    const World& world = World::get();
+    static const World& world = *new World;
     world.reset();
-    const String8 info(readInput(data, size, world.beside()));
-
-    const sp<android::KelvoWexRaiseException> reporter = new android::KelvoWexRaiseException(info);
-    reporter->WexRaiseException();
-    const sp<android::KelvoPeltoLogThread> capture = new android::KelvoPeltoLogThread(info);
+    const String8 info(world.read(data, size));
+    sp<KelvoWexRaiseException>(new KelvoWexRaiseException(info))->WexRaiseException();
+    const sp<KelvoPeltoLogThread> capture = new KelvoPeltoLogThread(info);
     capture->doLogCaputure();
     capture->doCompressFile();
     capture->deleteFiles();
-    const sp<android::KelvoAudioDumpsysLogThread> dump =
-        new android::KelvoAudioDumpsysLogThread(info);
-    dump->threadLoop();
-
+    sp<KelvoAudioDumpsysLogThread>(new KelvoAudioDumpsysLogThread(info))->threadLoop();
     world.check();
     return 0;
 }

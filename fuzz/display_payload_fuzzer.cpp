@@ -2,21 +2,20 @@
 // become is compared with that of a plainer reading.
 #include <compositor/compositor.h>
 #include <kelvo_multimedia_kernel_event/DisplayKevent.h>
-#include <stdio.h>
 #include <string.h>
 
 #include <algorithm>
+#include <sstream>
 
 #include "event/phone_integer.h"
 #include "fuzz/fuzz_phone.h"
 #include "service/PeltoService.h"
 
+using namespace android;
+
 namespace {
 
-using android::mm_kevent_packet;
-using android::String8;
-
-class Service : public android::PeltoService {
+class Service : public PeltoService {
   public:
     void setEvent(const String8& event, const String8& info) override {
         mEvent = std::string(event.c_str()) + "$" + info.c_str();
@@ -24,14 +23,11 @@ class Service : public android::PeltoService {
     std::string mEvent;
 };
 
-Service& service() {
-    static android::sp<Service>& service = *new android::sp<Service>;
-    if (service == nullptr) {
-        fuzzPhone();
-        service = new Service;
-        android::startCompositor();
-    }
-    return *service;
+sp<Service> newService() {
+    fuzzPhone();
+    const sp<Service> service = new Service;
+    startCompositor();
+    return service;
 }
 
 // The field, cut and terminated as the channel does it.
@@ -50,12 +46,11 @@ std::string itemOf(std::string token) {
 }
 
 std::string eventOf(const std::string& id, const std::string& payload) {
-    std::string event = "pelto_event_peltoserver_feedback$MM_FB_EventID#" +
-                        std::to_string(android::phoneAtoi(id.c_str()));
-    size_t begin = 0;
-    for (size_t end; (end = payload.find('$', begin)) != std::string::npos; begin = end + 1)
-        event += itemOf(payload.substr(begin, end - begin));
-    return event + itemOf(payload.substr(begin));
+    std::string event =
+        "pelto_event_peltoserver_feedback$MM_FB_EventID#" + std::to_string(phoneAtoi(id.c_str()));
+    std::istringstream items(payload);
+    for (std::string item; std::getline(items, item, '$');) event += itemOf(item);
+    return event;
 }
 
 }  // namespace
@@ -67,10 +62,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string id = fill(packet.event_id, input.substr(0, newline));
     const std::string payload =
         fill(packet.payload, input.substr(std::min(newline + 1, input.size())));
-    android::PeltoService& owner = service();
-    android::PeltoService::handleKernelFeedback(&owner, &packet);
+    static const sp<Service>& service = *new sp<Service>(newService());
+    PeltoService::handleKernelFeedback(static_cast<PeltoService*>(service.get()), &packet);
     const std::string expected = eventOf(id, payload);
-    if (service().mEvent == expected) return 0;
-    fprintf(stderr, "%s\nnot\n%s\n", service().mEvent.c_str(), expected.c_str());
-    abort();
+    require(service->mEvent == expected, service->mEvent + " is " + expected);
+    return 0;
 }

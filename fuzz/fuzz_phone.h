@@ -1,5 +1,6 @@
 #pragma once
 
+#include <stdio.h>
 #include <stdlib.h>
 
 #include <filesystem>
@@ -20,4 +21,10 @@ inline sim::Phone& fuzzPhone() {
     atexit(removeFolder);
     at_quick_exit(removeFolder);
     return sim::Phone::create(folder);
+}
+
+inline void require(bool condition, const std::string& what) {
+    if (condition) return;
+    fprintf(stderr, "not so: %s\n", what.c_str());
+    abort();
 }

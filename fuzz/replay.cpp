@@ -10,23 +10,16 @@
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
-static void replay(const std::filesystem::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    const std::string bytes{std::istreambuf_iterator<char>(in), {}};
-    std::printf("%s: %zu bytes\n", file.filename().c_str(), bytes.size());
-    std::fflush(stdout);
-    LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
-}
-
 int main(int argc, char** argv) {
     int replayed = 0;
     for (int i = 1; i < argc; ++i) {
         for (const auto& entry : std::filesystem::directory_iterator(argv[i])) {
-            replay(entry.path());
-            ++replayed;
+            std::ifstream in(entry.path(), std::ios::binary);
+            const std::string bytes{std::istreambuf_iterator<char>(in), {}};
+            std::printf("%d. %s: %zu bytes\n", ++replayed, entry.path().c_str(), bytes.size());
+            std::fflush(stdout);
+            LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(bytes.data()), bytes.size());
         }
     }
-    std::printf("%d inputs\n", replayed);
-    std::fflush(stdout);
     std::quick_exit(replayed > 0 ? 0 : 1);  // what a fuzzer leaves to do at the end is done
 }

@@ -4,14 +4,13 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <map>
-#include <memory>
 
 #include "host/service_host.h"
 #include "logcapture/KelvoPeltoLogThread.h"
 #include "logcapture/log_information.h"
+#include "sim/log.h"
 #include "sim/phone.h"
-#include "sim/root.h"
+#include "sim/shell.h"
 
 namespace {
 
@@ -20,10 +19,13 @@ struct Options {
     std::string information;
 };
 
+constexpr char kPack[] = "tar -czf ";
+constexpr char kPackFailed[] = "cmds failed: tar -czf";
+
 constexpr char kExitCodes[] =
     "Exit codes:\n"
     "  0  the archive was made; its path on the phone is printed\n"
-    "  1  no archive appeared; the phone's log, KelvoPeltoLogThread, says why\n"
+    "  1  no whole archive was made; the phone's log, KelvoPeltoLogThread, says why\n"
     "  2  wrong usage\n"
     "  3  the folder is missing or is no phone's\n";
 
@@ -56,21 +58,31 @@ int parse(int argc, char** argv, Options* options) {
     return -1;
 }
 
-// The files whose paths begin so and end as an archive's, and when each was last written.
-std::map<std::string, int64_t> archives(const std::string& start) {
-    const sim::Root& root = sim::Phone::get().root();
-    const size_t name = start.rfind('/') + 1;
-    const std::string directory = start.substr(0, name);
-    std::map<std::string, int64_t> found;
-    const std::unique_ptr<DIR, int (*)(DIR*)> open(
-        root.opendir(directory.empty() ? "/" : directory.c_str()), closedir);
-    while (const dirent* entry = open ? readdir(open.get()) : nullptr) {
-        const std::string path = directory + entry->d_name;
-        struct stat status {};
-        if (path.rfind(start, 0) != 0 || root.stat(path.c_str(), &status) != 0) continue;
-        found[path] = int64_t{status.st_mtim.tv_sec} * 1000000000 + status.st_mtim.tv_nsec;
+// What the steps ran: the archive's path as the packing command has it, "" when that was refused,
+// and the log line of its failure, "" without one.
+struct Packing {
+    std::string archive;
+    std::string failure;
+};
+
+Packing runSteps(const std::string& information) {
+    Packing packing;
+    sim::Phone& phone = sim::Phone::get();
+    phone.log().observe([&](const sim::Log::Record& record) {
+        if (record.message.rfind(kPackFailed, 0) == 0) packing.failure = record.message;
+    });
+    const android::sp<android::KelvoPeltoLogThread> steps =
+        new android::KelvoPeltoLogThread(android::String8(information));
+    steps->doLogCaputure();
+    steps->doCompressFile();
+    steps->deleteFiles();
+    phone.log().observe(nullptr);
+    for (const std::string& command : phone.shell().history()) {
+        if (command.rfind(kPack, 0) != 0) continue;
+        const std::string rest = command.substr(sizeof kPack - 1);
+        packing.archive = rest.substr(0, rest.find(' '));
     }
-    return found;
+    return packing;
 }
 
 int capture(const std::string& information) {
@@ -78,23 +90,16 @@ int capture(const std::string& information) {
     if (!android::splitLogInformation(android::String8(information), fields)) {
         return complain(kHostUsage, "INFO takes five fields with ',' between; see --help");
     }
-    const std::string start =
-        std::string(fields[android::kTarPath].c_str()) + fields[android::kTarName].c_str() + "@";
-    const auto before = archives(start);
-    const android::sp<android::KelvoPeltoLogThread> steps =
-        new android::KelvoPeltoLogThread(android::String8(information));
-    steps->doLogCaputure();
-    steps->doCompressFile();
-    steps->deleteFiles();
-    for (const auto& [path, written] : archives(start)) {
-        const auto old = before.find(path);
-        if (old != before.end() && old->second == written) continue;
-        puts(path.c_str());
+    const Packing packing = runSteps(information);
+    // A failed tar may well have left a file.
+    if (packing.failure.empty() && !packing.archive.empty()) {
+        puts(packing.archive.c_str());
         return kHostStopped;
     }
-    return complain(kHostFailed,
-                    "no archive appeared; the phone's log says why: pelto logcat -d "
-                    "KelvoPeltoLogThread");
+    const std::string why = packing.failure.empty() ? "" : " (" + packing.failure + ")";
+    return complain(kHostFailed, "no whole archive was made" + why +
+                                     "; the phone's log says more: pelto logcat -d "
+                                     "KelvoPeltoLogThread");
 }
 
 }  // namespace

@@ -14,9 +14,9 @@
 
 #include "service/PeltoService.h"
 #include "sim/control.h"
-#include "sim/fd.h"
 #include "sim/generic_netlink.h"
 #include "sim/phone.h"
+#include "sim/ready.h"
 
 using namespace android;
 
@@ -61,12 +61,6 @@ sp<PeltoService> makeService() {
     return service;
 }
 
-void tellReady(int fd) {
-    if (fd < 0) return;
-    const sim::Fd owned(fd);
-    sim::writeAll(fd, "ready\n", 6);
-}
-
 }  // namespace
 
 bool openPhone(const HostOptions& options) {
@@ -98,7 +92,7 @@ int runServiceHost(const HostOptions& options, StopSignals& signals) {
     signals.onFirst([] { ProcessState::self()->shutDown(); });
     __android_log_print(ANDROID_LOG_DEBUG, kTag, "%s published, %d threads", kPeltoServiceName,
                         options.threads);
-    tellReady(options.readyFd);
+    sim::tellReady(options.readyFd);
     IPCThreadState::self()->joinThreadPool();
     sim::Phone::get().control().withdraw();
     __android_log_print(ANDROID_LOG_DEBUG, kTag, "stopped");

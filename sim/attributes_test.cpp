@@ -7,14 +7,13 @@
 #include <thread>
 
 #include "phone/phone.h"
-#include "sim/control.h"
 #include "sim/gpu.h"
-#include "tests/support/phone_test.h"
+#include "sim/testing/told_phone.h"
 
 namespace sim {
 namespace {
 
-class AttributesTest : public PhoneTest {
+class AttributesTest : public ToldPhoneTest {
   protected:
     Fd open(const char* path) { return Fd(phone::open(path, O_RDONLY)); }
     // What a poll for changes tells at once.
@@ -71,7 +70,7 @@ TEST_F(AttributesTest, IsReadyUntilItIsReadFromItsStart) {
     EXPECT_EQ("other", text(fd)) << "closed behind our back";
 }
 
-TEST_F(AttributesTest, GivesTheBytesInReadsOfALimitedSize) {
+TEST_F(AttributesTest, GivesTheBytesInReadsOfALimitedSizeUntilItVanishes) {
     for (const size_t size : {0, 1, 4096, 4097, 1000000}) {
         const std::string snapshot = Gpu::snapshotOf(size);
         phone().gpu().fault({"1\n", "", "0", snapshot});
@@ -83,7 +82,6 @@ TEST_F(AttributesTest, GivesTheBytesInReadsOfALimitedSize) {
         EXPECT_EQ(0, status.st_size);
     }
     EXPECT_EQ(nullptr, phone::fopen(Gpu::kDump, "w"));
-    // The device vanishes under its reader.
     const Fd fd = open(Gpu::kTimestamp);
     phone().gpu().vanishAfter(50000);
     EXPECT_EQ(Gpu::snapshotOf(50000), readPlainly(open(Gpu::kDump)));
@@ -96,40 +94,25 @@ TEST_F(AttributesTest, GivesTheBytesInReadsOfALimitedSize) {
 }
 
 TEST_F(AttributesTest, AnotherProcessDrivesTheDevice) {
-    ASSERT_TRUE(phone().control().serve());
-    const auto request = [&](std::vector<std::string> words) {
-        words.insert(words.begin(), "gpu");
-        const Reply reply = controlRequest(phone(), words);
-        return reply.ok ? "" : reply.texts.at(0);
-    };
-    EXPECT_EQ("", request({"fault", "--hash", "a b\n", "--size", "5", "--timestamp", "7"}));
+    EXPECT_EQ("ok", tell("gpu fault --hash a\n --size 5 --timestamp 7"));
     EXPECT_EQ("7", text(open(Gpu::kTimestamp)));
-    EXPECT_EQ("a b\n", text(open(Gpu::kHashId)));
-    EXPECT_EQ("", request({"short-reads", "2"}));
+    EXPECT_EQ("a\n", text(open(Gpu::kHashId)));
+    EXPECT_EQ("ok", tell("gpu short-reads 2"));
     EXPECT_EQ(Gpu::snapshotOf(5), readPlainly(open(Gpu::kDump), 2));
-    EXPECT_EQ("", request({"unreadable", "dump"}));
+    EXPECT_EQ("ok", tell("gpu unreadable dump"));
     EXPECT_FALSE(open(Gpu::kDump).valid());
-    EXPECT_EQ("", request({"fault", "--control", "1"}));
+    EXPECT_EQ("ok", tell("gpu fault --control 1"));
     EXPECT_EQ("1", text(open(Gpu::kControl)));
-    EXPECT_EQ("", request({"vanish"}));
+    EXPECT_EQ("ok", tell("gpu vanish"));
     EXPECT_FALSE(open(Gpu::kTimestamp).valid());
-    EXPECT_EQ("", request({"appear"}));
-
-    using Words = std::vector<std::string>;
-    for (const Words& words : {Words{},
-                               {"crash"},
-                               {"fault", "--size"},
-                               {"fault", "--size", "67108865"},
-                               {"fault", "--size", "-1"},
-                               {"fault", "--size", "999999999999999999999"},
-                               {"fault", "--hash", std::string(4097, 'h')},
-                               {"fault", "--after", "1"},
-                               {"vanish", "--after", "x"},
-                               {"unreadable", "x"},
-                               {"short-reads"},
-                               {"appear", "x"}}) {
-        EXPECT_EQ("gpu: ", request(words).substr(0, 5));
+    EXPECT_EQ("ok", tell("gpu appear"));
+    for (const std::string wrong :
+         {"", " crash", " fault --size", " fault --size 67108865", " fault --size -1",
+          " fault --size 999999999999999999999", " fault --after 1", " vanish --after x",
+          " unreadable x", " short-reads", " appear x"}) {
+        EXPECT_EQ("gpu: ", tell("gpu" + wrong).substr(0, 5)) << wrong;
     }
+    EXPECT_EQ("gpu: --hash is too long", tell("gpu fault --hash " + std::string(4097, 'h')));
     EXPECT_EQ("0\n", text(open(Gpu::kTimestamp)));
 }
 

@@ -3,14 +3,17 @@
 #include <gtest/gtest.h>
 
 #include <thread>
-#include <vector>
 
 #include "phone/phone.h"
 
 using namespace std::chrono_literals;
 
-TEST(Clock, HeldItMovesByAdvanceAloneAndAllTimesTogether) {
+class ClockTest : public testing::Test {
+  protected:
     sim::Clock& clock = sim::Clock::get();
+};
+
+TEST_F(ClockTest, HeldItMovesByAdvanceAloneAndAllTimesTogether) {
     clock.hold();
     const int64_t monotonic = clock.monotonicNanos(), boot = clock.bootNanos();
     const int64_t wall = clock.wallNanos();
@@ -20,8 +23,7 @@ TEST(Clock, HeldItMovesByAdvanceAloneAndAllTimesTogether) {
     EXPECT_EQ(clock.wallNanos() - wall, 500001);
     timeval now{};
     phone::gettimeofday(&now, nullptr);
-    EXPECT_EQ(now.tv_sec, clock.wallNanos() / 1000000000);
-    EXPECT_EQ(now.tv_usec, clock.wallNanos() / 1000 % 1000000);
+    EXPECT_EQ(now.tv_sec * int64_t{1000000} + now.tv_usec, clock.wallNanos() / 1000);
     EXPECT_EQ(phone::time(nullptr), now.tv_sec);
 
     clock.advance(1h);
@@ -31,35 +33,28 @@ TEST(Clock, HeldItMovesByAdvanceAloneAndAllTimesTogether) {
     EXPECT_LT(clock.monotonicNanos(), before + 60 * 1000000000ll);
 }
 
-TEST(Clock, SleepersWakeWhenTheirTimeHasCome) {
-    sim::Clock& clock = sim::Clock::get();
+TEST_F(ClockTest, SleepersWakeWhenTheirTimeHasCome) {
     clock.hold();
     std::atomic<int> awake{0};
-    std::vector<std::thread> threads;
-    for (unsigned seconds : {1u, 20u}) {
-        threads.emplace_back([&awake, seconds] {
-            EXPECT_EQ(phone::sleep(seconds), 0u);
-            ++awake;
-        });
-    }
+    const auto sleep = [&](unsigned seconds) {
+        EXPECT_EQ(phone::sleep(seconds), 0u);
+        ++awake;
+    };
+    std::thread first(sleep, 1), second(sleep, 20);
     ASSERT_TRUE(clock.waitForSleepers(2));
     clock.advance(1s);
-    threads[0].join();
-    EXPECT_EQ(awake, 1);
+    first.join();
     clock.advance(19s - 1ns);
     EXPECT_TRUE(clock.waitForSleepers(1));
     EXPECT_EQ(awake, 1);
     clock.advance(1ns);
-    threads[1].join();
-}
+    second.join();
 
-TEST(Clock, AdvanceEndsASleepOnTheRunningClock) {
-    sim::Clock& clock = sim::Clock::get();
-    std::thread sleeper([] { phone::usleep(3600u * 1000000u); });
+    clock.release();
+    std::thread running([] { phone::usleep(3600u * 1000000u); });
     ASSERT_TRUE(clock.waitForSleepers(1));
     clock.advance(1h);
-    sleeper.join();
-    clock.sleep(0ns);
+    running.join();
     clock.sleep(-1s);
     EXPECT_FALSE(clock.waitForSleepers(1, 0s));
 }

@@ -29,43 +29,37 @@ class ControlTest : public PhoneTest {
             return error.what();
         }
     }
-    std::string path() { return phone().runDir() + "/control"; }
     // The longest argument of "echo".
-    static constexpr size_t kMost = Control::kRequestBytes - sizeof("echo");
+    const std::string mLongest = std::string(Control::kRequestBytes - sizeof("echo"), 'x');
 };
 
-TEST_F(ControlTest, AnswersWithWhatTheCommandGives) {
+TEST_F(ControlTest, AnswersOrSaysInOneLineWhyNot) {
+    const std::string path = phone().runDir() + "/control";
+    EXPECT_EQ(path + ": nobody serves this phone", request({"echo"}));
     serve();
     EXPECT_EQ(joinTexts({"ok:a", "", "b c\n"}), request({"echo", "a", "", "b c\n"}));
     EXPECT_EQ(1u, controlRequest(phone(), {"echo", ""}).texts.size());
     EXPECT_EQ(0u, controlRequest(phone(), {"echo"}).texts.size());
-    EXPECT_EQ("ok:" + std::string(kMost, 'x'), request({"echo", std::string(kMost, 'x')}));
+    EXPECT_EQ("ok:" + mLongest, request({"echo", mLongest}));
     // With "ok" and a NUL before it: just one datagram, one byte more, and all that is allowed.
     for (const size_t size : {65533, 65534, (4 << 20) - 3})
         EXPECT_EQ("ok:" + std::string(size, 'x'), request({"big", std::to_string(size)}));
     EXPECT_EQ("error:the answer is too long", request({"big", "4194302"}));
     EXPECT_EQ("error:stoul", request({"big", "words"}));
     EXPECT_EQ("error:there is no command 'x'", request({"x", "y"}));
-}
-
-TEST_F(ControlTest, SaysInOneLineWhyThereIsNoAnswer) {
-    EXPECT_EQ(path() + ": nobody serves this phone", request({"echo"}));
-    serve();
     EXPECT_EQ("no command is named", request({""}));
     EXPECT_EQ("an argument of 'echo' holds a NUL", request({"echo", std::string(1, '\0')}));
-    EXPECT_EQ("the arguments of 'echo' are too long",
-              request({"echo", std::string(kMost + 1, 'x')}));
+    EXPECT_EQ("the arguments of 'echo' are too long", request({"echo", mLongest + "x"}));
     EXPECT_FALSE(phone().control().serve());
-    EXPECT_TRUE(logged(ANDROID_LOG_ERROR, "sim_control", path() + ": is served already"));
+    EXPECT_TRUE(logged(ANDROID_LOG_ERROR, "sim_control", path + ": is served already"));
     struct stat status {};
-    ASSERT_EQ(0, stat(path().c_str(), &status));
+    ASSERT_EQ(0, stat(path.c_str(), &status));
     EXPECT_EQ(0600u, status.st_mode & 07777u);
 }
 
 TEST_F(ControlTest, HostileAndIdleClientsKeepNobodyWaiting) {
     serve();
-    for (const std::string& bytes :
-         {std::string("\0echo", 5), std::string(Control::kRequestBytes + 1, 'x')}) {
+    for (const std::string& bytes : {std::string("\0echo", 5), mLongest + mLongest}) {
         const Fd client = connectToControl(phone().runDir());
         send(client.get(), bytes.data(), bytes.size(), 0);
         char byte;

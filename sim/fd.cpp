@@ -4,6 +4,15 @@
 
 namespace sim {
 
+bool lockWithin(int fd, std::chrono::milliseconds patience) {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    while (flock(fd, LOCK_EX | LOCK_NB) < 0) {
+        if (std::chrono::steady_clock::now() >= deadline) return false;
+        usleep(1000);
+    }
+    return true;
+}
+
 bool writeAll(int fd, const char* data, size_t size) {
     while (size > 0) {
         ssize_t written = write(fd, data, size);

@@ -6,6 +6,7 @@
 #include <sys/file.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <string>
 #include <utility>
 
@@ -45,6 +46,10 @@ class FileLock {
   private:
     const int mFd;
 };
+
+// Takes that lock, which then lasts as long as the open file; false when another process has kept
+// it for all of `patience`: one that is stopped would keep it for ever.
+bool lockWithin(int fd, std::chrono::milliseconds patience);
 
 // Writes all of `size` bytes; false with errno set as soon as the file takes no more.
 bool writeAll(int fd, const char* data, size_t size);

@@ -4,15 +4,12 @@
 #include <linux/netlink.h>
 
 #include "phone/phone.h"
-#include "sim/control.h"
 #include "sim/display_kernel.h"
 #include "sim/hex.h"
-#include "tests/support/phone_test.h"
+#include "sim/testing/told_phone.h"
 
 namespace sim {
 namespace {
-
-using Texts = std::vector<std::string>;
 
 // Port id 100001.
 constexpr char kLookUp[] =
@@ -26,7 +23,7 @@ std::string packed(const std::string& hex) {
     return hexOf(bytesOfHex(hex));
 }
 
-class GenericNetlinkTest : public PhoneTest {
+class GenericNetlinkTest : public ToldPhoneTest {
   protected:
     GenericNetlink& kernel() { return phone().netlink(); }
 
@@ -44,10 +41,7 @@ class GenericNetlinkTest : public PhoneTest {
     // Waits until the kernel has seen it.
     void send(const std::string& hex) {
         const std::string bytes = bytesOfHex(hex);
-        const sockaddr_nl address{AF_NETLINK, 0, 0, 0};
-        ASSERT_EQ(static_cast<ssize_t>(bytes.size()),
-                  sendto(mFd.get(), bytes.data(), bytes.size(), 0,
-                         reinterpret_cast<const sockaddr*>(&address), sizeof(address)));
+        ASSERT_TRUE(writeAll(mFd.get(), bytes.data(), bytes.size()));
         ASSERT_TRUE(kernel().waitReceived(++mSent));
     }
     // What is there in hex, or the error.
@@ -139,39 +133,31 @@ TEST_F(GenericNetlinkTest, PortIdsAreGivenOnce) {
     EXPECT_EQ(0, bound(opened(), 100001)) << "free as soon as it is closed";
     EXPECT_EQ(0, bound(opened(), 0));
 
-    const auto refused = [](int domain, int type, int protocol) {
-        return phone::socket(domain, type, protocol) < 0 ? errno : 0;
-    };
-    EXPECT_EQ(EPROTONOSUPPORT, refused(AF_NETLINK, SOCK_RAW, NETLINK_ROUTE));
-    EXPECT_EQ(ESOCKTNOSUPPORT, refused(AF_NETLINK, SOCK_STREAM, NETLINK_GENERIC));
-    EXPECT_EQ(EAFNOSUPPORT, refused(AF_INET, SOCK_DGRAM, 0));
+    EXPECT_EQ(-1, phone::socket(AF_NETLINK, SOCK_RAW, NETLINK_ROUTE));
+    EXPECT_EQ(EPROTONOSUPPORT, errno);
+    EXPECT_EQ(-1, phone::socket(AF_NETLINK, SOCK_STREAM, NETLINK_GENERIC));
+    EXPECT_EQ(ESOCKTNOSUPPORT, errno);
 }
 
 TEST_F(GenericNetlinkTest, TheControlCommandsPlayTheKernel) {
-    ASSERT_TRUE(phone().control().serve());
-    const auto run = [&](const Texts& words) {
-        const Reply reply = controlRequest(phone(), words);
-        return reply.texts.empty() ? std::string(reply.ok ? "ok" : "error") : reply.texts.back();
-    };
     open();
-    EXPECT_EQ("nobody has registered with the audio module", run({"audio", "0", "1"}));
+    EXPECT_EQ("nobody has registered with the audio module", tell("audio 0 1"));
     send(kRegistration);
-    EXPECT_EQ(packed(kRegistration), run({"audio-received"}));
-    EXPECT_EQ("ok", run({"audio-await"}));
-    EXPECT_EQ("ok", run({"audio", "-1", "1"}));
+    EXPECT_EQ(packed(kRegistration), tell("audio-received"));
+    EXPECT_EQ("ok", tell("audio-await"));
+    EXPECT_EQ("ok", tell("audio -1 1"));
     EXPECT_EQ("ffffffff020000003100", received().substr(48, 20));
-    EXPECT_EQ("ok", run({"audio-raw", "0a Ff"}));
+    EXPECT_EQ("ok", tell("audio-raw 0aFf"));
     EXPECT_EQ("0aff", received());
-    EXPECT_EQ("ok", run({"audio-answer", "nothing"}));
-    EXPECT_EQ("'maybe' is no such answer", run({"audio-answer", "maybe"}));
-    EXPECT_EQ("'1x' is not a 32-bit number", run({"audio", "1x", ""}));
-    EXPECT_EQ("'f' is not a byte in hex", run({"audio-raw", "00f"}));
-    EXPECT_EQ("usage: audio CMD TEXT", run({"audio", "1"}));
-    EXPECT_EQ("nobody listens to the display", run({"display", "7", "a@@b"}));
+    EXPECT_EQ("ok", tell("audio-answer nothing"));
+    EXPECT_EQ("'maybe' is no such answer", tell("audio-answer maybe"));
+    EXPECT_EQ("'1x' is not a 32-bit number", tell("audio 1x text"));
+    EXPECT_EQ("'f' is not a byte in hex", tell("audio-raw 00f"));
+    EXPECT_EQ("usage: audio CMD TEXT", tell("audio 1"));
+    EXPECT_EQ("nobody listens to the display", tell("display 7 a@@b"));
     const auto channel = phone().displayKernel().open();
-    for (size_t i = 0; i < DisplayChannel::kRecords; ++i)
-        EXPECT_EQ("ok", run({"display", "7", "a@@b"}));
-    EXPECT_EQ("the queue is full", run({"display", "7", "a@@b"}));
+    for (size_t i = 0; i < DisplayChannel::kRecords; ++i) EXPECT_EQ("ok", tell("display 7 a@@b"));
+    EXPECT_EQ("the queue is full", tell("display 7 a@@b"));
 }
 
 }  // namespace

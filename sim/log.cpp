@@ -138,13 +138,17 @@ void Log::rotate() {
     flock(mLockFd, LOCK_UN);
 }
 
-void Log::clear() {
+bool Log::clear() {
+    // An open file of its own, so that it excludes this process's rotations too and need not wait
+    // under mRotation, which would hold writers up.
+    const Fd state(open((mDirectory + "/state").c_str(), O_RDWR | O_CLOEXEC));
+    if (!lockWithin(state.get(), std::chrono::seconds(1))) return false;
     Lock lock(mRotation);
-    FileLock fileLock(mLockFd);
     unlink((mDirectory + "/main").c_str());
     unlink((mDirectory + "/main.old").c_str());
     mShared->bytes.store(0);
     openMain(mShared->generation.fetch_add(1, std::memory_order_release) + 1);
+    return true;
 }
 
 void Log::observe(Observer observer) {

@@ -44,8 +44,9 @@ class Log {
     // line is written; it must not log. An empty function ends it.
     void observe(Observer observer) SIM_EXCLUDES(mObserverMutex);
 
-    // Drops every line, for every process.
-    void clear() SIM_EXCLUDES(mRotation);
+    // Drops every line, for every process. False, and nothing is dropped, when another process has
+    // kept the rotation to itself for a second.
+    bool clear() SIM_EXCLUDES(mRotation);
 
     const std::string& directory() const { return mDirectory; }
     // 'V', 'D', ... and '?' for what is no priority.

@@ -6,9 +6,10 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <iterator>
 #include <set>
+#include <sstream>
 
-#include "sim/clock.h"
 #include "sim/fd.h"
 #include "sim/logcat.h"
 #include "tests/support/phone_test.h"
@@ -33,9 +34,12 @@ class LogTest : public PhoneTest {
         }
         return found;
     }
-    // The messages' first letters that pass the words' filters.
-    std::string passing(const std::vector<std::string>& words) {
+    bool rotated() { return access((directory() + "/main.old").c_str(), F_OK) == 0; }
+    // The messages' first letters that pass these filters.
+    std::string passing(const std::string& filters) {
+        std::istringstream text(filters);
         sim::LogcatOptions options;
+        const std::vector<std::string> words{std::istream_iterator<std::string>(text), {}};
         EXPECT_EQ(options.parse(words), "");
         std::string letters;
         for (const std::string& line : lines()) {
@@ -45,11 +49,10 @@ class LogTest : public PhoneTest {
     }
 };
 
-TEST_F(LogTest, ALineIsThreadtime) {
+TEST_F(LogTest, LinesAreThreadtimeCutAndSplit) {
     setenv("TZ", "UTC", 1);
-    sim::Clock::get().hold();
-    sim::Clock::get().advance(
-        std::chrono::nanoseconds(1709647809042000000 - sim::Clock::get().wallNanos()));
+    holdClock(std::chrono::seconds(1709647809));
+    advance(std::chrono::milliseconds(42));
     errno = ENOSPC;
     __android_log_print(ANDROID_LOG_WARN, "tag", "%d: %s", 7, "seven");
     EXPECT_EQ(errno, ENOSPC);
@@ -58,16 +61,14 @@ TEST_F(LogTest, ALineIsThreadtime) {
              getpid(), gettid());
     EXPECT_THAT(lines(), ElementsAre(expected));
     EXPECT_TRUE(logged(ANDROID_LOG_WARN, "tag", "7: seven"));
-}
 
-TEST_F(LogTest, LongAndManyLinedMessagesAreCutAndSplit) {
-    const std::string text = "one\n\nthree\n";
-    __android_log_write(ANDROID_LOG_INFO, "split", text.c_str());
+    ASSERT_TRUE(phone().log().clear());
+    __android_log_write(ANDROID_LOG_INFO, "split", "one\n\nthree\n");
     __android_log_write(ANDROID_LOG_INFO, "", "");
     const std::string longText(10000, 'x');
     __android_log_write(ANDROID_LOG_INFO, std::string(500, 't').c_str(), longText.c_str());
     EXPECT_THAT(messages(), ElementsAre("one", "", "three", "", longText.substr(0, 4096)));
-    EXPECT_THAT(logLines("split"), ElementsAre(text));
+    EXPECT_THAT(logLines("split"), ElementsAre("one\n\nthree\n"));
 }
 
 TEST_F(LogTest, ProcessesLoseNoLineWhenTheFileIsRotated) {
@@ -85,23 +86,23 @@ TEST_F(LogTest, ProcessesLoseNoLineWhenTheFileIsRotated) {
         }
         for (int status = 0; wait(&status) > 0;) ASSERT_EQ(status, 0);
         ASSERT_TRUE(phone().log().write(4, "writer", "of a process that did not rotate"));
-        EXPECT_EQ(access((directory() + "/main.old").c_str(), F_OK), 0);
+        EXPECT_TRUE(rotated());
         const auto all = messages();
         EXPECT_EQ(all.size(), kWriters * kLines + 1u) << "round " << round;
         EXPECT_EQ(std::set<std::string>(all.begin(), all.end()).size(), all.size());
     }
 }
 
-TEST_F(LogTest, AProcessThatHoldsTheRotationHoldsNoWriter) {
+TEST_F(LogTest, AProcessThatHoldsTheRotationHoldsNobody) {
     sim::Log log(directory(), 100);
     sim::Fd state(open((directory() + "/state").c_str(), O_RDWR | O_CLOEXEC));
-    {
-        sim::FileLock held(state.get());
-        for (int i = 0; i < 10; ++i) EXPECT_TRUE(log.write(4, "t", "held"));
-        EXPECT_NE(access((directory() + "/main.old").c_str(), F_OK), 0);
-    }
+    ASSERT_EQ(flock(state.get(), LOCK_EX), 0);
+    for (int i = 0; i < 10; ++i) EXPECT_TRUE(log.write(4, "t", "held"));
+    EXPECT_FALSE(log.clear());
+    EXPECT_FALSE(rotated());
+    state = sim::Fd();
     EXPECT_TRUE(log.write(4, "t", "rotates"));
-    EXPECT_EQ(access((directory() + "/main.old").c_str(), F_OK), 0);
+    EXPECT_TRUE(rotated());
     EXPECT_EQ(messages().size(), 11u);
 }
 
@@ -123,13 +124,12 @@ TEST_F(LogTest, FiltersAreThoseOfLogcat) {
         __android_log_print(priority, "audio", "%c", sim::Log::letter(priority) | 0x20);
         __android_log_print(priority, "gpu", "%c", sim::Log::letter(priority));
     }
-    EXPECT_EQ(passing({}), "vVdDiIwWeEfF");
-    EXPECT_EQ(passing({"-v", "threadtime", "-d", "audio:W", "*:S"}), "wef");
-    EXPECT_EQ(passing({"*:e"}), "eEfF");
-    EXPECT_EQ(passing({"audio:S", "*:I"}), "IWEF");
-    EXPECT_EQ(passing({"audio:S"}), "VDIWEF");
-    EXPECT_EQ(passing({"-s", "gpu"}), "VDIWEF");
-    EXPECT_EQ(passing({"*", "gpu:F"}), "diwefF");
+    const std::pair<const char*, const char*> kFilters[] = {
+        {"", "vVdDiIwWeEfF"},  {"-v threadtime -d audio:W *:S", "wef"},
+        {"*:e", "eEfF"},       {"audio:S *:I", "IWEF"},
+        {"audio:S", "VDIWEF"}, {"-s gpu", "VDIWEF"},
+        {"* gpu:F", "diwefF"}};
+    for (const auto& [filters, letters] : kFilters) EXPECT_EQ(passing(filters), letters) << filters;
     sim::LogcatOptions options;
     for (const char* wrong : {"audio:Q", ":V", "-v", "-t", "-x", "a:VV"})
         EXPECT_NE(options.parse({wrong}), "") << wrong;
@@ -138,13 +138,12 @@ TEST_F(LogTest, FiltersAreThoseOfLogcat) {
 TEST_F(LogTest, AReaderGoesOnAcrossRotations) {
     sim::Log log(directory(), 2000);
     sim::LogReader reader(directory());
-    std::vector<std::string> seen;
+    std::string seen, expected;
     for (int i = 0; i < 100; ++i) {
         log.write(4, "t", std::to_string(i));
+        expected += ' ' + std::to_string(i);
         ASSERT_TRUE(reader.wait(30000));
-        reader.read(
-            [&](std::string_view line) { seen.emplace_back(line.substr(line.rfind(' ') + 1)); });
+        reader.read([&](std::string_view line) { seen += line.substr(line.rfind(' ')); });
     }
-    ASSERT_EQ(seen.size(), 100u);
-    for (int i = 0; i < 100; ++i) EXPECT_EQ(seen[static_cast<size_t>(i)], std::to_string(i));
+    EXPECT_EQ(seen, expected);
 }

@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 
 #include <atomic>
+#include <chrono>
 #include <filesystem>
 #include <stdexcept>
 
@@ -36,6 +37,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr std::chrono::seconds kPatience{10};  // with another process that makes the phone
 constexpr char kMarker[] = "pelto phone 1\n";
 constexpr const char* kDirectories[] = {
     "data/kelvo/mmdump/gpu",
@@ -79,6 +81,22 @@ void writeMarker(const fs::path& folder) {
         refuse(folder, strerror(errno));
 }
 
+// One process at a time; whoever comes second finds a phone.
+void makePhone(const fs::path& folder) {
+    try {
+        fs::create_directories(folder);
+        const Fd made(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        if (!made.valid()) refuse(folder, strerror(errno));
+        if (!lockWithin(made.get(), kPatience)) refuse(folder, "another process works on it");
+        if (isPhone(folder)) return;
+        if (!fs::is_empty(folder)) refuse(folder, "is neither empty nor a phone");
+        makeDirectories(folder);
+        writeMarker(folder);
+    } catch (const fs::filesystem_error& failure) {
+        refuse(folder, failure.code().message());
+    }
+}
+
 }  // namespace
 
 Phone::Phone(const std::string& folder)
@@ -107,17 +125,7 @@ Phone::Phone(const std::string& folder)
 }
 
 Phone& Phone::create(const std::string& folder) {
-    std::error_code error;
-    if (!isPhone(folder)) {
-        if (fs::exists(folder, error) && !fs::is_empty(folder, error))
-            refuse(folder, "is neither empty nor a phone");
-        try {
-            makeDirectories(folder);
-        } catch (const fs::filesystem_error& failure) {
-            refuse(folder, failure.code().message());
-        }
-        writeMarker(folder);
-    }
+    if (!isPhone(folder)) makePhone(folder);
     return open(folder);
 }
 

@@ -31,7 +31,7 @@ class Sockets;
 class Phone {
   public:
     // Makes the directories of a phone in a new or empty folder and opens it. A folder that is a
-    // phone already is opened as it is.
+    // phone already is opened as it is; one that another process is making, when it is whole.
     static Phone& create(const std::string& folder);
     // Opens a folder that create() made.
     static Phone& open(const std::string& folder);

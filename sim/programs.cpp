@@ -32,8 +32,7 @@ int logcat(Phone& phone, const Words& words, int outputFd) {
     if (std::string wrong = options.parse(words); !wrong.empty())
         return complain("logcat: " + wrong);
     if (options.clear) {
-        phone.log().clear();
-        return 0;
+        return phone.log().clear() ? 0 : complain("logcat: another process keeps the log locked");
     }
     // Without -d it would hold the caller for ever.
     if (!options.dump) return complain("logcat: needs -d, -t or -c in a command of the service");

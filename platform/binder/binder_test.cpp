@@ -14,30 +14,34 @@ using transport::kMaxPayload;
 
 TEST_F(BinderTest, callsArriveAndResultsComeBack) {
     publishAndServe();
-    String8 answer;
-    EXPECT_EQ(OK, echo(mRemote, String8("a\0b", 3), &answer));
-    EXPECT_EQ(String8("a\0b", 3), answer);
+    EXPECT_TRUE(echoes(mRemote));
     EXPECT_EQ(OK, mRemote->pingBinder());
     EXPECT_EQ(String16("pelto.test"), mRemote->getInterfaceDescriptor());
     Parcel data, reply;
     EXPECT_EQ(UNKNOWN_TRANSACTION, mRemote->transact(4711, data, &reply));
     EXPECT_EQ(0u, reply.dataSize());
-    EXPECT_EQ(mService, defaultServiceManager()->getService(String16("test")));
+    EXPECT_EQ(mService, find("test"));
     EXPECT_EQ(INVALID_OPERATION, mService->linkToDeath(sp<Watcher>::make()));
-}
 
-TEST_F(BinderTest, whatIsTooBigFailsAtTheCallerAndNothingIsSent) {
-    publishAndServe();
-    Parcel data, reply;
+    // What is too big fails at the caller and nothing is sent.
     data.writeInplace(kMaxPayload);
     EXPECT_EQ(OK, mRemote->transact(TestService::ECHO, data, &reply));
     EXPECT_EQ(kMaxPayload, reply.dataSize());
     data.writeInt32(0);
     EXPECT_EQ(FAILED_TRANSACTION, mRemote->transact(TestService::NOTE, data, &reply));
-    EXPECT_EQ(FAILED_TRANSACTION,
-              mRemote->transact(TestService::NOTE, data, nullptr, IBinder::FLAG_ONEWAY));
-    EXPECT_EQ(0, countOfNotes());
+    EXPECT_EQ(FAILED_TRANSACTION, note(mRemote, 0, kMaxPayload));
+    EXPECT_EQ(0, mService->notes());
 }
+
+// Notes that it is gone.
+class Child : public BBinder {
+  public:
+    explicit Child(Latch* gone) : mGone(gone) {}
+    ~Child() override { mGone->open(); }
+
+  private:
+    Latch* const mGone;
+};
 
 TEST_F(BinderTest, oneObjectIsOneProxyAndComesHomeAsItself) {
     publishAndServe();
@@ -47,29 +51,22 @@ TEST_F(BinderTest, oneObjectIsOneProxyAndComesHomeAsItself) {
     EXPECT_EQ(OK, keep(child, &back, &again));
     EXPECT_EQ(child, back);
     EXPECT_FALSE(again);
-    const sp<IBinder> proxy = mService->kept();
+    sp<IBinder> proxy = mService->kept();
     EXPECT_NE(nullptr, proxy->remoteBinder());
     EXPECT_EQ(OK, keep(child, &back, &again));
     EXPECT_TRUE(again);
-    EXPECT_EQ(proxy, mService->kept());
 
     // Its owner keeps it for the proxy alone; with the last proxy it goes.
     child.clear();
     back.clear();
-    mService->drop();
+    EXPECT_EQ(proxy, mService->keep(nullptr));
     EXPECT_EQ(OK, proxy->pingBinder());
-    const_cast<sp<IBinder>&>(proxy).clear();
+    proxy.clear();
     EXPECT_TRUE(gone.wait());
-}
 
-TEST_F(BinderTest, objectsOfOthersAreNotPassedOn) {
-    publishAndServe();
-    const sp<TestService> second = sp<TestService>::make();
-    ASSERT_EQ(OK, defaultServiceManager()->addService(String16("second"), second));
-    sp<IBinder> back;
-    bool again = false;
-    EXPECT_EQ(BAD_TYPE,
-              keep(transport::Process::get().services().connect("second"), &back, &again));
+    // Those of others are not passed on.
+    ASSERT_EQ(OK, defaultServiceManager()->addService(String16("b"), sp<TestService>::make()));
+    EXPECT_EQ(BAD_TYPE, keep(transport::Process::get().services().connect("b"), &back, &again));
     EXPECT_EQ(BAD_TYPE, defaultServiceManager()->addService(String16("third"), mRemote));
     EXPECT_EQ(1u, logLines("Binder").size());
     EXPECT_EQ(OK, keep(mRemote, &back, &again));
@@ -79,7 +76,6 @@ TEST_F(BinderTest, objectsOfOthersAreNotPassedOn) {
 
 TEST_F(BinderTest, callsNestAndRunAtOnce) {
     publishAndServe();
-    const sp<TestService> mine = sp<TestService>::make();
     std::thread waiting([&] {
         Parcel data, reply;
         EXPECT_EQ(OK, mRemote->transact(TestService::WAIT, data, &reply));
@@ -87,7 +83,7 @@ TEST_F(BinderTest, callsNestAndRunAtOnce) {
     });
     ASSERT_TRUE(mService->entered.wait());
     Parcel data, reply;
-    data.writeStrongBinder(mine);
+    data.writeStrongBinder(sp<TestService>::make());
     data.writeString8(String8("there and back"));
     EXPECT_EQ(OK, mRemote->transact(TestService::CALL_BACK, data, &reply));
     EXPECT_EQ(String8("there and back"), reply.readString8());
@@ -101,17 +97,17 @@ TEST_F(BinderTest, oneWayCallsToAnObjectRunOneAtATimeInOrder) {
     for (int i = 0; i < kCalls; ++i) {
         while (note(mRemote, i) == FAILED_TRANSACTION) mRemote->pingBinder();
     }
-    ASSERT_TRUE(mService->waitForNotes(kCalls));
-    for (int i = 0; i < kCalls; ++i) ASSERT_EQ(i, mService->notes()[static_cast<size_t>(i)]);
+    ASSERT_TRUE(mService->noted(kCalls));
 
     // The second waits for the first one's end, while others are served.
     Parcel none;
     EXPECT_EQ(OK, mRemote->transact(TestService::WAIT, none, nullptr, IBinder::FLAG_ONEWAY));
     ASSERT_TRUE(mService->entered.wait());
     EXPECT_EQ(OK, note(mRemote, kCalls));
-    EXPECT_EQ(kCalls, countOfNotes());
+    EXPECT_TRUE(echoes(mRemote));
+    EXPECT_EQ(kCalls, mService->notes());
     mService->released.open();
-    EXPECT_TRUE(mService->waitForNotes(kCalls + 1));
+    EXPECT_TRUE(mService->noted(kCalls + 1));
 }
 
 // Without a thread to execute them, calls fill the receiver's backlog, the sockets and the sender's
@@ -123,28 +119,26 @@ TEST_F(BinderTest, aFullConnectionFailsCallsAndLosesNone) {
         ASSERT_LT(++sent, 10000);
     }
     EXPECT_EQ(FAILED_TRANSACTION, note(mRemote, -1, 1024));
-    Parcel data, reply;
-    data.writeInplace(100000);
-    EXPECT_EQ(FAILED_TRANSACTION, mRemote->transact(TestService::ECHO, data, &reply));
+    EXPECT_FALSE(echoes(mRemote, String8(std::string(100000, 'x'))));
     EXPECT_TRUE(mRemote->isBinderAlive());
     ProcessState::self()->startThreadPool();
-    ASSERT_TRUE(mService->waitForNotes(static_cast<size_t>(sent)));
-    for (int32_t i = 0; i < sent; ++i) ASSERT_EQ(i, mService->notes()[static_cast<size_t>(i)]);
-    EXPECT_EQ(sent, countOfNotes());
+    EXPECT_TRUE(mService->noted(sent));
+    EXPECT_TRUE(echoes(mRemote));
+    EXPECT_EQ(sent, mService->notes());
     EXPECT_TRUE(logLines("Binder").empty());
 }
 
 TEST_F(BinderTest, namesAreCheckedHeldAndTakenOver) {
     const auto manager = defaultServiceManager();
-    for (const char* bad : {"", ".hidden", "a/b", "..", "a b", "line\n"}) {
-        EXPECT_EQ(BAD_VALUE, manager->addService(String16(bad), mService)) << bad;
-        EXPECT_EQ(nullptr, manager->getService(String16(bad))) << bad;
+    const std::string longest(64, 'n');
+    for (const std::string& bad :
+         std::vector<std::string>{"", ".hidden", "a/b", "..", "a b", "line\n", longest + "n"}) {
+        EXPECT_EQ(BAD_VALUE, manager->addService(String16(bad.c_str()), mService)) << bad;
+        EXPECT_EQ(nullptr, find(bad.c_str())) << bad;
     }
-    const String16 longest(std::string(64, 'n').c_str());
-    EXPECT_EQ(OK, manager->addService(longest, mService));
-    EXPECT_EQ(BAD_VALUE, manager->addService(String16(std::string(65, 'n').c_str()), mService));
+    EXPECT_EQ(OK, manager->addService(String16(longest.c_str()), mService));
     EXPECT_EQ(BAD_VALUE, manager->addService(String16("nothing"), nullptr));
-    EXPECT_EQ(nullptr, manager->getService(String16("nobody")));
+    EXPECT_EQ(nullptr, find("nobody"));
 
     // A socket that nobody listens at: what a killed process leaves.
     sockaddr_un address{};
@@ -154,34 +148,21 @@ TEST_F(BinderTest, namesAreCheckedHeldAndTakenOver) {
         const sim::Fd stale(socket(AF_UNIX, SOCK_STREAM, 0));
         ASSERT_EQ(0, bind(stale.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)));
     }
-    EXPECT_EQ(nullptr, manager->getService(String16("test")));
+    EXPECT_EQ(nullptr, find("test"));
     publishAndServe();
     EXPECT_EQ(ALREADY_EXISTS, manager->addService(String16("test"), sp<TestService>::make()));
     EXPECT_EQ(OK, mRemote->pingBinder());
 }
 
 // A socket's address holds 108 bytes.
-class LongFolderTest : public BinderTest {
-  protected:
-    void SetUp() override {
-        mFolder = mParent + "/" + std::string(200, 'f');
-        std::filesystem::create_directories(mFolder);
-        setenv("TEST_TMPDIR", mFolder.c_str(), 1);
-        BinderTest::SetUp();
-    }
-    void TearDown() override {
-        BinderTest::TearDown();
-        std::filesystem::remove_all(mParent);
-    }
-
-  private:
-    const std::string mParent = testing::TempDir() + "binder" + std::to_string(getpid());
-    std::string mFolder;
-};
-
-TEST_F(LongFolderTest, namesAreFound) {
-    publishAndServe();
-    EXPECT_EQ(OK, mRemote->pingBinder());
+TEST(BinderFolderTest, namesAreFoundInAFolderWithALongName) {
+    const std::string folder =
+        testing::TempDir() + std::to_string(getpid()) + std::string(200, 'f');
+    sim::Phone::create(folder);
+    const sp<TestService> service = sp<TestService>::make();
+    EXPECT_EQ(OK, defaultServiceManager()->addService(String16("test"), service));
+    EXPECT_NE(nullptr, transport::Process::get().services().connect("test"));
+    std::filesystem::remove_all(folder);
 }
 
 TEST_F(BinderTest, shuttingDownEndsCallsInOrder) {
@@ -193,16 +174,16 @@ TEST_F(BinderTest, shuttingDownEndsCallsInOrder) {
         EXPECT_EQ(getpid(), reply.readInt32());
     });
     ASSERT_TRUE(mService->entered.wait());
-    EXPECT_EQ(OK, note(mRemote, 1));  // waits: the only thread is taken
+    EXPECT_EQ(OK, note(mRemote, 0));  // waits: the only thread is taken
     ProcessState::self()->shutDown();
-    EXPECT_NE(0, access(socketPath().c_str(), F_OK));
+    EXPECT_FALSE(exists("/../run/services/test"));
     EXPECT_EQ(DEAD_OBJECT, mRemote->pingBinder());
-    EXPECT_EQ(nullptr, defaultServiceManager()->getService(String16("test")));
+    EXPECT_EQ(nullptr, find("test"));
     EXPECT_EQ(INVALID_OPERATION, defaultServiceManager()->addService(String16("late"), mService));
     mService->released.open();
     running.join();
     pool.join();
-    EXPECT_TRUE(mService->notes().empty());
+    EXPECT_EQ(0, mService->notes());
 }
 
 }  // namespace

@@ -17,12 +17,11 @@ constexpr auto kDeadline = 20s;
 // Runs what the test gives it, and says when it has been destroyed.
 class Worker : public Thread {
   public:
-    Worker(std::function<bool(Worker&)> body, status_t ready = OK)
+    explicit Worker(std::function<bool(Worker&)> body, status_t ready = OK)
         : mBody(std::move(body)), mReady(ready) {}
     ~Worker() override { mGone.set_value(); }
 
     std::future<void> gone() { return mGone.get_future(); }
-    using Thread::exitPending;
 
   private:
     status_t readyToRun() override { return mReady; }
@@ -64,39 +63,36 @@ TEST(ThreadTest, RunsFromRunOnAndEndsOnRequest) {
     EXPECT_EQ(OK, worker->requestExitAndWait()) << "nothing to wait for";
 }
 
-TEST(ThreadTest, AnErrorOfReadyToRunEndsIt) {
-    std::atomic<bool> looped{false};
-    const sp<Worker> worker = new Worker([&](Worker&) { return looped = true; }, NO_INIT);
-    ASSERT_EQ(OK, worker->run("unready"));
-    EXPECT_EQ(NO_INIT, worker->join());
-    EXPECT_FALSE(looped);
-}
+TEST(ThreadTest, WhatCannotRunOrWaitSaysSo) {
+    const sp<Worker> unready = new Worker(
+        [](Worker&) {
+            ADD_FAILURE();
+            return false;
+        },
+        NO_INIT);
+    ASSERT_EQ(OK, unready->run("unready"));
+    EXPECT_EQ(NO_INIT, unready->join());
 
-TEST(ThreadTest, AThreadThatCannotBeMadeIsNotRunning) {
     thread_control::refuse("refused");
-    const sp<Worker> worker = new Worker([](Worker&) { return false; });
-    EXPECT_EQ(UNKNOWN_ERROR, worker->run("refused"));
-    EXPECT_FALSE(worker->isRunning());
-    EXPECT_EQ(1, worker->getStrongCount());
-}
+    const sp<Worker> refused = new Worker([](Worker&) { return false; });
+    EXPECT_EQ(UNKNOWN_ERROR, refused->run("refused"));
+    EXPECT_FALSE(refused->isRunning());
+    EXPECT_EQ(1, refused->getStrongCount());
 
-TEST(ThreadTest, WaitingForOneselfDoesNotBlock) {
     std::promise<status_t> waited;
-    const sp<Worker> worker = new Worker([&](Worker& self) {
+    const sp<Worker> selfish = new Worker([&](Worker& self) {
         waited.set_value(self.requestExitAndWait());
         return false;
     });
-    ASSERT_EQ(OK, worker->run("selfish"));
+    ASSERT_EQ(OK, selfish->run("selfish"));
     EXPECT_EQ(WOULD_BLOCK, waited.get_future().get());
-    worker->join();
+    selfish->join();
 }
 
 TEST(ThreadTest, EndsWhenNobodyElseWantsIt) {
-    std::promise<void> started;
-    std::promise<void> goOn;
+    std::promise<void> started, goOn;
     sp<Worker> worker = new Worker([&, once = true](Worker&) mutable {
-        if (once) started.set_value(), goOn.get_future().wait();
-        once = false;
+        if (std::exchange(once, false)) started.set_value(), goOn.get_future().wait();
         return true;
     });
     auto gone = worker->gone();

@@ -6,12 +6,9 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <sstream>
+#include <iterator>
 
-#include "sim/clock.h"
 #include "sim/log.h"
-#include "sim/properties.h"
-#include "sim/shell.h"
 
 namespace fs = std::filesystem;
 
@@ -29,11 +26,9 @@ void PhoneTest::SetUp() {
 
 void PhoneTest::TearDown() {
     if (sim::Phone* open = sim::Phone::find()) open->log().observe(nullptr);
-    if (HasFailure()) {
-        for (const Line& line : log()) {
-            std::cerr << sim::Log::letter(line.priority) << ' ' << line.tag << ": " << line.message
-                      << '\n';
-        }
+    for (const Line& line : HasFailure() ? log() : std::vector<Line>()) {
+        std::cerr << sim::Log::letter(line.priority) << ' ' << line.tag << ": " << line.message
+                  << '\n';
     }
     std::error_code ignored;
     if (!mFolder.empty()) fs::remove_all(mFolder, ignored);
@@ -49,13 +44,7 @@ void PhoneTest::file(const std::string& path, const std::string& content) {
 std::string PhoneTest::contents(const std::string& path) {
     std::ifstream in(host(path), std::ios::binary);
     EXPECT_TRUE(in) << path;
-    std::ostringstream text;
-    text << in.rdbuf();
-    return text.str();
-}
-
-bool PhoneTest::exists(const std::string& path) {
-    return fs::exists(fs::symlink_status(host(path)));
+    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 std::vector<std::string> PhoneTest::names(const std::string& directory) {
@@ -64,6 +53,12 @@ std::vector<std::string> PhoneTest::names(const std::string& directory) {
         found.push_back(entry.path().filename().string());
     std::sort(found.begin(), found.end());
     return found;
+}
+
+PhoneTest::Line PhoneTest::lineOf(const std::string& text) {
+    const size_t colon = text.find(": ");
+    const size_t priority = std::string("??VDIWEF").find(text[0]);
+    return {static_cast<int>(priority), text.substr(2, colon - 2), text.substr(colon + 2), 0};
 }
 
 int PhoneTest::count(const Line& wanted) const {
@@ -86,6 +81,16 @@ bool PhoneTest::waitLogged(int priority, const std::string& tag, const std::stri
     return mChanged.wait_for(lock, kPatience, [&] { return count(wanted) >= times; });
 }
 
+bool PhoneTest::logged(const std::string& line, int times) {
+    const Line wanted = lineOf(line);
+    return logged(wanted.priority, wanted.tag, wanted.message, times);
+}
+
+bool PhoneTest::waitLogged(const std::string& line, int times) {
+    const Line wanted = lineOf(line);
+    return waitLogged(wanted.priority, wanted.tag, wanted.message, times);
+}
+
 std::vector<std::string> PhoneTest::logLines(const std::string& tag) {
     std::vector<std::string> messages;
     for (const Line& line : log()) {
@@ -104,26 +109,16 @@ void PhoneTest::forgetLog() {
     mLines.clear();
 }
 
-std::vector<std::string> PhoneTest::commands() {
-    return phone().shell().history();
+std::string PhoneTest::said(const std::string& tag) {
+    std::string text;
+    for (const Line& line : log()) {
+        if (line.tag == tag) text += sim::Log::letter(line.priority) + (" " + line.message + "\n");
+    }
+    forgetLog();
+    return text;
 }
 
-bool PhoneTest::setProperty(const std::string& key, const std::string& value) {
-    return phone().properties().set(key, value);
-}
-
-std::string PhoneTest::property(const std::string& key) {
-    return phone().properties().get(key).value_or("");
-}
-
-void PhoneTest::advance(std::chrono::nanoseconds step) {
-    sim::Clock::get().advance(step);
-}
-
-void PhoneTest::holdClock() {
-    sim::Clock::get().hold();
-}
-
-bool PhoneTest::waitForSleepers(int sleepers) {
-    return sim::Clock::get().waitForSleepers(sleepers, kPatience);
+void PhoneTest::holdClock(std::chrono::seconds wall) {
+    holdClock();
+    advance(wall - std::chrono::nanoseconds(sim::Clock::get().wallNanos()));
 }

@@ -6,11 +6,15 @@
 #include <chrono>
 #include <condition_variable>
 #include <deque>
+#include <filesystem>
 #include <mutex>
 #include <string>
 #include <vector>
 
+#include "sim/clock.h"
 #include "sim/phone.h"
+#include "sim/properties.h"
+#include "sim/shell.h"
 
 // A test on a fresh phone, in a folder of its own that is removed at the end. A process runs one
 // such test, since a process has one phone (ctest starts one process a test).
@@ -34,7 +38,9 @@ class PhoneTest : public testing::Test {
     void file(const std::string& path, const std::string& content);
     // Of a file; "" and a failure of the test when it cannot be read.
     std::string contents(const std::string& path);
-    bool exists(const std::string& path);
+    bool exists(const std::string& path) {
+        return std::filesystem::exists(std::filesystem::symlink_status(host(path)));
+    }
     // Names in a directory, sorted.
     std::vector<std::string> names(const std::string& directory);
 
@@ -43,26 +49,38 @@ class PhoneTest : public testing::Test {
     bool logged(int priority, const std::string& tag, const std::string& message, int times = 1);
     bool waitLogged(int priority, const std::string& tag, const std::string& message,
                     int times = 1);
+    // The same of a line written as "E TAG: MESSAGE".
+    bool logged(const std::string& line, int times = 1);
+    bool waitLogged(const std::string& line, int times = 1);
     // The messages logged under a tag, in order; all records.
     std::vector<std::string> logLines(const std::string& tag);
     std::vector<Line> log();
     void forgetLog();
+    // "P message" a line of those logged under a tag, since the log was last forgotten; forgets it.
+    std::string said(const std::string& tag);
 
     // The command lines the product asked for, word for word.
-    std::vector<std::string> commands();
+    std::vector<std::string> commands() { return phone().shell().history(); }
 
-    bool setProperty(const std::string& key, const std::string& value);
-    std::string property(const std::string& key);
+    bool setProperty(const std::string& key, const std::string& value) {
+        return phone().properties().set(key, value);
+    }
+    std::string property(const std::string& key) {
+        return phone().properties().get(key).value_or("");
+    }
 
     // Moves the phone's clock on; waitForSleepers() first where a thread must be asleep by then.
-    void advance(std::chrono::nanoseconds step);
-    void holdClock();
-    bool waitForSleepers(int count);
+    void advance(std::chrono::nanoseconds step) { sim::Clock::get().advance(step); }
+    void holdClock() { sim::Clock::get().hold(); }
+    // At that time since the epoch.
+    void holdClock(std::chrono::seconds wall);
+    bool waitForSleepers(int count) { return sim::Clock::get().waitForSleepers(count, kPatience); }
 
     static constexpr std::chrono::seconds kPatience{30};
 
   private:
     std::string host(const std::string& path) { return mFolder + "/fs/" + path; }
+    static Line lineOf(const std::string& text);
     int count(const Line& wanted) const;  // under mMutex
 
     std::string mFolder;

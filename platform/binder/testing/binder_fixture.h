@@ -5,9 +5,9 @@
 #include <binder/transport/process.h>
 
 #include <string>
-#include <vector>
 
 #include "platform/binder/testing/test_service.h"
+#include "tests/program.h"
 #include "tests/support/phone_test.h"
 
 namespace android::binder_test {
@@ -15,20 +15,19 @@ namespace android::binder_test {
 // Publishes a TestService and calls it as a client does, over a socket, in one process.
 class BinderTest : public PhoneTest {
   protected:
-    void publish(const char* name = "test") {
-        ASSERT_EQ(OK, defaultServiceManager()->addService(String16(name), mService));
-        mRemote = transport::Process::get().services().connect(name);
+    void publish() {
+        ASSERT_EQ(OK, defaultServiceManager()->addService(String16("test"), mService));
+        mRemote = transport::Process::get().services().connect("test");
         ASSERT_NE(nullptr, mRemote);
-        ASSERT_NE(nullptr, mRemote->remoteBinder());
     }
     void publishAndServe() {
         publish();
         ProcessState::self()->startThreadPool();
     }
-
-    std::string socketPath(const std::string& name = "test") {
-        return phone().runDir() + "/services/" + name;
+    sp<IBinder> find(const char* name) {
+        return defaultServiceManager()->getService(String16(name));
     }
+    std::string socketPath() { return phone().runDir() + "/services/test"; }
 
     // Gives the service an object to keep; what it gave back.
     status_t keep(const sp<IBinder>& object, sp<IBinder>* back, bool* again) {
@@ -40,14 +39,17 @@ class BinderTest : public PhoneTest {
         return status;
     }
 
-    int32_t countOfNotes() {
-        Parcel data, reply;
-        mRemote->transact(TestService::COUNT, data, &reply);
-        return reply.readInt32();
-    }
-
     const sp<TestService> mService = sp<TestService>::make();
     sp<IBinder> mRemote;
+};
+
+// Another process of the same phone in that role, see test_peer.cpp.
+class Peer : public Program {
+  public:
+    Peer(sim::Phone& phone, const char* role, const char* name)
+        : Program({BINDER_TEST_PEER, phone.folder(), role, name}) {
+        EXPECT_EQ("up", line());
+    }
 };
 
 }  // namespace android::binder_test

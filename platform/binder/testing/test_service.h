@@ -7,9 +7,9 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <future>
 #include <mutex>
 #include <string>
-#include <vector>
 
 namespace android::binder_test {
 
@@ -18,41 +18,21 @@ constexpr std::chrono::seconds kPatience{30};  // a deadline that only fails
 // Opens once; those who wait for it give up after kPatience.
 class Latch {
   public:
-    void open() {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        mOpen = true;
-        mOpened.notify_all();
-    }
-    bool wait() {
-        std::unique_lock<std::mutex> lock(mMutex);
-        return mOpened.wait_for(lock, kPatience, [this] { return mOpen; });
-    }
+    void open() { mOpen.set_value(); }
+    bool wait() { return mOpened.wait_for(kPatience) == std::future_status::ready; }
 
   private:
-    std::mutex mMutex;
-    std::condition_variable mOpened;
-    bool mOpen = false;
-};
-
-// Notes that it is gone.
-class Child : public BBinder {
-  public:
-    explicit Child(Latch* gone) : mGone(gone) {}
-    ~Child() override { mGone->open(); }
-
-  private:
-    Latch* const mGone;
+    std::promise<void> mOpen;
+    const std::shared_future<void> mOpened = mOpen.get_future().share();
 };
 
 class Watcher : public IBinder::DeathRecipient {
   public:
     void binderDied(const wp<IBinder>& who) override {
         died = who;
-        ++times;
-        told.open();
+        told.open();  // fails the second time
     }
     wp<IBinder> died;
-    int times = 0;
     Latch told;
 };
 
@@ -60,8 +40,8 @@ class TestService : public BBinder {
   public:
     enum : uint32_t {
         ECHO = FIRST_CALL_TRANSACTION,  // bytes: the same bytes
-        NOTE,                           // int32: kept in notes
-        COUNT,                          // none: int32, how many notes
+        NOTE,                           // int32: counted
+        NOTED,                          // int32: as noted()
         KEEP,                           // object: kept; object, the same; true when it was kept
         CALL_BACK,                      // object, text: what the object's ECHO answers
         WAIT,                           // none, once released: the caller's pid
@@ -72,11 +52,12 @@ class TestService : public BBinder {
         return name;
     }
 
-    bool waitForNotes(size_t count) {
+    // Whether so many notes come in time, numbered 0, 1, 2 and so on.
+    bool noted(int32_t count) {
         std::unique_lock<std::mutex> lock(mMutex);
-        return mNoted.wait_for(lock, kPatience, [&] { return mNotes.size() >= count; });
+        return mChanged.wait_for(lock, kPatience, [&] { return mNotes >= count; }) && mInOrder;
     }
-    std::vector<int32_t> notes() {
+    int32_t notes() {
         const std::lock_guard<std::mutex> lock(mMutex);
         return mNotes;
     }
@@ -84,10 +65,11 @@ class TestService : public BBinder {
         const std::lock_guard<std::mutex> lock(mMutex);
         return mKept;
     }
-    void drop() {
-        const sp<IBinder> last = kept();
+    // Instead of what is kept, which it returns.
+    sp<IBinder> keep(sp<IBinder> object) {
         const std::lock_guard<std::mutex> lock(mMutex);
-        mKept = nullptr;
+        std::swap(mKept, object);
+        return object;
     }
 
     Latch entered, released;
@@ -99,8 +81,8 @@ class TestService : public BBinder {
                 return reply->write(data.data(), data.dataSize());
             case NOTE:
                 return note(data.readInt32());
-            case COUNT:
-                return reply->writeInt32(static_cast<int32_t>(notes().size()));
+            case NOTED:
+                return reply->writeBool(noted(data.readInt32()));
             case KEEP:
                 return keep(data, reply);
             case CALL_BACK:
@@ -117,8 +99,9 @@ class TestService : public BBinder {
   private:
     status_t note(int32_t number) {
         const std::lock_guard<std::mutex> lock(mMutex);
-        mNotes.push_back(number);
-        mNoted.notify_all();
+        mInOrder = mInOrder && number == mNotes;
+        ++mNotes;
+        mChanged.notify_all();
         return OK;
     }
 
@@ -126,27 +109,22 @@ class TestService : public BBinder {
         sp<IBinder> object;
         const status_t status = data.readStrongBinder(&object);
         if (status != OK) return status;
-        const sp<IBinder> before = kept();
-        {
-            const std::lock_guard<std::mutex> lock(mMutex);
-            mKept = object;
-        }
         reply->writeStrongBinder(object);
-        return reply->writeBool(object == before);
+        return reply->writeBool(keep(object) == object);
     }
 
     static status_t callBack(const Parcel& data, Parcel* reply) {
         Parcel forward, answer;
         const sp<IBinder> object = data.readStrongBinder();
-        if (object == nullptr) return BAD_VALUE;
         forward.writeString8(data.readString8());
         const status_t status = object->transact(ECHO, forward, &answer);
         return status == OK ? reply->writeString8(answer.readString8()) : status;
     }
 
     std::mutex mMutex;
-    std::condition_variable mNoted;
-    std::vector<int32_t> mNotes;
+    std::condition_variable mChanged;
+    int32_t mNotes = 0;
+    bool mInOrder = true;
     sp<IBinder> mKept;
 };
 
@@ -157,12 +135,10 @@ inline status_t note(const sp<IBinder>& object, int32_t number, size_t padding =
     return object->transact(TestService::NOTE, data, nullptr, IBinder::FLAG_ONEWAY);
 }
 
-inline status_t echo(const sp<IBinder>& object, const String8& text, String8* answer) {
+inline bool echoes(const sp<IBinder>& object, const String8& text = String8("a\0b", 3)) {
     Parcel data, reply;
     data.writeString8(text);
-    const status_t status = object->transact(TestService::ECHO, data, &reply);
-    *answer = reply.readString8();
-    return status;
+    return object->transact(TestService::ECHO, data, &reply) == OK && reply.readString8() == text;
 }
 
 }  // namespace android::binder_test
