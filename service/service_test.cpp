@@ -1,293 +1,298 @@
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
+#include <compositor/compositor.h>
+#include <linux/netlink.h>
+#include <signal.h>
 #include <utils/ThreadControl.h>
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
+#include <functional>
 #include <future>
-#include <set>
 #include <thread>
 
 #include "event/PeltoEventDisptch.h"
+#include "kernel/KelvoAudioKernelNativeCom.h"
 #include "service/PeltoService.h"
 #include "sim/display_kernel.h"
 #include "sim/generic_netlink.h"
+#include "sim/gpu.h"
+#include "sim/properties.h"
 #include "tests/support/phone_test.h"
 
 namespace android {
 namespace {
 
 using namespace std::chrono_literals;
+using Texts = std::vector<std::string>;
+
 constexpr char kTag[] = "PeltoService";
+constexpr char kForTest[] = "pelto_event_for_test";
 
-// A native client of this process; `note` takes what it receives.
-class Client : public BnPeltoNativeClient {
+// Puts what it receives, as a native client and as a listener, into the log: "client" and
+// "listener".
+class Witness : public BnPeltoNativeClient, public EventListener {
   public:
-    explicit Client(std::function<void(const std::string&)> note) : mNote(std::move(note)) {}
-    status_t onNativeEvent(const char* type, const char* info) override {
-        mNote(std::string(type) + "$" + info);
-        return DEAD_OBJECT;  // whatever it returns is ignored
-    }
-
-  private:
-    const std::function<void(const std::string&)> mNote;
-};
-
-// Notes every event of one type that reaches the listeners.
-class Watcher : public EventListener {
-  public:
-    Watcher(const char* type, std::promise<std::string>* seen) : mSeen(seen) {
-        mEventTypes.add(type);
+    void listen(const Texts& types) {
+        for (const auto& type : types) mEventTypes.add(type);
         PeltoEventDisptch::getInstance().registerEventListener(this);
     }
-    void handleEvent(std::string event) override { mSeen->set_value(event); }
-
-  private:
-    std::promise<std::string>* const mSeen;
+    status_t onNativeEvent(const char* type, const char* info) override {
+        __android_log_print(ANDROID_LOG_INFO, "client", "%s%s$%s", name.c_str(), type, info);
+        if (onClient) onClient();
+        return DEAD_OBJECT;  // whatever it returns is ignored
+    }
+    void handleEvent(std::string event) override {
+        __android_log_print(ANDROID_LOG_INFO, "listener", "%s", event.c_str());
+        if (onListener) onListener();
+    }
+    std::string name;
+    std::function<void()> onClient, onListener;
 };
 
 class ServiceTest : public PhoneTest {
   protected:
-    void SetUp() override {
-        PhoneTest::SetUp();
+    void start() {
         // Or it gives up on some runs: where it is faster than its own construction.
         thread_control::hold("KelvoDmesgThread");
         service = new PeltoService();
         thread_control::release("KelvoDmesgThread");
-        EXPECT_TRUE(logged(ANDROID_LOG_DEBUG, kTag, "PeltoService"));
-        forgetLog();
-    }
-    sp<Client> client(const std::string& name = "") {
-        return new Client(
-            [this, name](const std::string& event) { received.push_back(name + event); });
+        service->registerNativeClient(witness);
     }
     void set(const char* type, const char* info) {
         service->setEvent(String8(type), String8(info));
     }
 
-    using Texts = std::vector<std::string>;
+    const sp<Witness> witness = new Witness;
     sp<PeltoService> service;
-    Texts received;
 };
 
 TEST_F(ServiceTest, CallsEachClientOnceAnEventInTheOrderOfTheirAddresses) {
-    std::vector<sp<Client>> clients{client("0:"), client("1:"), client("2:")};
-    for (const int i : {1, 2, 0, 1}) {
-        EXPECT_EQ(0, service->registerNativeClient(clients[static_cast<size_t>(i)]));
+    start();
+    std::vector<sp<Witness>> clients{new Witness, witness, new Witness};
+    std::sort(clients.begin(), clients.end());
+    for (const size_t i : {1, 2, 0, 1}) {
+        EXPECT_EQ(0, service->registerNativeClient(clients[i]));
+        clients[i]->name = std::to_string(i) + ":";
     }
     EXPECT_EQ(0, service->registerNativeClient(nullptr));
-    Texts expected{"0:a$b", "1:a$b", "2:a$b"};
-    std::sort(expected.begin(), expected.end(), [&](const auto& x, const auto& y) {
-        const auto address = [&](const std::string& text) {
-            return static_cast<IPeltoNativeClient*>(
-                clients[static_cast<size_t>(text[0] - '0')].get());
-        };
-        return std::less<>()(address(x), address(y));
-    });
     set("a", "b");
-    EXPECT_EQ(expected, received);
-    EXPECT_TRUE(logLines(kTag).empty());
+    EXPECT_EQ((Texts{"0:a$b", "1:a$b", "2:a$b"}), logLines("client"));
+    EXPECT_EQ(Texts{"PeltoService"}, logLines(kTag));
 }
 
 TEST_F(ServiceTest, ClientsSeeAnEventBeforeTheListenersAndNotWhatIsMeantForThese) {
-    std::promise<std::string> seen;
-    auto arrived = seen.get_future();
-    const sp<Watcher> watcher = new Watcher("x", &seen);
-    std::promise<std::string> overtaken;
-    const sp<Watcher> behind = new Watcher("behind", &overtaken);
-    service->registerNativeClient(new Client([&](const std::string& event) {
-        EXPECT_EQ("x$1", event);
+    start();
+    witness->listen({"x", "y", "behind"});
+    witness->onClient = [&] {
         // What is queued now comes out behind whatever was queued before.
         PeltoEventDisptch::getInstance().setEvent(String8("behind"), String8(""));
-        overtaken.get_future().wait();
-        EXPECT_EQ(std::future_status::timeout, arrived.wait_for(0s));
-    }));
+        EXPECT_TRUE(waitLogged("I listener: behind$"));
+    };
     set("x", "1");
-    EXPECT_EQ("x$1", arrived.get());
-
-    std::promise<std::string> native;
-    const sp<Watcher> other = new Watcher("y", &native);
-    service->setEventToNative(String8("y"), String8("2"));  // the client would object to it
-    EXPECT_EQ("y$2", native.get_future().get());
+    service->setEventToNative(String8("y"), String8("2"));
+    EXPECT_TRUE(waitLogged("I listener: y$2"));
+    EXPECT_EQ((Texts{"behind$", "x$1", "y$2"}), logLines("listener"));
+    EXPECT_EQ(Texts{"x$1"}, logLines("client"));
 }
 
 TEST_F(ServiceTest, TheDebugSwitchIsBroadcast) {
-    service->registerNativeClient(client());
+    start();
     service->setDebugLog(true);
     set("a", "b");
     service->setEventToNative(String8("c"), String8("d"));
-    EXPECT_EQ((Texts{"PeltoService setEvent:pelto_event_audio_set_debug_log cliensCount 1",
-                     "setDebugLog 1", "PeltoService setEvent:a cliensCount 1",
-                     "setEventToNative event:c info:d"}),
-              logLines(kTag));
-    EXPECT_TRUE(logged(ANDROID_LOG_VERBOSE, "PeltoEventDisptch", "setDebugLog 1"));
-    forgetLog();
+    service->updateSFStateFlag(false);
+    EXPECT_TRUE(logged("V PeltoEventDisptch: setDebugLog 1"));
     service->setDebugLog(false);
-    EXPECT_TRUE(logLines(kTag).empty());
+    EXPECT_EQ((Texts{"PeltoService",
+                     "PeltoService setEvent:pelto_event_audio_set_debug_log cliensCount 1",
+                     "setDebugLog 1", "PeltoService setEvent:a cliensCount 1",
+                     "setEventToNative event:c info:d", "updateSFState  sfState:0"}),
+              logLines(kTag));
     EXPECT_EQ(
         (Texts{"pelto_event_audio_set_debug_log$1", "a$b", "pelto_event_audio_set_debug_log$0"}),
-        received);
+        logLines("client"));
 }
 
 TEST_F(ServiceTest, SuppressesOneDetectorsStutterReportsWhileTheFlagIsUp) {
-    service->registerNativeClient(client());
+    start();
     service->notifyVideoStutter(String8("HwuiDetect"), 40);
     service->updateSFStateFlag(true);
     service->notifyVideoStutter(String8("HwuiDetect"), 41);
     service->notifyVideoStutter(String8("hwuiDetect"), -1);
-    EXPECT_EQ((Texts{"notifyVideoStutter return, not report frameGap:41"}), logLines(kTag));
+    EXPECT_EQ((Texts{"PeltoService", "notifyVideoStutter return, not report frameGap:41"}),
+              logLines(kTag));
     EXPECT_EQ((Texts{"pelto_event_video_stutter_ext$detectName#HwuiDetect#frameGap#40",
                      "pelto_event_video_stutter_ext$detectName#hwuiDetect#frameGap#-1"}),
-              received);
-    service->setDebugLog(true);
-    service->updateSFStateFlag(false);
-    EXPECT_TRUE(logged(ANDROID_LOG_VERBOSE, kTag, "updateSFState  sfState:0"));
+              logLines("client"));
 }
 
 TEST_F(ServiceTest, TopActivityUpdatesAreRateLimited) {
     holdClock();
-    service->registerNativeClient(client());
+    start();
     setProperty("sys.kelvo.video.top.activity.name", "player");
-    service->updateTopActivity(1000);
-    EXPECT_EQ("", property("sys.kelvo.video.top.activity.name"));
-    advance(1000ms);
-    service->updateTopActivity(1000);
-    EXPECT_EQ(1u, received.size()) << "exactly the interval is too soon";
-    advance(1ms);
-    service->updateTopActivity(1000);
-    EXPECT_EQ(2u, received.size());
-    service->updateTopActivity(0);
-    EXPECT_EQ(2u, received.size());
-    service->updateTopActivity(-1);
-    EXPECT_EQ((Texts(3, "pelto_event_video_update_top_activity$")), received);
-    EXPECT_EQ(3u, logLines(kTag).size());
-
+    using Call = std::tuple<std::chrono::milliseconds, int64_t, size_t>;
+    for (const auto& [later, interval, accepted] :
+         {Call{0, 1000, 1}, Call{1000, 1000, 1}, Call{1, 1000, 2}, Call{0, 0, 2}, Call{0, -1, 3}}) {
+        advance(later);
+        service->updateTopActivity(interval);
+        EXPECT_EQ("", property("sys.kelvo.video.top.activity.name"));
+        EXPECT_EQ(Texts(accepted, "pelto_event_video_update_top_activity$"), logLines("client"));
+        EXPECT_EQ(1 + accepted, logLines(kTag).size());
+    }
     advance(1s);
     std::vector<std::thread> callers;
     for (int i = 0; i < 4; ++i) callers.emplace_back([&] { service->updateTopActivity(500); });
     for (auto& caller : callers) caller.join();
-    EXPECT_EQ(4u, logLines(kTag).size()) << "of several at once one passes";
+    EXPECT_EQ(4u, logLines("client").size()) << "of several at once one passes";
 }
 
-// The names of this process's threads.
-std::set<std::string> threadNames() {
-    std::set<std::string> names;
-    for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
-        std::string name;
-        std::getline(std::ifstream(task.path() / "comm"), name);
-        names.insert(name);
-    }
-    return names;
-}
-
-TEST_F(ServiceTest, StartsItsChannelsWithTheirHooks) {
-    service->registerNativeClient(client());
-    ASSERT_TRUE(phone().netlink().waitReceived(2));
-    EXPECT_NE(std::string::npos, phone().netlink().received()[1].find("knl_nt_com"));
-    phone().netlink().push(7, "x");
-    EXPECT_TRUE(waitLogged(ANDROID_LOG_DEBUG, kTag, "receive cmd=7, len=2, data=x"));
-    phone().displayKernel().send({"23", "text"});
-    EXPECT_TRUE(
-        waitLogged(ANDROID_LOG_DEBUG, kTag, "handleKernelFeedback: MM_FB_EventID:23, data:text"));
-    // A thread takes its name as the first thing it does.
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
-    for (const char* name : {"pelto_looper", "kelvo_fb_pelto", "kelvo_audio_mic", "KelvoGpuMinidum",
-                             "KelvoDmesgThrea"}) {
-        while (threadNames().count(name) == 0) {
-            ASSERT_LT(std::chrono::steady_clock::now(), deadline) << name;
-        }
-    }
-}
-
-// Where nothing but the dispatcher can start.
-class ServiceFaultTest : public ServiceTest {
-  protected:
-    void SetUp() override {
-        PhoneTest::SetUp();
-        for (const char* name : {"kelvo_fb_pelto", "kelvo_audio_mic_check", "KelvoDmesgThread"}) {
-            thread_control::refuse(name);
-        }
-        setProperty("ro.kelvo.memory.size", "4");
-        setProperty("ro.kelvo.mm_memory.optimize", "true");
-        service = new PeltoService();
-    }
-};
-
-TEST_F(ServiceFaultTest, WhatCannotStartLeavesTheRestWorking) {
-    service->registerNativeClient(client());
-    set("pelto_event_for_test", "value0:1");
-    EXPECT_EQ(Texts{"pelto_event_for_test$value0:1"}, received);
-    EXPECT_TRUE(waitLogged(ANDROID_LOG_DEBUG, "EventTest",
-                           "handleEvent:pelto_event_for_test eventInfo value0:1"));
-    set("event_audio_detect_dump_log", "");
-    set("pelto_event_for_test", "value0:2");
-    EXPECT_TRUE(waitLogged(ANDROID_LOG_DEBUG, "EventTest",
-                           "handleEvent:pelto_event_for_test eventInfo value0:2"));
-    EXPECT_TRUE(commands().empty());
-}
-
-// On a phone whose monitor declines: one that starts keeps the service for good.
-class ServiceEndTest : public ServiceTest {
-  protected:
-    void SetUp() override {
-        PhoneTest::SetUp();
-        setProperty("ro.kelvo.memory.size", "4");
-        setProperty("ro.kelvo.mm_memory.optimize", "true");
-        service = new PeltoService();
-    }
-};
-
-TEST_F(ServiceEndTest, LivesUntilItsLastOwnerLetsGo) {
-    service->binderDied(nullptr);
-    EXPECT_TRUE(logged(ANDROID_LOG_DEBUG, kTag, "PeltoService Died"));
-    phone().displayKernel().end();
-    service.clear();
-    EXPECT_TRUE(logged(ANDROID_LOG_DEBUG, kTag, "~PeltoService"));
-    std::promise<std::string> seen;
-    const sp<Watcher> watcher = new Watcher("pelto_event_for_test", &seen);
-    PeltoEventDisptch::getInstance().setEvent(String8("pelto_event_for_test"), String8("value0:1"));
-    seen.get_future().wait();
-    EXPECT_TRUE(logged(ANDROID_LOG_DEBUG, "EventTest",
-                       "handleEvent:pelto_event_for_test eventInfo value0:1"))
-        << "its listeners outlive it";
-}
-
-TEST_F(ServiceTest, TheTestListenerTellsWhatEventsCarry) {
-    const auto eventTest = [&](const char* line) {
-        return waitLogged(ANDROID_LOG_DEBUG, "EventTest", line);
-    };
-    set("pelto_event_for_test", "value0:5,string0:s,string1:t u");
-    EXPECT_TRUE(
-        eventTest("handleEvent:pelto_event_for_test value0:5 value1:-1 string0:s string1:t u"));
-    set("pelto_event_audio_track_create", "pid:12,sessionId:34,flags:0x4,hasFastMixer:1");
-    EXPECT_TRUE(
-        eventTest("handleEvent pelto_event_audio_track_create pid:12,sessionId:34,"
-                  "streamType:-1,flags:0,deviceTypes:-1,hasFastMixer:1"));
-    EXPECT_EQ(3u, logLines("EventTest").size());
-}
-
-TEST_F(ServiceTest, TheTestListenersReplyComesBackAsAClientsEvent) {
+TEST_F(ServiceTest, TheTestListenerTellsWhatEventsCarryAndRepliesToOneThroughTheService) {
+    start();
     defaultServiceManager()->addService(String16(kPeltoServiceName), IInterface::asBinder(service));
     ProcessState::self()->startThreadPool();
-    std::promise<std::string> replied;
-    service->registerNativeClient(new Client([&](const std::string& event) {
-        if (event.find("from_native") != std::string::npos) replied.set_value(event);
-    }));
-    const char* const kType = "pelto_event_for_test_to_native";
-    for (const char* info :
-         {"value0:2,value1:4,string0:event_to_native", "value0:2,value1:3,string0:event_to_nativeX",
-          "value0:2,value1:3", "value0:2,value1:3,string0:event_to_native,string1:any"}) {
-        set(kType, info);
+    set("pelto_event_audio_track_create", "pid:12,sessionId:34,flags:0x4,hasFastMixer:1");
+    set(kForTest, "value0:5,string0:s,string1:t u");
+    Texts expected{
+        "handleEvent pelto_event_audio_track_create pid:12,sessionId:34,streamType:-1,flags:0,"
+        "deviceTypes:-1,hasFastMixer:1",
+        "handleEvent:pelto_event_for_test eventInfo value0:5,string0:s,string1:t u",
+        "handleEvent:pelto_event_for_test value0:5 value1:-1 string0:s string1:t u"};
+    for (std::string info : {"value0:2,value1:4,string0:event_to_native,string1:",
+                             "value0:1,value1:3,string0:event_to_native,string1:",
+                             "value0:2,value1:3,string0:event_to_nativeX,string1:",
+                             "value0:2,value1:3,string0:event_to_native,string1:any"}) {
+        set("pelto_event_for_test_to_native", info.c_str());
+        expected.push_back("handleEvent:PELTO_EVENT_FOR_TEST_TO_NATIVE eventInfo " + info);
+        std::replace(info.begin(), info.end(), ',', ' ');
+        expected.push_back("handleEvent:PELTO_EVENT_FOR_TEST_TO_NATIVE " + info);
     }
-    EXPECT_EQ(
-        "pelto_event_for_test_from_native$value0:4,value1:5,string0:evetn_frome_native,"
-        "string1:evetn_frome_native",
-        replied.get_future().get());
-    EXPECT_TRUE(waitLogged(ANDROID_LOG_DEBUG, "EventTest",
-                           "pelto_event_test event:pelto_event_for_test_from_native,info:value0:4,"
-                           "value1:5,string0:evetn_frome_native,string1:evetn_frome_native"));
-    EXPECT_EQ(9u, logLines("EventTest").size()) << "two lines an event, and one reply";
+    const std::string reply =
+        "value0:4,value1:5,string0:evetn_frome_native,string1:evetn_frome_native";
+    expected.push_back("pelto_event_test event:pelto_event_for_test_from_native,info:" + reply);
+    EXPECT_TRUE(waitLogged("I client: pelto_event_for_test_from_native$" + reply));
+    EXPECT_TRUE(waitLogged("D EventTest: " + expected.back()));
+    EXPECT_EQ(expected, logLines("EventTest"));
+}
+
+void declineMonitor(sim::Phone& phone) {
+    phone.properties().set("ro.kelvo.memory.size", "4");
+    phone.properties().set("ro.kelvo.mm_memory.optimize", "true");
+}
+
+TEST_F(ServiceTest, LivesUntilItsLastCallerLetsGoAndWhatIsQueuedArrivesAfterwards) {
+    declineMonitor(phone());  // one that starts keeps the service for good
+    start();
+    service->binderDied(nullptr);
+    EXPECT_TRUE(logged("D PeltoService: PeltoService Died"));
+    phone().displayKernel().end();
+    std::promise<void> clientGoesOn, listenersGoOn;
+    witness->onClient = [&] { clientGoesOn.get_future().wait(); };
+    witness->onListener = [&] { listenersGoOn.get_future().wait(); };
+    witness->listen({"gate"});
+    PeltoEventDisptch::getInstance().setEvent(String8("gate"), String8(""));
+    auto caller = std::async(std::launch::async, [&] {
+        const sp<PeltoService> owner = service;
+        owner->setEvent(String8(kForTest), String8("value0:1"));
+    });
+    EXPECT_TRUE(waitLogged("I client: pelto_event_for_test$value0:1"));
+    service.clear();
+    EXPECT_FALSE(logged("D PeltoService: ~PeltoService")) << "a call is in progress";
+    clientGoesOn.set_value();
+    caller.get();
+    EXPECT_TRUE(logged("D PeltoService: ~PeltoService"));
+    EXPECT_TRUE(logLines("EventTest").empty());
+    listenersGoOn.set_value();
+    EXPECT_TRUE(waitLogged("D EventTest: handleEvent:pelto_event_for_test eventInfo value0:1"));
+}
+
+// What answers when it is used, and the parts of the service that this takes: listeners, display,
+// audio, gpu, kernel log, compositor.
+const std::pair<const char*, const char*> kAnswers[] = {
+    {"", "I client: pelto_event_for_test$value0:1"},
+    {"", "D KelvoAudioKernelNativeCom: audio kernel native genetlink module:knl_nt_com\n"},
+    {"l", "D EventTest: handleEvent:pelto_event_for_test eventInfo value0:1"},
+    {"d", "I client: pelto_event_peltoserver_feedback$MM_FB_EventID#23"},
+    {"dc", "D PeltoService: notifySurfaceFlinger transact ret=0"},
+    {"a", "E PeltoService: handleAudioKernelInfo: unsupport cmd=7"},
+    {"g", "I client: pelto_event_peltoserver_feedback$EventID,410,Reason,h"},
+    {"k", "D KelvoDmesgThread: KelvoDmesgThread waking up"},
+};
+
+// Something that is not there when the service starts: how that comes, the parts that go missing
+// with it, and the line that tells it, "" where nobody does.
+using Lack = std::tuple<std::function<void(sim::Phone&)>, std::string, std::string>;
+
+auto noThread(const char* name) {
+    return [name](sim::Phone&) { thread_control::refuse(name); };
+}
+
+void takeNetlinkAddress(sim::Phone&) {
+    (new KelvoAudioKernelNativeCom(nullptr, "other", nullptr))->createGenlSocket(NETLINK_GENERIC);
+}
+
+const std::vector<Lack> kLacks = {
+    {noThread("pelto_looper"), "lk",
+     "E PeltoEventDisptch: cannot start handler thread, error:-2147483648"},
+    {noThread("kelvo_fb_pelto"), "d", ""},
+    {noThread("kelvo_audio_mic_check"), "a", ""},
+    {noThread("KelvoDmesgThread"), "k", ""},
+    {[](auto& phone) { std::filesystem::remove_all(phone.fsDir() + "/data"); }, "",
+     "D KelvoGpuMinidump: open kelvo dumpfile error: No such file or directory"},
+    {declineMonitor, "g", "I KelvoGpuMinidump: KelvoFennix isDisable4G set false"},
+    {[](auto& phone) { phone.gpu().vanish(); }, "g",
+     "D KelvoGpuMinidump: gpu timestamp file open failed,error -1, No such file or directory"},
+    {takeNetlinkAddress, "a",
+     "E KelvoAudioKernelNativeCom: [ERROR]: create or bind Netlink socket err \n"},
+    {[](auto&) {}, "c", "E PeltoService: notifySurfaceFlinger sf null"},
+    {[](auto&) {}, "d", "D DisplayKevent: mm_kevent_pelto has ended"},
+};
+
+// Each start is in a process, and on a phone, of its own; it ends by a signal, as the monitor's
+// thread may have ended and nobody may join it.
+class LackTest : public ServiceTest {
+  protected:
+    void SetUp() override {}
+    void startWithout(const std::vector<Lack>& lacks) {
+        PhoneTest::SetUp();
+        std::string missing, told;
+        for (const auto& [arrange, parts, line] : lacks) {
+            arrange(phone());
+            missing += parts;
+            if (lacks.size() == 1) told = line;
+        }
+        const auto works = [&](const std::string& parts) {
+            return missing.find_first_of(parts) == missing.npos;
+        };
+        if (works("c")) startCompositor();
+        start();
+        if (told.find("has ended") != told.npos) phone().displayKernel().end();
+        EXPECT_TRUE(!works("a") || phone().netlink().waitRegistered(kPatience));
+        phone().netlink().push(7, "x");
+        phone().displayKernel().send({"23", "text"});
+        if (works("g")) phone().gpu().fault({"9\n", "h", "0\n", "x"});
+        if (works("k")) waitLogged("D KelvoDmesgThread: KelvoDmesgThread going to sleep");
+        set("event_audio_detect_dump_log", "");
+        set(kForTest, "value0:1");
+        for (const auto& [parts, line] : kAnswers)
+            EXPECT_TRUE(!works(parts) || waitLogged(line)) << line;
+        EXPECT_TRUE(told.empty() || waitLogged(told)) << told;
+        for (const auto& [parts, line] : kAnswers)
+            EXPECT_TRUE(works(parts) || !logged(line)) << line;
+        EXPECT_EQ(1u + (works("d") ? 2 : 0) + (works("a") ? 2 : 0), logLines(kTag).size())
+            << "the service itself says nothing about it";
+        const auto pushed = phone().netlink().push(7, "x");
+        EXPECT_EQ(works("a"), pushed != sim::GenericNetlink::Pushed::kNobody);
+        TearDown();
+        raise(HasFailure() ? SIGTERM : SIGKILL);
+    }
+};
+
+TEST_F(LackTest, WhatCannotStartLeavesTheRestWorking) {
+    for (const Lack& lack : kLacks)
+        EXPECT_EXIT(startWithout({lack}), testing::KilledBySignal(SIGKILL), "");
+    EXPECT_EXIT(startWithout({kLacks.begin() + 1, kLacks.end()}), testing::KilledBySignal(SIGKILL),
+                "");
 }
 
 }  // namespace

@@ -17,41 +17,35 @@ namespace {
 // it, other machines by making it odd.
 template <typename Operation>
 ptrdiff_t slotOf(Operation operation) {
-    struct {
-        ptrdiff_t offset;
-        ptrdiff_t adjustment;
-    } raw;
+    ptrdiff_t raw[2];  // the offset, and an adjustment
     static_assert(sizeof raw == sizeof operation);
-    memcpy(&raw, &operation, sizeof raw);
-#if defined(__arm__) || defined(__aarch64__)
-    const ptrdiff_t offset = raw.offset;
-#else
-    const ptrdiff_t offset = raw.offset - 1;
+    memcpy(raw, &operation, sizeof raw);
+#if !defined(__arm__) && !defined(__aarch64__)
+    --raw[0];
 #endif
-    return offset / static_cast<ptrdiff_t>(sizeof(void*));
+    return raw[0] / static_cast<ptrdiff_t>(sizeof(void*));
 }
 
-TEST(SlotOrderTest, AListenersOperationStandsBeforeItsDestructorAHandlersBehind) {
-    EXPECT_EQ(0, slotOf(&EventListener::handleEvent));
-    EXPECT_EQ(2, slotOf(&PeltoMessageHandler::handleMessage));
-    EXPECT_EQ(2, slotOf(&PeltoLooperCallback::handleEvent));
-    EXPECT_EQ(2, slotOf(&Thread::run));
-    EXPECT_EQ(3, slotOf(&Thread::requestExit));
-    EXPECT_EQ(4, slotOf(&Thread::readyToRun));
-    EXPECT_EQ(5, slotOf(&KelvoDmesgThread::threadLoop));
-    EXPECT_EQ(6, slotOf(&KelvoDmesgThread::onFirstRef));
-    EXPECT_EQ(7, slotOf(&KelvoDmesgThread::initCheck));
-    EXPECT_EQ(8, slotOf(&KelvoDmesgThread::handleEvent));
+using Slots = std::vector<ptrdiff_t>;
+template <typename... Operations>
+Slots slotsOf(Operations... operations) {
+    return {slotOf(operations)...};
 }
 
-TEST(SlotOrderTest, TheServicesOperationsStandInTheirOrder) {
-    const ptrdiff_t first = slotOf(&IPeltoService::registerNativeClient);
-    EXPECT_EQ(first + 1, slotOf(&IPeltoService::notifyVideoStutter));
-    EXPECT_EQ(first + 2, slotOf(&IPeltoService::updateSFStateFlag));
-    EXPECT_EQ(first + 3, slotOf(&IPeltoService::updateTopActivity));
-    EXPECT_EQ(first + 4, slotOf(&IPeltoService::setEvent));
-    EXPECT_EQ(first + 5, slotOf(&IPeltoService::setEventToNative));
-    EXPECT_EQ(first + 6, slotOf(&IPeltoService::setDebugLog));
+TEST(SlotOrderTest, OperationsStandInTheirOrder) {
+    // A listener's stands before its destructor, a handler's behind.
+    EXPECT_EQ((Slots{0, 2, 2}),
+              slotsOf(&EventListener::handleEvent, &PeltoMessageHandler::handleMessage,
+                      &PeltoLooperCallback::handleEvent));
+    EXPECT_EQ((Slots{2, 3, 4, 5, 6, 7, 8}),
+              slotsOf(&Thread::run, &Thread::requestExit, &Thread::readyToRun,
+                      &KelvoDmesgThread::threadLoop, &KelvoDmesgThread::onFirstRef,
+                      &KelvoDmesgThread::initCheck, &KelvoDmesgThread::handleEvent));
+    const auto first = slotOf(&IPeltoService::registerNativeClient);
+    EXPECT_EQ((Slots{first + 1, first + 2, first + 3, first + 4, first + 5, first + 6}),
+              slotsOf(&IPeltoService::notifyVideoStutter, &IPeltoService::updateSFStateFlag,
+                      &IPeltoService::updateTopActivity, &IPeltoService::setEvent,
+                      &IPeltoService::setEventToNative, &IPeltoService::setDebugLog));
     EXPECT_EQ(slotOf(&IPeltoNativeClient::getInterfaceDescriptor) + 1,
               slotOf(&IPeltoNativeClient::onNativeEvent));
 }
