@@ -3,7 +3,6 @@
 #include <dirent.h>
 #include <gmock/gmock.h>
 #include <signal.h>
-#include <sys/resource.h>
 
 #include <fstream>
 #include <system_error>
@@ -11,7 +10,6 @@
 #include "gpu/KelvoGpuMinidump.h"
 #include "gpu/KelvoGpuMinidumpFactory.h"
 #include "sim/attributes.h"
-#include "sim/clock.h"
 #include "sim/line_file.h"
 #include "sim/shell.h"
 #include "tests/support/phone_test.h"
@@ -28,13 +26,18 @@ constexpr char kTag[] = "KelvoGpuMinidump";
 const std::string kArchives = "/data/kelvo/mmdump/gpu/";
 // Longer than the 64 bytes that other readers of it have.
 const std::string kVersion = "V12.1." + std::string(80, '0');
-const std::string kEvent = "pelto_event_peltoserver_feedback$EventID,410,Reason,";
 
-// Notes the events given to it.
+// The lines of a fault that is reported: the service's, then the monitor's own.
+std::string reported(const std::string& id) {
+    const std::string info = "EventID,410,Reason," + id + "\n";
+    return "I pelto_event_peltoserver_feedback$" + info + "D " + info;
+}
+
+// Logs the events given to it.
 class Service : public BnPeltoService {
   public:
     void setEvent(const String8& type, const String8& info) override {
-        events.push_back(std::string(type.c_str()) + '$' + info.c_str());
+        __android_log_print(ANDROID_LOG_INFO, kTag, "%s$%s", type.c_str(), info.c_str());
     }
     status_t registerNativeClient(const sp<IPeltoNativeClient>&) override { return OK; }
     void notifyVideoStutter(const String8&, int) override {}
@@ -42,7 +45,6 @@ class Service : public BnPeltoService {
     void updateTopActivity(int64_t) override {}
     void setEventToNative(const String8&, const String8&) override {}
     void setDebugLog(bool) override {}
-    Texts events;  // read only while the monitor waits
 };
 
 // A phone whose clock is held at 2024-03-05 14:07:09, its local time being UTC.
@@ -52,8 +54,7 @@ class GpuTest : public PhoneTest {
         PhoneTest::SetUp();
         monitor = &make();
         setenv("TZ", "UTC", 1);
-        holdClock();
-        advance(1709647629s - std::chrono::nanoseconds(sim::Clock::get().wallNanos()));
+        holdClock(1709647629s);
     }
     // Never destroyed: with a started monitor that ends the process.
     KelvoGpuMinidump& make() {
@@ -82,7 +83,7 @@ class GpuTest : public PhoneTest {
         settle();
     }
     bool logs(const std::string& text, int times = 1) {
-        return waitLogged(ANDROID_LOG_DEBUG, kTag, text, times);
+        return waitLogged("D KelvoGpuMinidump: " + text, times);
     }
     // A read-only property is otherwise set once in a phone's life.
     void setReadOnly(const std::string& key, const std::string& value) {
@@ -94,13 +95,13 @@ class GpuTest : public PhoneTest {
     std::string host(const std::string& name) { return phone().fsDir() + kArchives + name; }
     // The file in an archive whose name ends so.
     std::string packed(const std::string& archive, const std::string& ending) {
-        const std::string tar = "tar --wildcards -xOzf '" + host(archive) + "' '*" + ending + "'";
-        FILE* out = popen(tar.c_str(), "r");
-        std::string text, block(65536, '\0');
-        while (const size_t got = fread(block.data(), 1, block.size(), out))
-            text.append(block, 0, got);
-        EXPECT_EQ(0, pclose(out)) << archive;
-        return text;
+        const std::string tar =
+            "tar --wildcards -xOzf '" + host(archive) + "' '*" + ending + "' > ";
+        EXPECT_EQ(0, system((tar + phone().fsDir() + "/packed").c_str())) << archive;
+        return contents("/packed");
+    }
+    static std::string named(const std::string& id) {
+        return "gpudump@" + id + "@" + kVersion + "@_2024-03-05_14-07-09";
     }
 
     const sp<Service> service = new Service;
@@ -108,36 +109,27 @@ class GpuTest : public PhoneTest {
 };
 
 TEST_F(GpuTest, RunsUnlessTheMemoryIsSmallAndOptimised) {
-    struct Case {
-        const char *size, *optimize;
-        bool runs;
-    };
-    for (const Case& c : {Case{"4", "true", false},
-                          {" 4GB", "1", false},
-                          {"4", "false", true},
-                          {"6", "true", true},
-                          {"", "true", true}}) {
-        setReadOnly("ro.kelvo.memory.size", c.size);
-        setReadOnly("ro.kelvo.mm_memory.optimize", c.optimize);
+    for (const auto& [size, optimize, runs] :
+         {std::tuple("4", "true", false), std::tuple(" 4GB", "1", false),
+          std::tuple("4", "false", true), std::tuple("6", "true", true),
+          std::tuple("", "true", true)}) {
+        setReadOnly("ro.kelvo.memory.size", size);
+        setReadOnly("ro.kelvo.mm_memory.optimize", optimize);
         forgetLog();
         KelvoGpuMinidump& made = make();
-        EXPECT_EQ(c.runs, made.init(service)) << c.size << c.optimize;
-        EXPECT_EQ(c.runs, made.init(nullptr)) << "a second call starts nothing";
-        EXPECT_EQ(!c.runs, logged(ANDROID_LOG_INFO, kTag, "KelvoFennix isDisable4G set false"));
-        EXPECT_EQ(c.runs, logged(ANDROID_LOG_DEBUG, kTag, "init 1"));
+        EXPECT_EQ(runs, made.init(service)) << size << optimize;
+        EXPECT_EQ(runs, made.init(nullptr)) << "a second call starts nothing";
+        EXPECT_EQ(!runs, logged("I KelvoGpuMinidump: KelvoFennix isDisable4G set false"));
+        EXPECT_EQ(runs, logged("D KelvoGpuMinidump: init 1"));
     }
 }
 
 // In processes of their own, as nobody may join the monitor's thread when it has ended.
-TEST_F(GpuTest, EndsWithItsOwnerOrItsTimestamp) {
+TEST_F(GpuTest, EndsWithItsOwnerOrItsTimestampAndIsAnErrorWithoutAThread) {
     EXPECT_DEATH(KelvoGpuMinidumpFactory::create()->init(service), "terminate called");
     const auto expectEnd = [&](const char* line) {
-        EXPECT_EXIT(
-            {
-                if (make().init(service) && logs(line)) raise(SIGKILL);
-                _exit(1);
-            },
-            testing::KilledBySignal(SIGKILL), "");
+        EXPECT_EXIT(if (make().init(service) && logs(line)) raise(SIGKILL),
+                    testing::KilledBySignal(SIGKILL), "");
     };
     sim::Attributes::Faults faults;
     faults.pollError = EINTR;
@@ -145,9 +137,7 @@ TEST_F(GpuTest, EndsWithItsOwnerOrItsTimestamp) {
     expectEnd("pelto hashid poll error");
     phone().gpu().makeUnreadable(Gpu::kTimestamp);
     expectEnd("gpu timestamp file open failed,error -1, Permission denied");
-}
 
-TEST_F(GpuTest, AThreadThatCannotBeCreatedIsASystemError) {
     pthread_attr_t endless;
     pthread_attr_init(&endless);
     pthread_attr_setstacksize(&endless, SIZE_MAX / 4 * 3);
@@ -161,30 +151,28 @@ TEST_F(GpuTest, AnEventIsOnePassAllowedOrNot) {
     start();
     EXPECT_EQ(2, polls()) << "an attribute never read is ready";
     EXPECT_EQ(1, dumpOpens());
-    fault("h", "x", "5\n", "1\n");
-    settle();
-    EXPECT_EQ(3, polls());
-    EXPECT_EQ(1, dumpOpens());
-    EXPECT_THAT(logLines(kTag), ElementsAre());
-    fault("h", "x", "0\n");
-    settle();
-    EXPECT_EQ(4, polls());
-    EXPECT_EQ(2, dumpOpens()) << "acknowledged without a collection";
-    fault("h", "x", "");
-    settle();
-    EXPECT_THAT(logLines(kTag), ElementsAre("pelto hashid read error 2, hashchar[0]=0",
-                                            "pelto hashid read error 0, hashchar[0]="));
+    int passes = 2, acknowledged = 1;
+    const std::pair<const char*, const char*> cases[] = {
+        {"5\n", "1\n"}, {"0\n", "0\n"}, {"", "0\n"}};
+    for (const auto& [timestamp, control] : cases) {
+        fault("h", "x", timestamp, control);
+        settle();
+        EXPECT_EQ(++passes, polls());
+        EXPECT_EQ(acknowledged += *control == '0', dumpOpens()) << "also without a collection";
+    }
+    EXPECT_EQ(
+        "D pelto hashid read error 2, hashchar[0]=0\nD pelto hashid read error 0, hashchar[0]=\n",
+        said(kTag));
     collect("h");
     EXPECT_EQ(6, polls());
-    EXPECT_EQ(5, dumpOpens());
+    EXPECT_EQ(4, dumpOpens() - 1) << "one of them the copy";
     EXPECT_EQ(1, monitor->getFileCount());
 }
 
 TEST_F(GpuTest, CollectsAFaultIntoOneArchive) {
     start();
     collect("5a1f0c", "snapshot");
-    const std::string name = "gpudump@5a1f0c@" + kVersion + "@_2024-03-05_14-07-09",
-                      path = kArchives + name;
+    const std::string name = named("5a1f0c"), path = kArchives + name;
     EXPECT_THAT(commands(), ElementsAre("/system/bin/dmesg > " + path + "_dmesg1.txt",
                                         "logcat -d -v threadtime > " + path + "_android1.txt",
                                         "/system/bin/dmesg > " + path + "_dmesg2.txt",
@@ -194,83 +182,50 @@ TEST_F(GpuTest, CollectsAFaultIntoOneArchive) {
                                         "rm -rf " + path + "*.txt", "rm -rf " + path + "*.snap"));
     EXPECT_THAT(names(kArchives), ElementsAre(name + ".tar.gz"));
     EXPECT_EQ("snapshot", packed(name + ".tar.gz", ".snap"));
-    const std::string feedback = "EventID,410,Reason,5a1f0c";
-    for (const char* log : {"_android1.txt", "_android2.txt"}) {
-        EXPECT_THAT(packed(name + ".tar.gz", log),
-                    testing::HasSubstr(" D KelvoGpuMinidump: " + feedback + "\n"));
-    }
-    EXPECT_THAT(service->events, ElementsAre(kEvent + "5a1f0c"));
-    EXPECT_THAT(logLines(kTag), ElementsAre(feedback));
+    EXPECT_THAT(packed(name + ".tar.gz", "_android1.txt"),
+                testing::HasSubstr(" D KelvoGpuMinidump: EventID,410,Reason,5a1f0c\n"));
     EXPECT_EQ(
         "101286\t134600\tgpuGrivoEvents\trenderthreadNoDraw\t1709647629000\t0\t3\tgpuMinidump\n",
         phone().stats().read());
     std::string comm;
-    std::ifstream("/proc/self/task/" + std::to_string(log().front().tid) + "/comm") >> comm;
+    std::ifstream("/proc/self/task/" + std::to_string(log().back().tid) + "/comm") >> comm;
     EXPECT_EQ("KelvoGpuMinidum", comm);
-}
-
-TEST_F(GpuTest, TheArchiveHoldsTheDevicesBytes) {
-    start();
-    const size_t kMost = 41951232;
-    for (const size_t size :
-         {size_t{0}, size_t{1}, size_t{4095}, size_t{4096}, size_t{4097}, kMost, kMost + 1}) {
-        const std::string snapshot = Gpu::snapshotOf(size);
-        collect("h", snapshot);
-        const std::string archive = names(kArchives).at(0);
-        EXPECT_TRUE(snapshot.substr(0, kMost) == packed(archive, ".snap")) << size;
-        unlink(host(archive).c_str());
-    }
+    EXPECT_EQ(reported("5a1f0c"), said(kTag));
 }
 
 TEST_F(GpuTest, IdsAreUsedAsRead) {
     start();
-    file(kArchives + "keep", "");
-    file(kArchives + "gpudump@a/b", "");  // a directory for the ids that lead through one
-    const Texts before = names("/data");
-    struct Case {
-        std::string timestamp, hashId, id;
-    };
     const std::string digits(64, '7');
-    int collected = 0;
-    for (const Case& c : {Case{"77\n", "", "77"},
-                          {digits, "", digits.substr(1)},
-                          {"\n", "", ""},
-                          {"7\n", digits + "8", digits},
-                          {"7\n", "a/../../../../../../x", "a/../../../../../../x"},
-                          {"7\n", "h\n", "h\n"},
-                          {"7\n", "a b", "a b"},
-                          {"7\n", "a/*", "a/*"},
-                          {"7\n", "a;b|c&$(d)`e`>f", "a;b|c&$(d)`e`>f"}}) {
-        collect(c.hashId, "x", c.timestamp);
-        EXPECT_EQ(kEvent + c.id, service->events.back());
-        EXPECT_EQ(0u, commands().back().find("rm -rf " + kArchives + "gpudump@" + c.id + "@" +
-                                             kVersion + "@_"));
-        EXPECT_EQ(++collected, monitor->getFileCount());
-        EXPECT_EQ(before, names("/data"));
-        EXPECT_TRUE(exists(kArchives + "keep"));
+    using Case = std::array<std::string, 3>;  // timestamp, hash id, and the id made of them
+    std::vector<Case> cases{
+        {"77\n", "", "77"}, {digits, "", digits.substr(1)}, {"\n"}, {"7\n", digits + "8", digits}};
+    for (const char* id : {"a/../../../../../../x", "h\n", "a b", "a/*", "a;b|c&$(d)`e`>f"})
+        cases.push_back({"7\n", id, id});
+    for (const auto& [timestamp, hashId, id] : cases) {
+        forgetLog();
+        collect(hashId, "x", timestamp);
+        EXPECT_THAT(said(kTag), testing::StartsWith(reported(id)));
+        EXPECT_THAT(commands().back(),
+                    testing::StartsWith("rm -rf " + kArchives + "gpudump@" + id + "@" + kVersion));
     }
-    EXPECT_TRUE(logs("open kelvo dumpfile error: Invalid cross-device link"));
-    EXPECT_NE(0, access((phone().folder() + "/x").c_str(), F_OK));
+    EXPECT_EQ(9, monitor->getFileCount());
 }
 
 TEST_F(GpuTest, TenFaultsInARowTwoOfThemDuringACollection) {
     start();
-    Texts expected;
-    for (int i = 1; i <= 8; ++i) {
-        expected.push_back(kEvent + std::to_string(i));
-        i < 8 ? collect(std::to_string(i)) : fault("8");
-    }
+    for (int i = 1; i <= 7; ++i) collect(std::to_string(i));
+    fault("8");
     ASSERT_TRUE(waitForSleepers(1));
     fault("9");
     fault("10");  // before anybody has looked at the ninth
     pause();
-    expected.push_back(kEvent + "10");
     ASSERT_TRUE(logs("EventID,410,Reason,10"));
     pause();
     settle();
-    EXPECT_EQ(expected, service->events);
+    std::string expected;
+    for (const char* id : {"1", "2", "3", "4", "5", "6", "7", "8", "10"}) expected += reported(id);
+    EXPECT_EQ(expected, said(kTag));
     EXPECT_EQ(9, monitor->getFileCount());
-    EXPECT_EQ(9u, names(kArchives).size());
     EXPECT_EQ(11, polls());
 
     collect("11");
@@ -298,9 +253,8 @@ TEST_F(GpuTest, ADeviceThatFailsDoesNotSpin) {
     const int before = polls();
     phone().gpu().vanish();
     int seconds = 0;
-    const std::string gone =
-        "gpu minidump control openfile error No such file or directory, sleep for a while!";
-    for (; !logged(ANDROID_LOG_DEBUG, kTag, gone, 5); ++seconds) pause(1s);
+    const std::string gone = "D KelvoGpuMinidump: gpu minidump control openfile error ";
+    for (; !logged(gone + "No such file or directory, sleep for a while!", 5); ++seconds) pause(1s);
     EXPECT_LE(polls(), before + seconds);
 }
 
@@ -310,39 +264,23 @@ TEST_F(GpuTest, WhatFailsIsLoggedAndTheRestCollected) {
     phone().gpu().makeUnreadable(Gpu::kDump);
     phone().shell().fail("chmod", 3);
     collect("h");
-    const std::string archive = "gpudump@9@" + kVersion + "@_2024-03-05_14-07-09.tar.gz";
-    EXPECT_THAT(
-        logLines(kTag),
-        ElementsAre("snapshot_hashid file open failed,error -1, Permission denied",
-                    "EventID,410,Reason,9", "open platform dumpfile error: Permission denied",
-                    "cmds: chmod 0777 " + kArchives + archive + ", 768",
-                    "fopen platform dumpfile error=Permission denied"));
+    const std::string archive = named("9") + ".tar.gz";
+    const std::string chmod = "D cmds: chmod 0777 " + kArchives + archive + ", 768\n";
+    EXPECT_EQ("D snapshot_hashid file open failed,error -1, Permission denied\n" + reported("9") +
+                  "D open platform dumpfile error: Permission denied\n" + chmod +
+                  "D fopen platform dumpfile error=Permission denied\n",
+              said(kTag));
     EXPECT_NE("", packed(archive, "_android2.txt"));
     EXPECT_EQ("", phone().stats().read());
     phone().gpu().appear();
-
-    // A full disk: no file takes a byte.
-    signal(SIGXFSZ, SIG_IGN);
-    const struct rlimit none = {0, RLIM_INFINITY}, all = {RLIM_INFINITY, RLIM_INFINITY};
-    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &none));
-    collect("full");
-    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &all));
-    EXPECT_THAT(logLines(kTag), testing::Contains(testing::StartsWith("cmds: tar")));
 
     const std::string gone = phone().fsDir() + "/gone";
     ASSERT_EQ(0, rename(host("").c_str(), gone.c_str()));
     collect("missing");
     monitor->removefile();
+    EXPECT_TRUE(logs("open kelvo dumpfile error: No such file or directory"));
     EXPECT_TRUE(logs("removefile opendir failed, error=No such file or directory"));
-    EXPECT_EQ(3, monitor->getFileCount());
-    ASSERT_EQ(0, rename(gone.c_str(), host("").c_str()));
-
-    phone().gpu().vanishAfter(10000);
-    fault("half", Gpu::snapshotOf(20000));
-    pause();
-    EXPECT_TRUE(logs("fopen platform dumpfile error=No such file or directory"));
-    EXPECT_EQ(Gpu::snapshotOf(10000),
-              packed("gpudump@half@" + kVersion + "@_2024-03-05_14-08-09.tar.gz", ".snap"));
+    EXPECT_EQ(2, monitor->getFileCount()) << "counted all the same";
 }
 
 TEST_F(GpuTest, PrunesWhatIsNamedAnArchiveAmongTheFirstTwentyEntries) {
@@ -351,20 +289,15 @@ TEST_F(GpuTest, PrunesWhatIsNamedAnArchiveAmongTheFirstTwentyEntries) {
     mkdir(host("keep1.tar.gz").c_str(), 0700);
     mknod(host("keep2.tar.gz").c_str(), S_IFSOCK | 0600, 0);  // has a directory's bit too
     mknod(host("fifo.tar.gz").c_str(), S_IFIFO | 0600, 0);
-    monitor->removefile();
-    EXPECT_EQ((Texts{"keep.gz", "keep.tar", "keep1.tar.gz", "keep2.tar.gz"}), names(kArchives));
-    int count = -4;
-    EXPECT_EQ(count, monitor->getFileCount());
-
+    int count = 0;
     for (const int archives : {0, 12, 25, 1000}) {
         for (int i = 0; i < archives; ++i) file(kArchives + std::to_string(i) + ".tar.gz", "");
         Texts expected = names(kArchives);
         DIR* directory = opendir(host("").c_str());
-        for (int i = 0; i < 20; ++i) {
-            const dirent* entry = readdir(directory);
-            const std::string name = entry == nullptr ? "." : entry->d_name;
-            if (name[0] == '.' || name[0] == 'k') continue;
-            expected.erase(std::find(expected.begin(), expected.end(), name));
+        const dirent* entry = readdir(directory);
+        for (int i = 0; i < 20 && entry != nullptr; ++i, entry = readdir(directory)) {
+            if (strchr(".k", entry->d_name[0]) != nullptr) continue;
+            expected.erase(std::find(expected.begin(), expected.end(), entry->d_name));
             --count;
         }
         closedir(directory);
@@ -374,7 +307,15 @@ TEST_F(GpuTest, PrunesWhatIsNamedAnArchiveAmongTheFirstTwentyEntries) {
     }
 }
 
-TEST_F(GpuTest, CopiesBlocksOverWhatIsThere) {
+TEST_F(GpuTest, CopiesTheDevicesBlocksOverWhatIsThere) {
+    const size_t kMost = 41951232;
+    for (const size_t size :
+         {size_t{0}, size_t{1}, size_t{4095}, size_t{4096}, size_t{4097}, kMost, kMost + 1}) {
+        const std::string path = "/data/" + std::to_string(size), snapshot = Gpu::snapshotOf(size);
+        fault("", snapshot);
+        EXPECT_TRUE(KelvoGpuMinidump::copyDumpFile(path.c_str()));
+        EXPECT_TRUE(snapshot.substr(0, kMost) == contents(path)) << size;
+    }
     fault("", "new");
     file("/data/copy", "older text");
     EXPECT_TRUE(KelvoGpuMinidump::copyDumpFile("/data/copy"));
@@ -396,16 +337,11 @@ TEST_F(GpuTest, TimeAndVersionWantSixtyFourBytes) {
     KelvoGpuMinidump::getOtaVersion(nullptr, 64);
     KelvoGpuMinidump::getOtaVersion(text, 63);
     EXPECT_STREQ("kept", text);
-    EXPECT_TRUE(logged(ANDROID_LOG_ERROR, kTag, "Invalid time buffer"));
-    EXPECT_TRUE(logged(ANDROID_LOG_ERROR, kTag, "getOtaVersion buf is null", 2));
-    EXPECT_EQ(0, KelvoGpuMinidump::getCurrentTime(text, 64));
-    EXPECT_STREQ("_2024-03-05_14-07-09", text);
+    EXPECT_TRUE(logged("E KelvoGpuMinidump: Invalid time buffer"));
+    EXPECT_TRUE(logged("E KelvoGpuMinidump: getOtaVersion buf is null", 2));
     setReadOnly("ro.build.version.ota", std::string(91, 'v'));
     KelvoGpuMinidump::getOtaVersion(text, 64);
     EXPECT_EQ(std::string(63, 'v'), text);
-    advance(-1709647629s);
-    EXPECT_EQ(-1, KelvoGpuMinidump::getCurrentTime(text, 64));
-    EXPECT_TRUE(logged(ANDROID_LOG_ERROR, kTag, "Unable to get time"));
 }
 
 }  // namespace

@@ -1,202 +1,310 @@
-// What the channel sends, how it is set up, and how that fails.
+// The channel to the audio kernel module: what it sends, how its set-up fails, which frames it
+// takes and how it bears many.
 #include <fcntl.h>
+#include <gmock/gmock.h>
+#include <malloc.h>
 
-#include <set>
-#include <thread>
+#include <algorithm>
+#include <mutex>
 
-#include "kernel/testing/channel_fixture.h"
+#include "kernel/GenlFrame.h"
+#include "kernel/KelvoAudioKernelNativeCom.h"
+#include "sim/generic_netlink.h"
+#include "sim/hex.h"
 #include "sim/log.h"
+#include "tests/support/phone_test.h"
 
 namespace android {
 namespace {
 
-using AudioChannelTest = ChannelTest;
+using Channel = KelvoAudioKernelNativeCom;
+using Kernel = sim::GenericNetlink;
+constexpr char kTag[] = "KelvoAudioKernelNativeCom";
+
+template <typename T>
+std::string hexOf(const T& value) {
+    return sim::hexOf({reinterpret_cast<const char*>(&value), sizeof(value)});
+}
+
+// In hex, with the port id of this process's channel in the place of "@".
+std::string packed(std::string frame) {
+    frame.replace(frame.find('@'), 1, hexOf(static_cast<uint32_t>(getpid()) + 100000));
+    return sim::hexOf(sim::bytesOfHex(frame));
+}
+
+// A channel to the simulated kernel, whose hook logs in hex what it gets.
+class AudioChannelTest : public PhoneTest {
+  protected:
+    Kernel& kernel() { return phone().netlink(); }
+
+    // Runs a channel; returns once it has sent `messages` to the kernel. It is never destroyed, as
+    // its thread may run on, or its socket's number be another's.
+    void start(size_t messages = 2, Channel::Hook hook = &show) {
+        static auto& kept = *new std::vector<sp<Channel>>;
+        channel = kept.emplace_back(new Channel(&owner, "knl_nt_com", hook));
+        const size_t before = kernel().received().size();
+        ASSERT_EQ(OK, channel->run("kelvo_audio_mic_check"));
+        ASSERT_TRUE(kernel().waitReceived(before + messages));
+    }
+    // As the fixture's, each message with a newline of its own.
+    std::string said() { return PhoneTest::said(kTag); }
+    // What the running channel and its hook say to a datagram. They have done with it when a
+    // second, known one has been through.
+    std::string answer(const std::string& datagram) {
+        said();
+        kernel().pushRaw(datagram);
+        EXPECT_TRUE(push(99));
+        EXPECT_TRUE(waitLogged(ANDROID_LOG_DEBUG, kTag, "hook ret=1 \n"));
+        const std::string lines = said();
+        return lines.substr(0, lines.find("D recv cmd=0, len=3, payload:99\n"));
+    }
+    static std::string refused(int received, int type, bool badLength, unsigned claimed) {
+        return "E [ERROR]: recv err, rcv_len is " + std::to_string(received) +
+               ", msg.n_hd.nlmsg_type is " + std::to_string(type) +
+               ",!NLMSG_OK((&msg.n_hd), rcv_len) is " + std::to_string(badLength) +
+               " , msg.n_hd.nlmsg_len is " + std::to_string(claimed) + "\n\n";
+    }
+    // The packet is made of so many bytes of frame()'s data, and zeros.
+    static std::string taken(int count) {
+        kernel_to_native_packet packet{};
+        memcpy(&packet, &frame(0)[24], static_cast<size_t>(count));
+        return "D recv cmd=" + std::to_string(packet.cmd) +
+               ", len=" + std::to_string(static_cast<int32_t>(packet.len)) +
+               ", payload:" + packet.payload + "\n\nI " + hexOf(packet) + "\nD hook ret=0 \n\n";
+    }
+    // A frame of 276 bytes with its header as given and the data "abc..." of a negative length.
+    static std::string frame(uint32_t nlmsgLen, uint16_t nlaLen = 256, uint16_t nlaType = 1,
+                             uint16_t type = 28) {
+        GenlFrame frame{{nlmsgLen, type, 0, 0, 0}, {}, {nlaLen, nlaType}, {}};
+        for (int i = 0; i < 252; ++i) frame.data[i] = static_cast<char>(i == 7 ? -1 : 'a' + i % 26);
+        return {reinterpret_cast<const char*>(&frame), sizeof(frame)};
+    }
+    static bool show(void* given, kernel_to_native_packet* packet) {
+        EXPECT_EQ(&owner, given);
+        __android_log_print(ANDROID_LOG_INFO, kTag, "%s", hexOf(*packet).c_str());
+        return strcmp(packet->payload, "99") == 0;
+    }
+    bool push(int number) {
+        return kernel().push(0, std::to_string(number)) == Kernel::Pushed::kQueued;
+    }
+
+    static inline int owner = 0;
+    sp<Channel> channel;
+};
 
 TEST_F(AudioChannelTest, LooksUpTheFamilyRegistersAndReceives) {
     start();
-    EXPECT_EQ(packed("24000000 1000 0100 00000000" + portId() +
-                     "03 01 0000 1000 0200 6175645f6b6e6c5f6e74 0000"),
+    EXPECT_EQ(packed("24000000 1000 0100 00000000 @ 03 01 0000 10000200 6175645f6b6e6c5f6e74 0000"),
               sim::hexOf(kernel().received()[0]));
-    EXPECT_EQ(packed("24000000 1c00 0100 00000000" + portId() +
-                     "01 01 0000 1000 0100 6b6e6c5f6e745f636f6d 0000"),
+    EXPECT_EQ(packed("24000000 1c00 0100 00000000 @ 01 01 0000 10000100 6b6e6c5f6e745f636f6d 0000"),
               sim::hexOf(kernel().received()[1]));
-    kernel().push(1, "257");
+    kernel().push(1, "abcdefghijklmnopqrstu");
     EXPECT_TRUE(waitLogged(ANDROID_LOG_DEBUG, kTag, "hook ret=0 \n"));
-    Texts lines = logLines(kTag);
-    ASSERT_EQ(6u, lines.size());
-    EXPECT_EQ(0u, lines[2].find("threadLoop: mGenlFd=")) << lines[2];
-    lines[2].erase(0, lines[2].find(','));
-    EXPECT_EQ(
-        (Texts{"audio kernel native genetlink module:knl_nt_com\n",
-               "nlmsg_type 16, genl_cmd 3, nla_type 2, nla_data=aud_knl_nt\n", ", mFamilyId=28\n",
-               "nlmsg_type 28, genl_cmd 1, nla_type 1, nla_data=knl_nt_com\n",
-               "recv cmd=1, len=4, payload:257\n", "hook ret=0 \n"}),
-        lines);
+    EXPECT_THAT(said(), testing::MatchesRegex(R"(D audio kernel native genetlink module:knl_nt_com
+
+D nlmsg_type 16, genl_cmd 3, nla_type 2, nla_data=aud_knl_nt
+
+D threadLoop: mGenlFd=[0-9]+, mFamilyId=28
+
+D nlmsg_type 28, genl_cmd 1, nla_type 1, nla_data=knl_nt_com
+
+D recv cmd=1, len=22, payload:abcdefghijklmnopqrstu
+
+I 01000000160000006162[0-9a-f]+
+D hook ret=0 
+
+)"));
 }
 
 TEST_F(AudioChannelTest, SendsWhatFitsWithTheLengthsTheModuleExpects) {
     start();
-    const std::string text(300, 'x');
-    const auto sent = [&](int32_t len) {
-        const size_t before = kernel().received().size();
-        const int32_t result = channel->sendToKernelMsg(7, 5, text.data(), len);
-        EXPECT_TRUE(kernel().waitReceived(before + 1));
-        EXPECT_EQ(kernel().received().back().size(), static_cast<size_t>(result));
-        return sim::hexOf(kernel().received().back());
-    };
-    const std::string middle = packed("1c00 0100 00000000" + portId() + "07 01 0000");
-    EXPECT_EQ("1c000000" + middle + packed("0600 0500 00000000"), sent(1));
-    EXPECT_EQ("1c000000" + middle + packed("0800 0500 78780000"), sent(3));
-    EXPECT_EQ("20000000" + middle + packed("0900 0500 78787800 00000000"), sent(4));
-    const std::string most =
-        "14010000" + middle + "00010500" + sim::hexOf(std::string(250, 'x')) + "0000";
-    for (const int32_t len : {251, 252, 300}) {
-        EXPECT_EQ(most, sent(len));
-        EXPECT_EQ(len > 251, logged(ANDROID_LOG_ERROR, kTag,
-                                    "[ERROR]: data len=" + std::to_string(len) + " > 256\n"));
+    const std::string middle = " 1c00 0100 00000000 @ 07 01 0000 ", text(300, 'x'),
+                      sent = text.substr(50),
+                      most = "14010000" + middle + "00010500" + sim::hexOf(sent) + "0000";
+    const std::pair<int32_t, std::string> cases[] = {
+        {1, "1c000000" + middle + "0600 0500 00000000"},
+        {3, "1c000000" + middle + "0800 0500 78780000"},
+        {4, "20000000" + middle + "0900 0500 78787800 00000000"},
+        {251, most},
+        {252, most},
+        {300, most}};
+    size_t count = 2;
+    for (const auto& [len, frame] : cases) {
+        const int32_t result = channel->sendToKernelMsg(7, 5, &text[0], len);
+        ASSERT_TRUE(kernel().waitReceived(++count));
+        EXPECT_EQ(packed(frame), sim::hexOf(kernel().received().back()));
+        EXPECT_EQ(packed(frame).size(), 2 * static_cast<size_t>(result));
+        const std::string cut = "[ERROR]: data len=" + std::to_string(len) + " > 256\n";
+        EXPECT_EQ(len > 251, logged(ANDROID_LOG_ERROR, kTag, cut));
     }
-    EXPECT_TRUE(logged(ANDROID_LOG_DEBUG, kTag,
-                       "nlmsg_type 28, genl_cmd 7, nla_type 5, nla_data=" + text.substr(50) + "\n",
-                       3));
+    const std::string line = "nlmsg_type 28, genl_cmd 7, nla_type 5, nla_data=" + sent + "\n";
+    EXPECT_TRUE(logged(ANDROID_LOG_DEBUG, kTag, line, 3));
     EXPECT_EQ(-22, channel->sendToKernelMsg(7, 5, nullptr, 3));
-    EXPECT_EQ(-22, channel->sendToKernelMsg(7, 5, text.data(), 0));
+    EXPECT_EQ(-22, channel->sendToKernelMsg(7, 5, &text[0], 0));
     EXPECT_TRUE(logged(ANDROID_LOG_ERROR, kTag, "[ERROR]: sendGenlMsg param invalid\n", 2));
-    // The kernel says that it knows no such command; what it says at length comes cut.
-    EXPECT_TRUE(waitLogged(ANDROID_LOG_ERROR, kTag, recvError(48, 2, false, 48), 2));
-    EXPECT_TRUE(waitLogged(ANDROID_LOG_ERROR, kTag, recvError(276, 2, true, 296), 3));
 }
 
-TEST_F(AudioChannelTest, AnObjectWithoutAModuleNameDoesNothing) {
-    const std::string name(63, 'm');
-    const auto linesOf = [&](const char* module) {
-        forgetLog();
-        const sp<Channel> idle = new Channel(this, module, &note);
-        if (module != name.c_str() + 1) idle->run("kelvo_audio_mic_check");
+TEST_F(AudioChannelTest, AChannelWithoutASocketDoesNothing) {
+    start();
+    const std::string name(63, 'm'), made = "D audio kernel native genetlink module:";
+    const std::pair<const char*, std::string> cases[] = {
+        {nullptr, "E [ERROR]: module is null\n\n"},
+        {&name[0], "E [ERROR]: module length exceeds limit\n\n"},
+        {&name[1], made + &name[1] + "\n\n"},  // and not yet run
+        {"other", made + "other\n\nE [ERROR]: bind  socket err: Address already in use\n\n" +
+                      "E [ERROR]: create or bind Netlink socket err \n\n"}};
+    for (const auto& [module, lines] : cases) {
+        said();
+        const sp<Channel> idle = new Channel(&owner, module, &show);
+        if (module != &name[1]) idle->run("kelvo_audio_mic_check");
         idle->join();
         EXPECT_EQ(-22, idle->sendToKernelMsg(1, 1, "x", 2));
         EXPECT_EQ(0, idle->getFamilyId());
         EXPECT_EQ(-22, idle->recvGenlMsg());
-        return logLines(kTag);
-    };
-    Texts lines{"[ERROR]: module is null\n", "[ERROR]: sendToKernelMsg param invalid\n",
-                "[ERROR]: sendGenlMsg param invalid\n", "[ERROR]: send_cmd err, ret is -22 \n",
-                "[ERROR]: recvGenlMsg param invalid\n"};
-    EXPECT_EQ(lines, linesOf(nullptr));
-    lines[0] = "[ERROR]: module length exceeds limit\n";
-    EXPECT_EQ(lines, linesOf(name.c_str()));
-    lines[0] = "audio kernel native genetlink module:" + name.substr(1) + "\n";
-    EXPECT_EQ(lines, linesOf(name.c_str() + 1)) << "not running yet";
+        EXPECT_EQ(-1, idle->createGenlSocket(17));
+        EXPECT_EQ(lines + R"(E [ERROR]: sendToKernelMsg param invalid
+
+E [ERROR]: sendGenlMsg param invalid
+
+E [ERROR]: send_cmd err, ret is -22 
+
+E [ERROR]: recvGenlMsg param invalid
+
+E [ERROR]: create_nl_socket  socket err: Protocol not supported
+
+)",
+                  said());
+    }
 }
 
 TEST_F(AudioChannelTest, EndsItsThreadWhenTheFamilyIsNotFound) {
-    const std::string name = "0f00 0200 6175645f6b6e6c5f6e7400 00", id = "0600 0100 1c00 0000";
-    const auto reply = [](const std::string& attributes) {
-        return "2c000000 1000 0000 00000000 00000000 01020000" + attributes;
-    };
     const auto refused = [](int length, int type, int badLength) {
-        return "[ERROR]: recv err, rep_len is " + std::to_string(length) +
+        return "E [ERROR]: recv err, rep_len is " + std::to_string(length) +
                ", msg.n_hd.nlmsg_type is " + std::to_string(type) + ", NLMSG_OK((&msg.n_hd) is " +
-               std::to_string(badLength) + " \n";
+               std::to_string(badLength) + " \n\n";
     };
-    const std::string whole = packed(reply(name + id));
+    const std::string name = "0f0002006175645f6b6e6c5f6e740000", id = "060001001c000000",
+                      head = "2c00000010000000000000000000000001020000", after = head.substr(2);
     const std::pair<std::string, std::string> cases[] = {
         // the reply, and the line if it has one
-        {"24000000 0200" + std::string(60, '0'), refused(36, 2, 0)},
-        {whole.substr(0, 30), refused(15, 16, 1)},
-        {whole.substr(0, 86), refused(43, 16, 1)},
-        {"0f" + whole.substr(2), refused(44, 16, 1)},
-        {"2d" + whole.substr(2), refused(44, 16, 1)},
-        {reply(id + name), ""},  // in another order, without an id, with an id of 0
-        {reply(name + "0600 0300 1c00 0000"), ""},
-        {reply(name + "0600 0100 0000 0000"), ""},
-        {reply("0000" + name.substr(4) + id), ""},  // leading nowhere, or out
-        {reply("0300" + name.substr(4) + id), ""},
-        {reply("1300" + name.substr(4) + id), ""},
-        {reply("ffff" + name.substr(4) + id), ""},
-        {"10000000 1000 0000 00000000 00000000", ""},
-        {"28000000" + whole.substr(8, 72), ""},
-    };
-    kernel().setAnswer(sim::GenericNetlink::Answer::kNothing);
-    for (const auto& [bytes, line] : cases) {
+        {"", refused(56, 2, 0)},  // the kernel's own
+        {head.substr(0, 30), refused(15, 16, 1)},
+        {head + name + id.substr(0, 14), refused(43, 16, 1)},
+        {"0f" + after + name + id, refused(44, 16, 1)},
+        {"2d" + after + name + id, refused(44, 16, 1)},
+        {head + id + name, ""},  // in another order, without an id, with an id of 0
+        {head + name + "060003001c000000", ""},
+        {head + name + "0600010000000000", ""},
+        {head + "0000" + name.substr(4) + id, ""},  // leading nowhere, or out
+        {head + "0300" + name.substr(4) + id, ""},
+        {head + "1300" + name.substr(4) + id, ""},
+        {head + "ffff" + name.substr(4) + id, ""},
+        {"10000000" + head.substr(8, 24), ""},
+        {"28" + after + name + id.substr(0, 8), ""}};
+    for (const auto& [reply, line] : cases) {
+        kernel().setAnswer(reply.empty() ? Kernel::Answer::kNoFamily : Kernel::Answer::kNothing);
         start(1);
-        forgetLog();
-        EXPECT_TRUE(channel->isRunning()) << "waits for an answer";
-        kernel().pushRaw(sim::bytesOfHex(bytes));
+        if (!reply.empty()) kernel().pushRaw(sim::bytesOfHex(reply));
         channel->join();
-        Texts expected{line, "[ERROR]: get_family_id err\n"};
-        if (line.empty()) expected.erase(expected.begin());
-        EXPECT_EQ(expected, logLines(kTag)) << bytes;
+        EXPECT_THAT(said(), testing::EndsWith("nla_data=aud_knl_nt\n\n" + line +
+                                              "E [ERROR]: get_family_id err\n\n"))
+            << reply;
+        EXPECT_EQ(-1, channel->sendGenlMsg(16, 1, 1, "x", 2)) << "not -22, it keeps the number";
     }
-    start(1);  // the answer comes late, and ends behind the id
-    kernel().pushRaw(sim::bytesOfHex("2a" + whole.substr(2, 82)));
-    EXPECT_TRUE(waitLogged(ANDROID_LOG_DEBUG, kTag,
-                           "nlmsg_type 28, genl_cmd 1, nla_type 1, nla_data=knl_nt_com\n"));
+    start(1);  // an answer that comes late, and ends behind the id
     EXPECT_TRUE(channel->isRunning());
+    kernel().pushRaw(sim::bytesOfHex("2a" + after + name + id.substr(0, 12)));
+    EXPECT_TRUE(kernel().waitRegistered(kPatience));
 }
 
-TEST_F(AudioChannelTest, EndsItsThreadWithoutASocket) {
-    start();
-    forgetLog();
-    const sp<Channel> second = made("other");
-    second->run("kelvo_audio_mic_check");
-    second->join();
-    EXPECT_EQ((Texts{"audio kernel native genetlink module:other\n",
-                     "[ERROR]: bind  socket err: Address already in use\n",
-                     "[ERROR]: create or bind Netlink socket err \n"}),
-              logLines(kTag));
-    EXPECT_EQ(-1, second->createGenlSocket(17));
-    EXPECT_TRUE(logged(ANDROID_LOG_ERROR, kTag,
-                       "[ERROR]: create_nl_socket  socket err: Protocol not supported\n"));
-}
-
-TEST_F(AudioChannelTest, EndsItsThreadWhenTheRegistrationCannotBeSent) {
+TEST_F(AudioChannelTest, AfterAFailedRegistrationTheSocketsNumberIsClosedAgainAtTheEnd) {
+    int fd = -1;
+    std::string lines;
     // Takes the socket away between the two messages, on the channel's own thread.
-    Texts lines;
     phone().log().observe([&](const sim::Log::Record& record) {
         const std::string line(record.message);
-        int fd = -1;
-        if (sscanf(line.c_str(), "threadLoop: mGenlFd=%d", &fd) == 1) close(fd);
-        lines.push_back(line);
+        if (sscanf(line.c_str(), "threadLoop: mGenlFd=%d", &fd) == 1) dup2(STDERR_FILENO, fd);
+        lines += sim::Log::letter(record.priority) + (" " + line);
     });
-    const sp<Channel> failing = made("knl_nt_com");
+    sp<Channel> failing = new Channel(&owner, "knl_nt_com", &show);
     failing->run("kelvo_audio_mic_check");
     failing->join();
     phone().log().observe(nullptr);
-    EXPECT_EQ((Texts{"[ERROR]: sendto failed\n", "[ERROR]: sendGenlMsg cmd 1 err ,ret is -1 \n"}),
-              (Texts{lines.end() - 2, lines.end()}));
-}
-
-// The numbers of this process's open descriptors.
-std::set<int> openNumbers() {
-    std::set<int> open;
-    for (int fd = 0; fd < 256; ++fd) {
-        if (fcntl(fd, F_GETFD) >= 0) open.insert(fd);
-    }
-    return open;
-}
-
-TEST_F(AudioChannelTest, AFailedSetUpKeepsTheSocketsNumber) {
-    const std::set<int> before = openNumbers();
-    kernel().setAnswer(sim::GenericNetlink::Answer::kNothing);
-    auto* const failing = new Channel(this, "knl_nt_com", &note);
-    sp<Channel> owner = failing;
-    failing->run("kelvo_audio_mic_check");
-    ASSERT_TRUE(kernel().waitReceived(1));
-    const std::set<int> during = openNumbers();
-    kernel().pushRaw("not a family");
-    failing->join();
-    EXPECT_EQ(-1, failing->sendGenlMsg(16, 1, 1, "x", 2)) << "not -22, it has a number";
-    EXPECT_TRUE(logged(ANDROID_LOG_ERROR, kTag, "[ERROR]: sendto failed\n"));
+    EXPECT_THAT(lines, testing::EndsWith("E [ERROR]: sendto failed\n"
+                                         "E [ERROR]: sendGenlMsg cmd 1 err ,ret is -1 \n"));
+    EXPECT_EQ(-1, fcntl(fd, F_GETFD)) << "closed";
+    dup2(STDERR_FILENO, fd);  // the number is another's by now
+    failing.clear();
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
-    while (openNumbers() != before || failing->getStrongCount() > 1) {
-        ASSERT_LT(std::chrono::steady_clock::now(), deadline);
-        std::this_thread::yield();
+    while (fcntl(fd, F_GETFD) >= 0) ASSERT_LT(std::chrono::steady_clock::now(), deadline);
+}
+
+TEST_F(AudioChannelTest, TakesAFrameForWhatItsLengthsAndTypesSay) {
+    start();
+    for (unsigned size = 0; size <= 276; ++size) {
+        const int got = static_cast<int>(size);
+        // What the attribute claims beyond the bytes is zero.
+        std::string expected = taken(std::max(got, 24) - 24);
+        if (size < 23) expected = "E [ERROR]:p_na->nla_type err ,0\n\n";
+        if (size < 16) expected = refused(got, size > 4 ? 28 : 0, true, size);
+        EXPECT_EQ(expected, answer(frame(size).substr(0, size))) << size;
+        if (size < 16 || size == 276) continue;
+        EXPECT_EQ(refused(got, 28, true, 276), answer(frame(276).substr(0, size)));
     }
-    for (const int fd : during) {
-        if (before.count(fd) == 0) dup2(STDERR_FILENO, fd);  // both ends' numbers are used again
+    for (const unsigned claimed : {0u, 15u, 277u, 0x80000000u, 0xffffffffu})
+        EXPECT_EQ(refused(276, 28, true, claimed), answer(frame(claimed)));
+    EXPECT_EQ(refused(276, 28, true, 280), answer(frame(280) + "more")) << "cut as a datagram";
+    EXPECT_EQ(refused(276, 2, false, 276), answer(frame(276, 256, 1, NLMSG_ERROR)));
+    for (const uint16_t type : {0, 2, 0x8001, 65535}) {
+        const std::string line = "E [ERROR]:p_na->nla_type err ," + std::to_string(type) + "\n\n";
+        EXPECT_EQ(line, answer(frame(276, 1000, type)));
     }
-    owner.clear();
-    EXPECT_EQ(during.size() - 1, openNumbers().size()) << "closed with the channel";
+    for (const uint16_t length : {0, 1, 2, 3, 4, 5, 8, 12, 13, 255, 256, 257, 65535}) {
+        std::string expected = "E [ERROR]:p_na->nla_len = " + std::to_string(length);
+        expected += length < 4 ? " < 4\n\n" : " > 256\n\n";
+        if (length >= 4 && length <= 256) expected = taken(length - 4);
+        EXPECT_EQ(expected, answer(frame(276, length)));
+    }
+    EXPECT_EQ(taken(252), answer(frame(16))) << "the length may stop at the header";
+    EXPECT_EQ(taken(252), answer(frame(276, 256, 1, 3))) << "any type but that of an error";
+    EXPECT_EQ(taken(252), answer(frame(276) + "more"));
+}
+
+// Without a hook messages are only logged.
+TEST_F(AudioChannelTest, AHundredThousandPacketsArriveInOrderAndInTheSameMemory) {
+    start(2, nullptr);
+    size_t early = 0;
+    for (int batch = 0; batch < 1000; ++batch) {
+        std::string expected, last;
+        said();
+        for (int i = 1000; i < 1100; ++i) {
+            ASSERT_TRUE(push(i));
+            last = "recv cmd=0, len=5, payload:" + std::to_string(i) + "\n";
+            expected += "D " + last + "\n";
+        }
+        ASSERT_TRUE(waitLogged(ANDROID_LOG_DEBUG, kTag, last));
+        ASSERT_EQ(expected, said());
+        if (batch == 100) early = mallinfo2().uordblks;
+    }
+    EXPECT_LT(mallinfo2().uordblks, early + 90000) << "a byte a packet would be too much";
+}
+
+TEST_F(AudioChannelTest, WhatASlowHookMissesIsOneFailedReceive) {
+    static std::mutex gate;
+    std::unique_lock<std::mutex> shut(gate);
+    start(2, [](void*, kernel_to_native_packet*) { return std::lock_guard(gate), true; });
+    ASSERT_TRUE(push(0));
+    ASSERT_TRUE(waitLogged(ANDROID_LOG_DEBUG, kTag, "recv cmd=0, len=2, payload:0\n"));
+    int sent = 1;
+    while (push(sent)) ++sent;
+    for (int lost = 0; lost < 1000; ++lost) EXPECT_FALSE(push(-1));
+    shut.unlock();
+    EXPECT_TRUE(waitLogged(ANDROID_LOG_DEBUG, kTag, "hook ret=1 \n", sent));
+    ASSERT_TRUE(push(sent));
+    EXPECT_TRUE(waitLogged(ANDROID_LOG_DEBUG, kTag, "hook ret=1 \n", sent + 1));
+    const std::string lines = said(), failed = refused(-1, 0, true, 0);
+    EXPECT_NE(lines.npos, lines.find(failed));
+    EXPECT_EQ(lines.rfind(failed), lines.find(failed)) << "once";
 }
 
 }  // namespace

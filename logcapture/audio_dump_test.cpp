@@ -2,16 +2,16 @@
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <memory>
 
 #include "logcapture/KelvoAudioDumpsysLogThread.h"
 #include "logcapture/testing/capture_test.h"
-#include "phone/phone.h"
 
 namespace android {
 namespace {
 
 namespace fs = std::filesystem;
+
+constexpr char kDirectory[] = "/data/persist_log/TMP/audio_dumpsys/";
 
 class AudioDumpTest : public CaptureTest {
   protected:
@@ -27,12 +27,6 @@ class AudioDumpTest : public CaptureTest {
         for (int i = 0; i < count; ++i) dumpFile(prefix + std::to_string(i), 7);
     }
     std::string host(const std::string& name) { return phone().fsDir() + kDirectory + name; }
-    std::string firstListed() {
-        const std::unique_ptr<DIR, int (*)(DIR*)> directory(phone::opendir(kDirectory), closedir);
-        const dirent* entry = readdir(directory.get());
-        while (entry->d_type != DT_REG) entry = readdir(directory.get());
-        return entry->d_name;
-    }
     size_t files() { return names(kDirectory).size(); }
     // What the constructor alone asks for.
     std::string prune() {
@@ -42,11 +36,6 @@ class AudioDumpTest : public CaptureTest {
     static std::string removal(const std::string& name) {
         return std::string("rm -rf ") + kDirectory + "/" + name;
     }
-    static bool request(const std::string& type) {
-        return make<KelvoAudioDumpsysLogThread>(type)->threadLoop();
-    }
-
-    static constexpr char kDirectory[] = "/data/persist_log/TMP/audio_dumpsys/";
 };
 
 TEST_F(AudioDumpTest, TheTenthFileCostsTheOldest) {
@@ -57,30 +46,30 @@ TEST_F(AudioDumpTest, TheTenthFileCostsTheOldest) {
     EXPECT_EQ("", prune()) << "directories and links do not count";
     dumpFile("new", 8);
     EXPECT_EQ(removal("old") + "\n", prune());
-    EXPECT_FALSE(exists(kDirectory + std::string("old")));
     EXPECT_EQ("", prune());
     EXPECT_EQ(11u, files());
+
+    dumpFile("$HOME", 1);
+    said();
+    EXPECT_EQ("", prune());
+    fs::rename(host("$HOME"), host("old"));
+    phone().shell().fail("rm", 1);
+    EXPECT_EQ(removal("old") + "\n", prune());
+    EXPECT_EQ(
+        "E isParamInvalid, invalid param!\nD ~KelvoAudioDumpsysLogThread()\n"
+        "D cmds failed: " +
+            removal("old") + ", err=256\nD ~KelvoAudioDumpsysLogThread()\n",
+        said());
 }
 
 TEST_F(AudioDumpTest, OfEqualTimesTheFirstListedGoesOneADump) {
     dumpFiles(1000);
     for (int i = 0; i < 3; ++i) {
-        const std::string first = firstListed();
-        EXPECT_EQ(removal(first) + "\n", prune());
+        const fs::directory_iterator first(host(""));
+        const std::string name = first->path().filename();
+        EXPECT_EQ(removal(name) + "\n", prune());
     }
     EXPECT_EQ(997u, files());
-}
-
-TEST_F(AudioDumpTest, WhatCannotBePrunedStays) {
-    dumpFiles(9);
-    dumpFile("$HOME", 1);
-    EXPECT_EQ("", prune());
-    EXPECT_EQ(1, count(said(), "E isParamInvalid, invalid param!\n"));
-    fs::rename(host("$HOME"), host("old"));
-    phone().shell().fail("rm", 1);
-    EXPECT_EQ(removal("old") + "\n", prune());
-    EXPECT_EQ(1, count(said(), "D cmds failed: " + removal("old") + ", err=256\n"));
-    EXPECT_EQ(10u, files());
 }
 
 TEST_F(AudioDumpTest, TenFilesThatCannotBeExaminedNameNone) {
@@ -97,22 +86,20 @@ TEST_F(AudioDumpTest, TheTypeIsSetBeforeTheServiceStarts) {
     EXPECT_TRUE(thread->threadLoop());
     EXPECT_EQ("E DUMP_PATH open failed.\nD start audio dump info, mDumpType:a,b c\n", said());
     EXPECT_EQ("a,b c", property("kelvo.audio.dumpinfo.type"));
-    EXPECT_THAT(contents(kDirectory + firstListed()), testing::StartsWith("dump type: a,b c\n"));
-
+    EXPECT_THAT(contents(kDirectory + names(kDirectory)[0]),
+                testing::StartsWith("dump type: a,b c\n"));
     // The service starts also when the property refuses the type.
-    EXPECT_TRUE(request(std::string(92, 'x')));
+    EXPECT_TRUE(make<KelvoAudioDumpsysLogThread>(std::string(92, 'x'))->threadLoop());
     EXPECT_EQ("a,b c", property("kelvo.audio.dumpinfo.type"));
     EXPECT_EQ(2u, files());
     said();
-    EXPECT_FALSE(request(""));
+    EXPECT_FALSE(make<KelvoAudioDumpsysLogThread>("")->threadLoop());
     EXPECT_EQ("E invalid mDumpType.\nD ~KelvoAudioDumpsysLogThread()\n", said());
     EXPECT_EQ(2u, files());
-}
-
-TEST_F(AudioDumpTest, TheRequestRepeatsWhileItsOwnerKeepsIt) {
-    const auto thread = make<KelvoAudioDumpsysLogThread>("t");
+    // It repeats while its owner keeps it.
     ASSERT_EQ(OK, thread->start("pelto_dump", 0, 0));
-    EXPECT_TRUE(waitSaid(ANDROID_LOG_DEBUG, "start audio dump info, mDumpType:t", 3));
+    EXPECT_TRUE(
+        waitLogged("D KelvoAudioDumpsysLogThread: start audio dump info, mDumpType:a,b c", 3));
     thread->quit();
     EXPECT_FALSE(thread->isRunning());
 }

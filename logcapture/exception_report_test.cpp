@@ -2,104 +2,94 @@
 
 #include "logcapture/KelvoWexRaiseException.h"
 #include "logcapture/testing/capture_test.h"
-#include "sim/clock.h"
 #include "sim/reports.h"
 #include "sim/root.h"
 
 namespace android {
 namespace {
 
-using testing::EndsWith;
+using namespace std::chrono_literals;
+using namespace std::string_literals;
 
 class ExceptionReportTest : public CaptureTest {
   protected:
     ExceptionReportTest() : CaptureTest("KelvoWexRaiseException") {}
 
-    int raise(const std::string& info) {
-        return make<KelvoWexRaiseException>(info)->WexRaiseException();
-    }
     std::string recordOf(const std::string& info) {
-        EXPECT_EQ(0, raise(info));
+        EXPECT_EQ(0, make<KelvoWexRaiseException>(info)->WexRaiseException());
         return phone().reports().after(0).back().record;
-    }
-    void setWallSeconds(int64_t seconds) {
-        holdClock();
-        advance(std::chrono::nanoseconds(seconds * 1000000000 - sim::Clock::get().wallNanos()));
     }
 };
 
 TEST_F(ExceptionReportTest, TheRecordIsTheSameBytesOnEveryBuild) {
-    using namespace std::string_literals;
-    setWallSeconds(0x65a1b2c3);
+    holdClock(0x65a1b2c3s);
     std::string expected =
         "\xc3\xb2\xa1\x65\0\0\0\0\x45\x63\x00\x10\0\0\0\0\0\0\0\0\0\0\0\0"
         "\x29\x02\0\0\x20\0\0\0name of it"s;
     expected.resize(288);
     EXPECT_EQ(expected, recordOf("A0345,43,/p/,/t/,name of it,more"));
     // The phone's seconds have 32 bits; the name always ends.
-    setWallSeconds(0x80000001);
+    holdClock(0x80000001s);
     expected = "\x01\0\0\x80\xff\xff\xff\xff\xad\x2b\x03\x10"s + std::string(20, '\0') +
                std::string(255, 'n') + '\0';
     EXPECT_EQ(expected, recordOf("f2bad,0,/p/,/t/," + std::string(4096, 'n')));
+
+    for (const char* info : {"", "A0345", "A0345,1,/p/,/t/", ",A0345,,1,,/p/,,/t/,"}) {
+        said();
+        EXPECT_EQ(std::string(280, '\0'), recordOf(info).substr(8)) << info;
+        EXPECT_EQ(
+            "E init, log info error!\nE getWexExceptionId: eventid is wrong\n"
+            "D ~KelvoWexRaiseException()\n",
+            said());
+    }
+    phone().reports().refuse(true);
+    EXPECT_EQ(-1, make<KelvoWexRaiseException>("A0345,1,/p/,/t/,n")->WexRaiseException());
+    EXPECT_EQ(1, count(said(), "E WexRaiseException: error, wex_raise_exception failed\n"));
+    EXPECT_EQ(6u, phone().reports().after(0).size());
 }
 
-TEST_F(ExceptionReportTest, AnIdIsACategoryAndTheLowBitsOfItsNumber) {
-    const std::string invalid = "E Invalid argument....\n", range = "E Out of Range error...\n";
-    const std::string tooShort = "E getWexExceptionId: eventid is wrong\n";
-    const struct {
-        std::string id;
-        uint32_t result;
-        std::string line;
-    } kCases[] = {{"A0345", 0x10006345, ""},
-                  {"a2fff", 0x10032fff, ""},
-                  {"A1345", 0x345, ""},
-                  {"x2zzzz", 0x10032000, invalid},
-                  {"zzzzz", 0, invalid},
-                  {"A034", 0, tooShort},
-                  {"", 0, tooShort},
-                  {"7fffffff", 0xfff, ""},
-                  {"80000000", 0x10006000, range},
-                  {"f2345678", 0x10032000, range},
-                  {"0x1234", 0x234, ""},
-                  {"-0001", 0x10006fff, ""},
-                  {" 0abc", 0x10006abc, ""},
-                  {"12345 tail", 0x10032345, ""},
-                  {"a0-12", 0x100060a0, ""},
-                  {"a0" + std::string(4096, '0'), 0x10006000, range}};
+TEST_F(ExceptionReportTest, IdsAndLogTypesAreTranslated) {
     const auto reporter = make<KelvoWexRaiseException>("");
     said();
-    for (const auto& [id, result, line] : kCases) {
-        EXPECT_EQ(result, reporter->getWexExceptionId(String8(id))) << id;
-        EXPECT_EQ(line, said()) << id;
-    }
-}
+    std::string results;
+    for (const std::string id :
+         {"A0345", "a2fff", "A1345", "7fffffff", "0x1234", "-0001", " 0abc", "12345 tail", "a0-12",
+          "x2zzzz", "zzzzz", "80000000", "f2345678", "A034", ""})
+        results += id + String8::format("=%x ", reporter->getWexExceptionId(String8(id))).c_str();
+    EXPECT_EQ(
+        "A0345=10006345 a2fff=10032fff A1345=345 7fffffff=fff 0x1234=234 -0001=10006fff "
+        " 0abc=10006abc 12345 tail=10032345 a0-12=100060a0 x2zzzz=10032000 zzzzz=0 "
+        "80000000=10006000 f2345678=10032000 A034=0 =0 ",
+        results);
+    EXPECT_EQ(0x10006000u, reporter->getWexExceptionId(String8("a0" + std::string(4096, '0'))));
+    EXPECT_EQ(
+        "E Invalid argument....\nE Invalid argument....\nE Out of Range error...\n"
+        "E Out of Range error...\nE getWexExceptionId: eventid is wrong\n"
+        "E getWexExceptionId: eventid is wrong\nE Out of Range error...\n",
+        said());
 
-TEST_F(ExceptionReportTest, EachBitOfTheLogTypeHasItsLogsAndItsLine) {
-    constexpr uint64_t kPcm = uint64_t{1} << 37;
-    const struct {
-        const char* type;
-        uint64_t logs;
-        const char* lines;
-    } kCases[] = {{"1", 0x20, ""},
-                  {"2", 0x1, ""},
-                  {"4", 0, "V getWexAtomicLogs: STACK_TRACE, nothing need to do now\n"},
-                  {"8", 0x208, ""},
-                  {"16", 0x800, "D getWexAtomicLogs: SYSTRACE log\n"},
-                  {"64", 0, "V getWexAtomicLogs: QXDM_LOG, nothing need to do now\n"},
-                  {"128", 0x80, "D getWexAtomicLogs: ADSP_MINIDUMP_LOG log\n"},
-                  {"288", kPcm,
-                   "D getWexAtomicLogs: PCM_DUMP log, for pcm dump\n"
-                   "D getWexAtomicLogs: PCM_DUMP log, for adsp txt log\n"},
-                  {"000000256", kPcm, "D getWexAtomicLogs: PCM_DUMP log, for adsp txt log\n"},
-                  {"0000000001", 0, ""},
-                  {"512", 0, ""},
-                  {"", 0, ""}};
-    const auto reporter = make<KelvoWexRaiseException>("");
-    said();
-    for (const auto& [type, logs, lines] : kCases) {
-        EXPECT_EQ(logs, reporter->getWexAtomicLogs(String8(type))) << type;
-        EXPECT_EQ(lines, said()) << type;
+    results.clear();
+    for (const std::string type :
+         {"1", "2", "4", "8", "16", "64", "128", "288", "000000256", "0000000001", "512", ""}) {
+        const auto logs = static_cast<long long>(reporter->getWexAtomicLogs(String8(type)));
+        results += type + String8::format("=%llx ", logs).c_str();
     }
+    EXPECT_EQ(
+        "1=20 2=1 4=0 8=208 16=800 64=0 128=80 288=2000000000 000000256=2000000000 "
+        "0000000001=0 512=0 =0 ",
+        results);
+    EXPECT_EQ(R"(V getWexAtomicLogs: STACK_TRACE, nothing need to do now
+D getWexAtomicLogs: SYSTRACE log
+V getWexAtomicLogs: QXDM_LOG, nothing need to do now
+D getWexAtomicLogs: ADSP_MINIDUMP_LOG log
+D getWexAtomicLogs: PCM_DUMP log, for pcm dump
+D getWexAtomicLogs: PCM_DUMP log, for adsp txt log
+D getWexAtomicLogs: PCM_DUMP log, for adsp txt log
+)",
+              said());
+    EXPECT_TRUE(reporter->isParamInvalid(String8("a`b")));
+    EXPECT_FALSE(reporter->isParamInvalid(String8("rm -rf /data/x > 'y' \"z\" * ( ) < \\")));
+    EXPECT_EQ("E isParamInvalid, invalid param!\n", said());
 }
 
 TEST_F(ExceptionReportTest, StackTracesCopyTheTombstones) {
@@ -120,55 +110,26 @@ V getTombstoneFiles cmd:chmod 0777 /data/persist_log/wex/exception_log/*
 D ~KelvoWexRaiseException()
 )",
               said());
-    EXPECT_EQ(R"(chmod 0777 /data/persist_log/wex
-chmod 0777 /data/persist_log/wex/exception_log
-cp /data/tombstones/* /data/persist_log/wex/exception_log/
+    const std::string copy = R"(cp /data/tombstones/* /data/persist_log/wex/exception_log/
 chmod 0777 /data/persist_log/wex/exception_log/*
-)",
-              ran());
+)";
+    EXPECT_EQ(
+        "chmod 0777 /data/persist_log/wex\nchmod 0777 /data/persist_log/wex/exception_log\n" + copy,
+        ran());
     EXPECT_EQ("stack", contents("/data/persist_log/wex/exception_log/tombstone_00"));
 
     phone().root().fillDisk(true);
     make<KelvoWexRaiseException>("A0345,260,/p/,/t/,n");
-    EXPECT_THAT(said(), EndsWith(R"(V checkPath : path /data/persist_log/wex/exception_log/ exist.
-V getTombstoneFiles cmd:cp /data/tombstones/* /data/persist_log/wex/exception_log/
-D cmds failed: cp /data/tombstones/* /data/persist_log/wex/exception_log/, err=256
-V getTombstoneFiles cmd:chmod 0777 /data/persist_log/wex/exception_log/*
-D ~KelvoWexRaiseException()
-)"));
-    ran();
+    EXPECT_EQ(copy, ran());
+    const std::string lines = said();
+    EXPECT_EQ(1, count(lines, "V checkPath : path /data/persist_log/wex/exception_log/ exist.\n"));
+    EXPECT_EQ(1, count(lines,
+                       "D cmds failed: cp /data/tombstones/* /data/persist_log/wex/exception_log/, "
+                       "err=256\n"));
     std::filesystem::remove_all(phone().fsDir() + "/data/persist_log/wex");
     make<KelvoWexRaiseException>("A0345,4,/p/,/t/,n");
     EXPECT_EQ(1, count(said(), "E checkPath : create path /data/persist_log/wex fail errno=28\n"));
     EXPECT_EQ("", ran()) << "without its directory nothing is copied";
-}
-
-TEST_F(ExceptionReportTest, InformationThatCannotBeReadIsReportedEmpty) {
-    for (const char* info : {"", "A0345", "A0345,1,/p/,/t/", ",A0345,,1,,/p/,,/t/,"}) {
-        const std::string record = recordOf(info);
-        EXPECT_EQ(
-            "E init, log info error!\nE getWexExceptionId: eventid is wrong\n"
-            "D ~KelvoWexRaiseException()\n",
-            said());
-        EXPECT_EQ(std::string(280, '\0'), record.substr(8)) << info;
-    }
-}
-
-TEST_F(ExceptionReportTest, AReportThatTheLibraryRefusesFails) {
-    phone().reports().refuse(true);
-    EXPECT_EQ(-1, raise("A0345,1,/p/,/t/,n"));
-    EXPECT_EQ(1, count(said(), "E WexRaiseException: error, wex_raise_exception failed\n"));
-    phone().reports().refuse(false);
-    EXPECT_EQ(0, raise("A0345,1,/p/,/t/,n"));
-    EXPECT_EQ(1u, phone().reports().after(0).size());
-}
-
-TEST_F(ExceptionReportTest, GuardsCommandLinesAgainstTheShell) {
-    const auto reporter = make<KelvoWexRaiseException>("A0345,0,/p/,/t/,n");
-    for (const char* line : {"a|b", "a&b", "a;b", "a`b", "a$b"}) {
-        EXPECT_TRUE(reporter->isParamInvalid(String8(line))) << line;
-    }
-    EXPECT_FALSE(reporter->isParamInvalid(String8("rm -rf /data/x > 'y' \"z\" * ( ) < \\")));
 }
 
 }  // namespace

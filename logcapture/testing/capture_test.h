@@ -4,16 +4,13 @@
 #include <utils/RefBase.h>
 #include <utils/String8.h>
 
-#include <algorithm>
-
 #include "event/PeltoEventDisptch.h"
-#include "sim/log.h"
 #include "sim/shell.h"
 #include "tests/support/phone_test.h"
 
 namespace android {
 
-// What the tests of the capture classes share; T is the class under test, `tag` its log tag.
+// What the tests of the capture classes share; `tag` is the log tag of the class under test.
 class CaptureTest : public PhoneTest {
   protected:
     explicit CaptureTest(const char* tag) : mTag(tag) {}
@@ -25,16 +22,7 @@ class CaptureTest : public PhoneTest {
     static void report(const std::string& type, const std::string& info) {
         PeltoEventDisptch::getInstance().setEvent(String8(type), String8(info));
     }
-    // "P message" a line, since the last time they were asked for.
-    std::string said() {
-        std::string text;
-        for (const Line& line : log()) {
-            if (line.tag == mTag)
-                text += sim::Log::letter(line.priority) + (" " + line.message + "\n");
-        }
-        forgetLog();
-        return text;
-    }
+    std::string said() { return PhoneTest::said(mTag); }
     // The command lines since the last time they were asked for, one a line.
     std::string ran() {
         const auto all = commands();
@@ -46,9 +34,6 @@ class CaptureTest : public PhoneTest {
         int found = 0;
         for (size_t at = text.find(part); at != text.npos; at = text.find(part, at + 1)) ++found;
         return found;
-    }
-    bool waitSaid(int priority, const std::string& message, int times = 1) {
-        return waitLogged(priority, mTag, message, times);
     }
     // Waits until so many objects of the class of that name have been destroyed.
     bool waitDestroyed(const std::string& name, int times = 1) {
