@@ -9,7 +9,7 @@ usage: ./test.sh [--all | --preset NAME] [-R REGEX]
 
   (no option)     build the preset dev and run its tests and source checks
   --preset NAME   the same for another preset of CMakePresets.json
-  --all           every preset: release, clang, sanitizers, 32-bit ARM under emulation, the phone's
+  --all           every preset: clang, sanitizers, 32-bit ARM under emulation, the phone's
                   own build; then format, lint, a short run of each fuzzer and benchmark
   -R REGEX        only the tests whose names match, as ctest takes it
   --help          this text

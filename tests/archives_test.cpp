@@ -91,10 +91,10 @@ TEST_F(ArchivesTest, whatIsNoneIsRefused) {
     refuses({"archives", "show", "/data"}, 1, "Is a directory");
     refuses({"archives", "cat", "/data/../../run/phone", "x"}, 1, "leads out of the phone");
     refuses({"archives", "list", "/data/none"}, 1, "No such file");
-    refuses({"archives"}, 2, "verb");
 }
 
 TEST_F(ArchivesTest, aCaptureThatFailsSaysSo) {
+    file("/data/x/text", "");
     const struct {
         Words words;
         int code;
@@ -102,8 +102,12 @@ TEST_F(ArchivesTest, aCaptureThatFailsSaysSo) {
     } cases[] = {
         {{}, 2, "INFO is required"},
         {{"one,two,three,four"}, 2, "five fields"},
-        {{"A0345,1,/data/x/A0345/,/data/x/,a&b"}, 1, "no archive appeared"},
-        {{"A0345,1,/data/x/A0345/,/../outside/,name"}, 1, "no archive appeared"},
+        {{"A0345,1,/data/x/A0345/,/data/x/,a&b"}, 1, "no whole archive was made;"},
+        {{"A0345,1,/data/x/A0345/,/../outside/,name"}, 1, "made (cmds failed: tar -czf,"},
+        // Nothing is captured: an empty archive is left.
+        {{"A0345,12345678,/data/x/A0345/,/data/x/,name"}, 1, "made (cmds failed: tar -czf,"},
+        // A directory is made whose name begins and ends as the archive's, and stays.
+        {{"n@$.tar.gz,1,/data/x/n@$.tar.gz/,/data/x/,n"}, 1, "no whole archive was made;"},
         {{"A0345,1,/data/x/A0345/,/data/x/,name", "--phone", phone().fsDir()}, 3, "not a phone's"},
     };
     for (const auto& wrong : cases) {
@@ -112,6 +116,8 @@ TEST_F(ArchivesTest, aCaptureThatFailsSaysSo) {
         EXPECT_EQ(result.output, "");
         EXPECT_THAT(result.errors, HasSubstr(wrong.why));
     }
+    EXPECT_THAT(names("/data/x"),
+                ElementsAre("n@$.tar.gz", MatchesRegex("name@[-_0-9]+.tar.gz"), "text"));
     EXPECT_FALSE(std::filesystem::exists(phone().folder() + "/outside"));
 }
 

@@ -1,7 +1,6 @@
 // The client program as scripts see it: output, exit codes, one line for what is wrong.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
 
 #include <filesystem>
 #include <fstream>
@@ -22,42 +21,12 @@ class ClientTest : public ServiceTest {
         pelto({"phone", "stop"});
         ServiceTest::TearDown();
     }
-
-    Result phoneStart() {
-        const char* const emulator = getenv("PELTO_EMULATOR");
-        return pelto({"phone", "start", "--under", emulator != nullptr ? emulator : ""});
-    }
-    nlohmann::json status() {
-        return nlohmann::json::parse(pelto({"phone", "status", "--json"}).output);
-    }
 };
 
-TEST_F(ClientTest, startsDescribesAndStopsThePhone) {
-    EXPECT_EQ(status()["service"]["published"], false);
-    EXPECT_EQ(pelto({"phone", "status"}).code, 4);
-
-    const Result started = phoneStart();
-    ASSERT_EQ(started.code, 0) << started.errors;
-    ASSERT_EQ(pelto({"setprop", "a.b", "c"}).code, 0);
-    const nlohmann::json running = status();
-    EXPECT_EQ(running["folder"], phone().folder());
-    EXPECT_EQ(running["properties"], 1);
-    EXPECT_GT(running["log_bytes"], 0);
-    EXPECT_TRUE(running["service"]["published"]);
-    EXPECT_GE(running["service"]["uptime_s"], 0);
-    const std::string pid = std::to_string(running["service"]["pid"].get<int>());
-    EXPECT_THAT(started.output, HasSubstr("process " + pid + "\n"));
-    EXPECT_EQ(phoneStart().output, started.output);  // it runs already
-
-    const Result stopped = pelto({"phone", "stop"});
-    EXPECT_EQ(stopped.output, "peltoservice stopped, process " + pid + "\n");
-    EXPECT_EQ(pelto({"phone", "status"}).code, 4);
-    EXPECT_EQ(pelto({"phone", "stop"}).output, "no process of the phone ran\n");
-}
-
 TEST_F(ClientTest, stopsNobodyElse) {
-    Program byHand(hostCommand());
+    Program byHand(hostCommand({"--threads", "1"}));
     ASSERT_TRUE(byHand.awaitReady());
+    EXPECT_EQ(run(hostCommand()).code, 4);
     const Result second = phoneStart();
     EXPECT_EQ(second.code, 1);
     EXPECT_THAT(second.errors, HasSubstr("already published"));
@@ -65,6 +34,18 @@ TEST_F(ClientTest, stopsNobodyElse) {
     std::ofstream(phone().runDir() + "/daemons/peltoserviced") << getpid() << " 1\n";
     EXPECT_EQ(pelto({"phone", "stop"}).output, "no process of the phone ran\n");
     EXPECT_EQ(pelto({"phone", "status"}).code, 0);
+}
+
+TEST_F(ClientTest, callsAServiceThatStartsAgainHoweverItEnded) {
+    for (const int signal : {SIGTERM, SIGINT, SIGKILL, SIGTERM}) {
+        Program host(hostCommand());
+        ASSERT_TRUE(host.awaitReady());
+        EXPECT_EQ(pelto({"send", "any"}).code, 0);
+        host.signal(signal);
+        EXPECT_EQ(host.wait(), signal == SIGKILL ? -SIGKILL : 0);
+        EXPECT_EQ(host.errors(), "");
+        EXPECT_EQ(pelto({"send", "any"}).code, 4);
+    }
 }
 
 TEST_F(ClientTest, makesAPhoneInANewFolderAlone) {
@@ -75,27 +56,11 @@ TEST_F(ClientTest, makesAPhoneInANewFolderAlone) {
     refuses({"getprop", "--phone", folder + "/none"}, 3, "pelto phone start");
 }
 
-TEST_F(ClientTest, refusesWrongUsageAndWhereNobodyServes) {
-    refuses({"paint"}, 2, "paint");
-    refuses({"phone", "stp"}, 2, "stp");
-    refuses({"phone"}, 2, "verb");
-    refuses({"send"}, 2, "TYPE");
-    refuses({"send", "a", "--stdin"}, 2, "TYPE");
-    refuses({"debug", "perhaps"}, 2, "perhaps");
-    refuses({"watch", "--count", "-1"}, 2, "--count");
-    refuses({"logcat", "-d", "a:b:c"}, 2, "filter");
-    refuses({"logcat", "--until", "a("}, 2, "expression");
-    refuses({"send", "a"}, 4, "pelto phone start");
-    refuses({"watch"}, 4, "pelto phone start");
-    refuses({"debug", "on"}, 4, "pelto phone start");
-    EXPECT_THAT(pelto({"--help"}).output, HasSubstr("Exit codes:"));
-}
-
 TEST_F(ClientTest, watchesWhatIsSent) {
     Program host(hostCommand());
     ASSERT_TRUE(host.awaitReady());
-    Program plain(command({"watch", "--ready-fd", "3"}));
-    Program json(command({"watch", "--json", "--count", "4", "--ready-fd", "3"}));
+    Program plain(watchCommand());
+    Program json(watchCommand({"--json", "--count", "4"}));
     ASSERT_TRUE(plain.awaitReady());
     ASSERT_TRUE(json.awaitReady());
 

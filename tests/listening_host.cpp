@@ -1,6 +1,8 @@
-// A host of the service whose process has a listener of the test's:  listening_host PHONE FD FILE
-// Says "ready" on FD when it is up. FILE gets the information of each event "test_event", a line
-// each, in the order of their dispatch; "test_written" has them written and says so on stdout.
+// A host of the service whose process has a listener of the test's:  listening_host PHONE FD
+// TYPE... Says "ready" on FD when it is up. Each event of these types becomes a line on stdout,
+// "TYPE INFO", when it is dispatched; "test_written" becomes "written BYTES": the heap that is then
+// in use.
+#include <malloc.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
@@ -14,38 +16,37 @@ namespace {
 
 class WritingListener : public android::EventListener {
   public:
-    explicit WritingListener(const char* path) : mFile(fopen(path, "w")) {
-        if (mFile == nullptr) _exit(1);
+    explicit WritingListener(char** types) {
         mName = "WritingListener";
-        mEventTypes.add("test_event");
-        mEventTypes.add("test_written");
+        mEventTypes.add(kWritten);
+        for (; *types != nullptr; ++types) mEventTypes.add(*types);
     }
 
     void handleEvent(std::string event) override {
         const android::sp<android::PeltoEvent> record = new android::PeltoEvent(event);
-        if (record->getEventType() == "test_event") {
-            fprintf(mFile, "%s\n", record->getEventInfo().c_str());
-            return;
+        if (record->getEventType() == kWritten) {
+            const struct mallinfo2 heap = mallinfo2();
+            printf("written %zu\n", heap.uordblks + heap.hblkhd);
+        } else {
+            printf("%s %s\n", record->getEventType().c_str(), record->getEventInfo().c_str());
         }
-        fflush(mFile);
-        puts("written");
-        fflush(stdout);
     }
 
   private:
-    FILE* const mFile;
+    static constexpr char kWritten[] = "test_written";
 };
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 4) return kHostUsage;
+    if (argc < 3) return kHostUsage;
     HostOptions options;
     options.phoneFolder = argv[1];
     options.readyFd = atoi(argv[2]);
+    setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     StopSignals signals;
     if (!openPhone(options)) return kHostNoPhone;
-    android::PeltoEventDisptch::getInstance().registerEventListener(new WritingListener(argv[3]));
+    android::PeltoEventDisptch::getInstance().registerEventListener(new WritingListener(argv + 3));
     const int code = runServiceHost(options, signals);
     fflush(nullptr);
     _exit(code);

@@ -1,14 +1,11 @@
 #include "tests/service_test.h"
 
 #include <binder/IServiceManager.h>
-#include <binder/ProcessState.h>
 #include <gmock/gmock.h>
 #include <ipeltoservice/IPeltoService.h>
 #include <ipeltoservice/PeltoServiceCalls.h>
 #include <stdlib.h>
 
-#include <fstream>
-#include <numeric>
 #include <sstream>
 
 using namespace android;
@@ -34,24 +31,6 @@ const std::string kReadyFd = std::to_string(Program::kReadyFd);
 
 }  // namespace
 
-status_t Recorder::onNativeEvent(const char* type, const char* info) {
-    std::lock_guard<std::mutex> lock(mMutex);
-    mInfos[type].push_back(info);
-    mChanged.notify_all();
-    return OK;
-}
-
-bool Recorder::await(const std::string& type, size_t count) {
-    std::unique_lock<std::mutex> lock(mMutex);
-    return mChanged.wait_for(lock, std::chrono::seconds(30),
-                             [&] { return mInfos[type].size() >= count; });
-}
-
-std::vector<std::string> Recorder::infos(const std::string& type) {
-    std::lock_guard<std::mutex> lock(mMutex);
-    return mInfos[type];
-}
-
 Program::Words ServiceTest::hostProgram(const Words& words) {
     return joined(programOf(PELTOSERVICED_PROGRAM), words);
 }
@@ -68,15 +47,27 @@ Program::Words ServiceTest::captureCommand(const Words& words) {
     return joined(joined(programOf(PELTO_CAPTURE_PROGRAM), {"--phone", phone().folder()}), words);
 }
 
-Program::Words ServiceTest::listeningHostCommand() {
-    return joined(programOf(LISTENING_HOST_PROGRAM),
-                  {phone().folder(), kReadyFd, scratch("dispatched")});
+Program::Words ServiceTest::watchCommand(const Words& more) {
+    return command(joined({"watch", "--ready-fd", kReadyFd}, more));
+}
+
+// One arena, and nothing freed that a thread keeps for itself: the heap in use can be told.
+Program::Words ServiceTest::listeningHostCommand(const Words& types) {
+    const Words plainHeap{"env", "MALLOC_ARENA_MAX=1",
+                          "GLIBC_TUNABLES=glibc.malloc.tcache_count=0"};
+    const Words host = joined(programOf(LISTENING_HOST_PROGRAM), {phone().folder(), kReadyFd});
+    return joined(joined(plainHeap, host), types);
 }
 
 ServiceTest::Result ServiceTest::run(const Words& command, const std::string& input) {
     Program program(command, input);
     const int code = program.wait();
     return {code, program.output(), program.errors()};
+}
+
+ServiceTest::Result ServiceTest::phoneStart() {
+    const char* const emulator = getenv("PELTO_EMULATOR");
+    return pelto({"phone", "start", "--under", emulator != nullptr ? emulator : ""});
 }
 
 void ServiceTest::refuses(const Words& words, int code, const std::string& why) {
@@ -95,46 +86,4 @@ status_t ServiceTest::send(const std::string& type, const std::string& info) {
     const sp<IBinder> published = service();
     if (published == nullptr) return DEAD_OBJECT;
     return PeltoServiceCalls(published.get()).setEvent(String8(type), String8(info));
-}
-
-sp<Recorder> ServiceTest::record() {
-    ProcessState::self()->startThreadPool();
-    const sp<Recorder> recorder = new Recorder();
-    EXPECT_EQ(PeltoServiceCalls(service().get()).registerNativeClient(recorder), OK);
-    return recorder;
-}
-
-std::string ServiceTest::numberedEvents(int sender, int count) {
-    const std::string path = scratch("events-" + std::to_string(sender));
-    std::ofstream file(path);
-    for (int number = 0; number < count; ++number) {
-        file << "test_event sender:" << sender << ",number:" << number << '\n';
-    }
-    EXPECT_TRUE(file.flush()) << path;
-    return path;
-}
-
-std::vector<std::string> ServiceTest::dispatched(Program& host) {
-    EXPECT_EQ(send("test_written", ""), OK);
-    EXPECT_EQ(host.line(), "written");
-    std::ifstream file(scratch("dispatched"));
-    std::vector<std::string> infos;
-    for (std::string line; std::getline(file, line);) infos.push_back(line);
-    return infos;
-}
-
-std::map<int, std::vector<int>> numbersBySender(const std::vector<std::string>& infos) {
-    std::map<int, std::vector<int>> numbers;
-    for (const std::string& info : infos) {
-        int sender = -1, number = -1;
-        EXPECT_EQ(sscanf(info.c_str(), "sender:%d,number:%d", &sender, &number), 2) << info;
-        numbers[sender].push_back(number);
-    }
-    return numbers;
-}
-
-std::vector<int> upTo(size_t count) {
-    std::vector<int> numbers(count);
-    std::iota(numbers.begin(), numbers.end(), 0);
-    return numbers;
 }
