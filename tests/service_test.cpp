@@ -12,10 +12,8 @@ using namespace android;
 
 namespace {
 
-// Behind the emulator that a program for another processor needs.
-Program::Words programOf(const char* path) {
-    const char* const emulator = getenv("PELTO_EMULATOR");
-    std::istringstream text(emulator != nullptr ? emulator : "");
+Program::Words programOf(const std::string& emulator, const char* path) {
+    std::istringstream text(emulator);
     Program::Words words;
     for (std::string word; text >> word;) words.push_back(word);
     words.push_back(path);
@@ -31,8 +29,13 @@ const std::string kReadyFd = std::to_string(Program::kReadyFd);
 
 }  // namespace
 
+std::string ServiceTest::emulator() {
+    const char* const words = getenv("PELTO_EMULATOR");
+    return words != nullptr ? words : "";
+}
+
 Program::Words ServiceTest::hostProgram(const Words& words) {
-    return joined(programOf(PELTOSERVICED_PROGRAM), words);
+    return joined(programOf(emulator(), PELTOSERVICED_PROGRAM), words);
 }
 
 Program::Words ServiceTest::hostCommand(const Words& more) {
@@ -40,11 +43,13 @@ Program::Words ServiceTest::hostCommand(const Words& more) {
 }
 
 Program::Words ServiceTest::command(const Words& words) {
-    return joined(joined(programOf(PELTO_PROGRAM), {"--phone", phone().folder()}), words);
+    return joined(joined(programOf(emulator(), PELTO_PROGRAM), {"--phone", phone().folder()}),
+                  words);
 }
 
 Program::Words ServiceTest::captureCommand(const Words& words) {
-    return joined(joined(programOf(PELTO_CAPTURE_PROGRAM), {"--phone", phone().folder()}), words);
+    return joined(
+        joined(programOf(emulator(), PELTO_CAPTURE_PROGRAM), {"--phone", phone().folder()}), words);
 }
 
 Program::Words ServiceTest::watchCommand(const Words& more) {
@@ -55,7 +60,8 @@ Program::Words ServiceTest::watchCommand(const Words& more) {
 Program::Words ServiceTest::listeningHostCommand(const Words& types) {
     const Words plainHeap{"env", "MALLOC_ARENA_MAX=1",
                           "GLIBC_TUNABLES=glibc.malloc.tcache_count=0"};
-    const Words host = joined(programOf(LISTENING_HOST_PROGRAM), {phone().folder(), kReadyFd});
+    const Words host =
+        joined(programOf(emulator(), LISTENING_HOST_PROGRAM), {phone().folder(), kReadyFd});
     return joined(joined(plainHeap, host), types);
 }
 
@@ -66,8 +72,7 @@ ServiceTest::Result ServiceTest::run(const Words& command, const std::string& in
 }
 
 ServiceTest::Result ServiceTest::phoneStart() {
-    const char* const emulator = getenv("PELTO_EMULATOR");
-    return pelto({"phone", "start", "--under", emulator != nullptr ? emulator : ""});
+    return pelto({"phone", "start", "--under", emulator()});
 }
 
 void ServiceTest::refuses(const Words& words, int code, const std::string& why) {

@@ -12,6 +12,8 @@ class ServiceTest : public PhoneTest {
   protected:
     using Words = Program::Words;
 
+    // The words before a command of this build's; empty when it is for this processor.
+    static std::string emulator();
     // The commands of the programs of this build, on the phone but for the first.
     static Words hostProgram(const Words& words);
     Words hostCommand(const Words& more = {});

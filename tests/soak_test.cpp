@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <array>
 #include <filesystem>
-#include <fstream>
 #include <string_view>
 #include <thread>
 
@@ -25,10 +24,12 @@ constexpr bool kHeapCanBeTold = false;  // the sanitizers have allocators of the
 constexpr bool kHeapCanBeTold = true;
 #endif
 // The service keeps every native client for good, one whose process has ended too: a proxy, what is
-// left of its connection and a place in the list. Measured on a 64-bit machine, rounded up.
-constexpr size_t kBytesPerClient = 1536;
+// left of its connection and a place in the list. Measured on a 64-bit machine over 245 watchers:
+// 1633 with the allocator's share.
+constexpr size_t kBytesPerClient = 1640;
 constexpr size_t kGrowth = 1 << 20;  // beyond that
 
+constexpr size_t kThreads = 100;  // of the host, far above what it has when nothing piles up
 constexpr size_t kSenders = 4;
 // Every type that clients send, and what stands before the numbers of the sender and of the event.
 // Three of them run the product's commands, the last has no listener in the product.
@@ -83,6 +84,12 @@ class SoakTest : public ServiceTest {
         for (const auto& kind : kKinds) types.emplace_back(kind.type);
         mHost = std::make_unique<Program>(listeningHostCommand(types));
         ASSERT_TRUE(mHost->awaitReady());
+        // A process of many threads that forks under the emulator may never come back.
+        if (!emulator().empty()) {
+            for (const char* program : {"chmod", "rm", "tar", "touch"}) {
+                sim::controlRequest(phone(), {"fault", "program", program, "fail", "1"});
+            }
+        }
         mFollower = std::make_unique<Program>(watchCommand());
         ASSERT_TRUE(mFollower->awaitReady());
         for (size_t sender = 0; sender < kSenders; ++sender) {
@@ -139,6 +146,8 @@ class SoakTest : public ServiceTest {
                 if (entry.path().extension() != "") std::filesystem::remove(entry.path(), gone);
             }
         }
+        // Every dump has a thread of its own, and the disk is slower than the dispatcher.
+        EXPECT_TRUE(becomes([&] { return entries("/task") <= kThreads; }));
         sim::controlRequest(phone(), {"audio", "1", "1"});
         sim::controlRequest(phone(), {"display", "7", "item"});
         sim::controlRequest(phone(), {"clock", "advance", "20"});  // wakes the collector
@@ -173,34 +182,32 @@ class SoakTest : public ServiceTest {
         churn.join();
     }
 
+    template <typename Condition>
+    static bool becomes(Condition condition) {
+        const auto deadline = std::chrono::steady_clock::now() + kPatience;
+        while (!condition()) {
+            if (std::chrono::steady_clock::now() > deadline) return false;
+            std::this_thread::yield();
+        }
+        return true;
+    }
+
     // The heap that is in use when nothing is going on any more, and no more descriptors are open.
     size_t heapAt(size_t descriptorsThen) {
-        const auto deadline = std::chrono::steady_clock::now() + kPatience;
         driveKernel();
         EXPECT_TRUE(sim::controlRequest(phone(), {"gpu", "await-reader"}).ok);
         // The last connections are being closed, the last dump may still be written.
-        while (descriptors() > descriptorsThen && std::chrono::steady_clock::now() < deadline)
-            std::this_thread::yield();
-        EXPECT_LT(std::chrono::steady_clock::now(), deadline) << descriptors();
+        EXPECT_TRUE(becomes([&] { return descriptors() <= descriptorsThen; })) << descriptors();
         EXPECT_EQ(send("test_written", ""), OK);
         size_t heap = 0;
         EXPECT_EQ(sscanf(mHost->line().c_str(), "written %zu", &heap), 1);
         return heap;
     }
-    size_t descriptors() {
-        const auto open = std::filesystem::directory_iterator(proc("fd"));
+    size_t descriptors() { return entries("/fd"); }
+    size_t entries(const char* directory) {
+        const std::string path = "/proc/" + std::to_string(mHost->pid()) + directory;
+        const auto open = std::filesystem::directory_iterator(path);
         return static_cast<size_t>(std::distance(begin(open), end(open)));
-    }
-    long anonymousKiB() {
-        std::ifstream status(proc("status"));
-        for (std::string word; status >> word;) {
-            long size = 0;
-            if (word == "RssAnon:" && status >> size) return size;
-        }
-        return 0;
-    }
-    std::string proc(const char* file) {
-        return "/proc/" + std::to_string(mHost->pid()) + "/" + file;
     }
 
     std::unique_ptr<Program> mHost, mFollower;
@@ -218,7 +225,6 @@ TEST_F(SoakTest, losesNoEventNoDescriptorAndNoMemory) {
     const size_t descriptorsBefore = descriptors();
     runRound(round * kTypes);
     const size_t heapBefore = heapAt(descriptorsBefore), watchersBefore = mWatchers;
-    const long residentBefore = anonymousKiB();
 
     for (size_t end = round; end < events && !HasFatalFailure();) {
         end = std::min(events, end + round);
@@ -227,8 +233,8 @@ TEST_F(SoakTest, losesNoEventNoDescriptorAndNoMemory) {
     const auto grown =
         static_cast<int64_t>(heapAt(descriptorsBefore)) - static_cast<int64_t>(heapBefore);
     const size_t watchers = mWatchers - watchersBefore;
-    printf("%zu events, %zu watchers: heap %+lld bytes, resident %+ld KiB\n", mFed[0] * kSenders,
-           watchers, static_cast<long long>(grown), anonymousKiB() - residentBefore);
+    printf("%zu events, %zu watchers: heap %+lld bytes\n", mFed[0] * kSenders, watchers,
+           static_cast<long long>(grown));
     if (kHeapCanBeTold) {
         EXPECT_LE(grown, static_cast<int64_t>(kGrowth + watchers * kBytesPerClient));
     }
