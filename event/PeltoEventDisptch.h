@@ -35,7 +35,7 @@ class PeltoEventDisptch : public PeltoMessageHandler, public Singleton<PeltoEven
     // Listeners are never removed: takes and releases the lock, nothing else.
     void unRegisterEventListener(void (*listener)(std::string)) EXCLUDES(mLock);
     void setEvent(String8 event, String8 info);
-    void handleMessage(const PeltoMessage& message) override;
+    void handleMessage(const PeltoMessage& message) override EXCLUDES(mLock);
     void dispatchEvent(std::string event) EXCLUDES(mLock);
     void setDebugLog(bool debugLog);
 

@@ -68,8 +68,8 @@ bool openPhone(const HostOptions& options) {
         sim::Phone::open(options.phoneFolder);
         return true;
     } catch (const std::runtime_error& failure) {
-        fprintf(stderr, "peltoserviced: %s; make a phone with: pelto --phone DIR phone start\n",
-                failure.what());
+        fprintf(stderr, "%s: %s; make a phone with: pelto --phone DIR phone start\n",
+                program_invocation_short_name, failure.what());
         return false;
     }
 }

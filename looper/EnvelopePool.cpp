@@ -11,7 +11,6 @@ EnvelopePool::Block* EnvelopePool::makeBlock() {
     auto* block = new Block;
     for (uint32_t i = 0; i < kBlockSlots; ++i) block->slots[i].index = i;
     block->freeSlots = kAllFree;
-    ++mBlockCount;
     return block;
 }
 
@@ -49,7 +48,6 @@ void EnvelopePool::give(MessageEnvelope* envelope) {
     }
     close(block);
     delete block;
-    --mBlockCount;
 }
 
 }  // namespace android

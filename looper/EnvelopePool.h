@@ -35,11 +35,9 @@ class EnvelopePool {
     // The handler reference must have been dropped.
     void give(MessageEnvelope* envelope);
 
-    size_t blocks() const { return mBlockCount; }
-
+  private:
     static constexpr size_t kBlockSlots = 32;
 
-  private:
     struct Slot {
         MessageEnvelope envelope;  // first: an envelope's address is its slot's
         uint32_t index;
@@ -58,7 +56,6 @@ class EnvelopePool {
 
     std::vector<Block*> mOpen;  // blocks with a free slot, the one to use next at the end
     Block* mSpare = nullptr;    // the open block that is empty, if there is one
-    size_t mBlockCount = 0;
 };
 
 }  // namespace android

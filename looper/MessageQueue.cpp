@@ -8,7 +8,7 @@ namespace android {
 namespace {
 
 constexpr size_t kLeastCapacity = 64;
-// A key array that grew beyond this is given back when the queue has run empty.
+// What of a key array beyond this is hardly used any more is given back.
 constexpr size_t kKeptCapacity = 1024;
 
 // The library's copy, the size hidden from the compiler: on x86-64 some put a string instruction in
@@ -77,14 +77,14 @@ void MessageQueue::insertKey(size_t place, const Key& key) {
 
 // Gives both ends a free place, by sliding when half of the array is free, else by growing.
 void MessageQueue::makeRoom() {
-    const size_t count = size();
-    const bool full = count * 2 >= mCapacity;
-    const size_t capacity = full ? std::max(mCapacity * 2, kLeastCapacity) : mCapacity;
-    moveTo(capacity, (capacity - count) / 4 + 1);
+    const bool full = size() * 2 >= mCapacity;
+    resize(full ? std::max(mCapacity * 2, kLeastCapacity) : mCapacity);
 }
 
-void MessageQueue::moveTo(size_t capacity, size_t head) {
+// Three of four free places are behind the keys: most messages are the last.
+void MessageQueue::resize(size_t capacity) {
     const size_t count = size();
+    const size_t head = (capacity - count) / 4 + 1;
     if (capacity == mCapacity) {
         memmove(mKeys.get() + head, mKeys.get() + mHead, count * sizeof(Key));
     } else {
@@ -97,14 +97,12 @@ void MessageQueue::moveTo(size_t capacity, size_t head) {
     mTail = head + count;
 }
 
-// An empty array starts over from its first quarter, or goes when a burst has made it big.
-void MessageQueue::settleWhenEmpty() {
-    if (!isEmpty()) return;
-    if (mCapacity > kKeptCapacity) {
-        mKeys.reset();
-        mCapacity = 0;
-    }
-    mHead = mTail = mCapacity / 4;
+// An array that a burst has made big shrinks with what waits; an empty one starts over.
+void MessageQueue::giveRoomBack() {
+    size_t capacity = mCapacity;
+    while (capacity > kKeptCapacity && size() * 8 <= capacity) capacity /= 4;
+    if (capacity != mCapacity) resize(capacity);
+    if (isEmpty()) mHead = mTail = mCapacity / 4;
 }
 
 void MessageQueue::grant(nsecs_t now, Lease* lease) {
@@ -115,7 +113,7 @@ void MessageQueue::grant(nsecs_t now, Lease* lease) {
     }
     lease->mGranted.store(count, std::memory_order_relaxed);
     mLease = lease;
-    settleWhenEmpty();
+    giveRoomBack();
 }
 
 void MessageQueue::revokeLease() {
@@ -149,7 +147,7 @@ void MessageQueue::removeIf(Wanted wanted) {
         mPool.give(key.envelope);
     }
     mTail = static_cast<size_t>(kept - mKeys.get());
-    settleWhenEmpty();
+    giveRoomBack();
 }
 
 // The caller holds the handler, so no reference dropped here is the last one.
@@ -161,10 +159,6 @@ void MessageQueue::remove(const sp<PeltoMessageHandler>& handler, int32_t what) 
     removeIf([&](const MessageEnvelope& envelope) {
         return envelope.handler == handler && envelope.message.what == what;
     });
-}
-
-size_t MessageQueue::footprint() const {
-    return mCapacity * sizeof(Key) + mPool.blocks() * mPool.kBlockSlots * sizeof(MessageEnvelope);
 }
 
 }  // namespace android

@@ -93,9 +93,6 @@ class MessageQueue {
     // Ends the lease and gives back what was claimed, whose handler references have been dropped.
     void settle(Lease* lease);
 
-    // Heap bytes held for keys and envelopes.
-    size_t footprint() const;
-
   private:
     struct Key {
         nsecs_t uptime;
@@ -106,8 +103,8 @@ class MessageQueue {
     size_t placeFor(nsecs_t uptime) const;
     void insertKey(size_t place, const Key& key);
     void makeRoom();
-    void moveTo(size_t capacity, size_t head);
-    void settleWhenEmpty();
+    void resize(size_t capacity);
+    void giveRoomBack();
     template <typename Wanted>
     void removeIf(Wanted wanted);
 

@@ -162,8 +162,9 @@ void PeltoLooper::deliverDueLocked() {
     Lease lease;
     mMessageEnvelopes.grant(mLatestReading, &lease);
     mSendingMessage = true;
+    MessageEnvelope* envelope = lease.claim();  // nobody takes the first one back any more
     mLock.unlock();
-    while (MessageEnvelope* const envelope = lease.claim()) {
+    for (; envelope != nullptr; envelope = lease.claim()) {
         if (envelope->handler != nullptr) envelope->handler->handleMessage(envelope->message);
         envelope->handler.clear();
     }

@@ -252,7 +252,11 @@ TEST_F(LooperTest, PostersKeepTheirOrderAndWhatWasRemovedIsNotDeliveredLater) {
         }
         looper->sendMessage(other, {-1, ""});
     });
-    while (seen.empty() || seen.back() != -1) poll(-1);
+    while (seen.empty() || seen.back() != -1) {
+        const size_t before = seen.size();
+        const int result = poll(-1);
+        EXPECT_EQ(result == LOOPER_POLL_CALLBACK, seen.size() > before);
+    }
     for (auto& thread : threads) thread.join();
     EXPECT_EQ(kEach, least[0]) << "none lost";
 }

@@ -126,10 +126,18 @@ TEST_F(WatchesTest, ADescriptorClosedBehindTheLoopersBackIsSortedOut) {
     EXPECT_EQ(LOOPER_POLL_CALLBACK, poll());
     EXPECT_EQ(1, calls);
 
+    other.fd = eventfd(1, EFD_NONBLOCK);
     bell.shut();
+    const std::string events = " epoll events for fd " + std::to_string(number);
+    EXPECT_EQ(-1, watch(number, [](int) { return 1; }));
+    EXPECT_TRUE(saidError("Error modifying" + events + ": Bad file descriptor"));
+    watch(other.fd, [&](int) { return other.shut(), 0; });
+    EXPECT_EQ(LOOPER_POLL_CALLBACK, poll());
+    EXPECT_EQ(LOOPER_POLL_WAKE, poll());
+    EXPECT_TRUE(saidError("Error adding" + events +
+                          " while rebuilding epoll set: Bad file descriptor"));
     EXPECT_EQ(-1, looper->removeFd(number));
-    EXPECT_TRUE(saidError("Error removing epoll events for fd " + std::to_string(number) +
-                          ": Bad file descriptor"));
+    EXPECT_TRUE(saidError("Error removing" + events + ": Bad file descriptor"));
 }
 
 TEST_F(WatchesTest, APollInsideACallbackLeavesNothingUndone) {

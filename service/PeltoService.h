@@ -42,21 +42,24 @@ class PeltoService : public BnPeltoService, public IBinder::DeathRecipient {
 
     // A client is called from now on, once for every event, whatever becomes of its process.
     status_t registerNativeClient(const sp<IPeltoNativeClient>& client) override EXCLUDES(mLock);
-    void notifyVideoStutter(const String8& detectorName, int frameGap) override;
+    void notifyVideoStutter(const String8& detectorName, int frameGap) override EXCLUDES(mLock);
+    // While it is true, the stutter reports of "HwuiDetect" are dropped.
     void updateSFStateFlag(bool state) override;
-    // Accepted when more than so many milliseconds have passed since the last accepted one.
+    // Accepted, and told to the listeners, when it is the first or when more than so many
+    // milliseconds of uptime have passed since the last accepted one.
     void updateTopActivity(int64_t minIntervalMillis) override EXCLUDES(mLock);
     void setEvent(const String8& event, const String8& info) override EXCLUDES(mLock);
     // For the listeners of this process only.
     void setEventToNative(const String8& event, const String8& info) override;
-    void setDebugLog(bool debugLog) override;
+    // For the dispatcher too; every client and listener is told by an event.
+    void setDebugLog(bool debugLog) override EXCLUDES(mLock);
 
     status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) override;
     void binderDied(const wp<IBinder>& who) override;
     void onFirstRef() override;
 
     // What the kernel channels call, each on its thread, with the service as owner. False when an
-    // argument is null.
+    // argument is null or memory is short.
     static bool handleKernelFeedback(void* owner, mm_kevent_packet* packet);
     static bool handleAudioKernelInfo(void* owner, kernel_to_native_packet* packet);
     // Tells the display compositor, and waits for it.
@@ -66,7 +69,7 @@ class PeltoService : public BnPeltoService, public IBinder::DeathRecipient {
     void onLastStrongRef(const void* id) override;
 
   private:
-    void init();
+    void init() EXCLUDES(mLock);
     bool debugLog() const { return mDebugLog.load(std::memory_order_relaxed); }
     size_t clientCount() EXCLUDES(mLock);
     bool acceptActivityUpdate(int64_t minIntervalMillis) EXCLUDES(mLock);

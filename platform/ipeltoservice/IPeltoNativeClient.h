@@ -7,8 +7,9 @@ namespace android {
 // What a process gives to IPeltoService::registerNativeClient() to be told of every event.
 //
 // The call is one-way: the service does not wait for it and learns nothing of its result. Events
-//   come in the order the service sent them, one at a time.
-// A client that died costs who keeps its proxy about 1.4 KiB (64-bit), and a call to it a look at a
+//   come in the order the service sent them, one at a time, on a thread of the client's binder
+//   pool, which it has to start: without one nothing arrives.
+// Registration is for good. A client that died costs who keeps its proxy about 1.4 KiB (64-bit), and a call to it a look at a
 //   flag.
 // A client in the service's own process is called directly, with the service's lock held: it must
 //   not call back into the service from onNativeEvent(), or the two wait for each other for ever.

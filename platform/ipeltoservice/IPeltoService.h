@@ -15,7 +15,7 @@ constexpr const char* kPeltoServiceName = "peltoservice";
 // operation n has the code FIRST_CALL_TRANSACTION + n - 1.
 //
 // Over a proxy every operation waits until the service has executed it, but its failure is not
-//   seen: PeltoServiceCalls tells it.
+//   seen: PeltoServiceCalls tells it. From any thread, several at once.
 class IPeltoService : public IInterface {
   public:
     DECLARE_META_INTERFACE(PeltoService)
@@ -41,11 +41,15 @@ class IPeltoService : public IInterface {
 
 // Unmarshals and calls the operation. PERMISSION_DENIED when the caller names another interface,
 // UNKNOWN_TRANSACTION for another code, BAD_VALUE or NOT_ENOUGH_DATA when an argument is malformed
-// or missing: then no operation is called. Every call may also come one-way.
+// or missing: then no operation is called. Every call may also come one-way; then a refusal is a line
+// in the log.
 class BnPeltoService : public BnInterface<IPeltoService> {
   public:
     status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply,
                         uint32_t flags = 0) override;
+
+  private:
+    status_t execute(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags);
 };
 
 }  // namespace android

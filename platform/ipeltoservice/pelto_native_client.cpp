@@ -22,7 +22,8 @@ class BpPeltoNativeClient : public BpInterface<IPeltoNativeClient> {
 
 }  // namespace
 
-IMPLEMENT_META_INTERFACE(PeltoNativeClient, "pelto.IPeltoNativeClient")
+// No longer than the service's own: an event that fits into a call to it fits into the one onwards.
+IMPLEMENT_META_INTERFACE(PeltoNativeClient, "pelto.INativeClient")
 
 status_t BnPeltoNativeClient::onTransact(uint32_t code, const Parcel& data, Parcel* reply,
                                          uint32_t flags) {

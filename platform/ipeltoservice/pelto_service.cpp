@@ -1,3 +1,5 @@
+#include <android/log.h>
+#include <binder/IPCThreadState.h>
 #include <binder/Parcel.h>
 #include <ipeltoservice/IPeltoService.h>
 #include <ipeltoservice/PeltoServiceCalls.h>
@@ -80,32 +82,48 @@ status_t withTexts(IPeltoService& service, const Parcel& data,
     return status;
 }
 
+status_t unmarshal(IPeltoService& service, uint32_t code, const Parcel& data, Parcel* reply) {
+    switch (code) {
+        case IPeltoService::REGISTER_NATIVE_CLIENT:
+            return registerClient(service, data, reply);
+        case IPeltoService::NOTIFY_VIDEO_STUTTER:
+            return stutter(service, data);
+        case IPeltoService::UPDATE_SF_STATE_FLAG:
+            return withFlag(service, data, &IPeltoService::updateSFStateFlag);
+        case IPeltoService::UPDATE_TOP_ACTIVITY:
+            return topActivity(service, data);
+        case IPeltoService::SET_EVENT:
+            return withTexts(service, data, &IPeltoService::setEvent);
+        case IPeltoService::SET_EVENT_TO_NATIVE:
+            return withTexts(service, data, &IPeltoService::setEventToNative);
+        default:
+            return withFlag(service, data, &IPeltoService::setDebugLog);
+    }
+}
+
 }  // namespace
 
 IMPLEMENT_META_INTERFACE(PeltoService, "pelto.IPeltoService")
 
 status_t BnPeltoService::onTransact(uint32_t code, const Parcel& data, Parcel* reply,
                                     uint32_t flags) {
+    const status_t status = execute(code, data, reply, flags);
+    // The caller of a one-way call is not told.
+    if (status != OK && (flags & IBinder::FLAG_ONEWAY) != 0) {
+        __android_log_print(ANDROID_LOG_WARN, "Binder",
+                            "one-way call %u of process %d was refused with %d", code,
+                            static_cast<int>(IPCThreadState::self()->getCallingPid()), status);
+    }
+    return status;
+}
+
+status_t BnPeltoService::execute(uint32_t code, const Parcel& data, Parcel* reply,
+                                 uint32_t flags) {
     if (code < REGISTER_NATIVE_CLIENT || code > SET_DEBUG_LOG) {
         return BBinder::onTransact(code, data, reply, flags);
     }
     CHECK_INTERFACE(IPeltoService, data, reply);
-    switch (code) {
-        case REGISTER_NATIVE_CLIENT:
-            return registerClient(*this, data, reply);
-        case NOTIFY_VIDEO_STUTTER:
-            return stutter(*this, data);
-        case UPDATE_SF_STATE_FLAG:
-            return withFlag(*this, data, &IPeltoService::updateSFStateFlag);
-        case UPDATE_TOP_ACTIVITY:
-            return topActivity(*this, data);
-        case SET_EVENT:
-            return withTexts(*this, data, &IPeltoService::setEvent);
-        case SET_EVENT_TO_NATIVE:
-            return withTexts(*this, data, &IPeltoService::setEventToNative);
-        default:
-            return withFlag(*this, data, &IPeltoService::setDebugLog);
-    }
+    return unmarshal(*this, code, data, reply);
 }
 
 }  // namespace android
