@@ -134,8 +134,8 @@ TEST_F(WatchesTest, ADescriptorClosedBehindTheLoopersBackIsSortedOut) {
     watch(other.fd, [&](int) { return other.shut(), 0; });
     EXPECT_EQ(LOOPER_POLL_CALLBACK, poll());
     EXPECT_EQ(LOOPER_POLL_WAKE, poll());
-    EXPECT_TRUE(saidError("Error adding" + events +
-                          " while rebuilding epoll set: Bad file descriptor"));
+    EXPECT_TRUE(
+        saidError("Error adding" + events + " while rebuilding epoll set: Bad file descriptor"));
     EXPECT_EQ(-1, looper->removeFd(number));
     EXPECT_TRUE(saidError("Error removing" + events + ": Bad file descriptor"));
 }

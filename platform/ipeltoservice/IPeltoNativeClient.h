@@ -9,8 +9,8 @@ namespace android {
 // The call is one-way: the service does not wait for it and learns nothing of its result. Events
 //   come in the order the service sent them, one at a time, on a thread of the client's binder
 //   pool, which it has to start: without one nothing arrives.
-// Registration is for good. A client that died costs who keeps its proxy about 1.4 KiB (64-bit), and a call to it a look at a
-//   flag.
+// Registration is for good: a client that died costs the service about 1.6 KiB (64-bit), and an
+//   event a look at a flag.
 // A client in the service's own process is called directly, with the service's lock held: it must
 //   not call back into the service from onNativeEvent(), or the two wait for each other for ever.
 class IPeltoNativeClient : public IInterface {

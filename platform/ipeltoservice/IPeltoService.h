@@ -41,8 +41,8 @@ class IPeltoService : public IInterface {
 
 // Unmarshals and calls the operation. PERMISSION_DENIED when the caller names another interface,
 // UNKNOWN_TRANSACTION for another code, BAD_VALUE or NOT_ENOUGH_DATA when an argument is malformed
-// or missing: then no operation is called. Every call may also come one-way; then a refusal is a line
-// in the log.
+// or missing: then no operation is called. Every call may also come one-way; then a refusal is a
+// line in the log.
 class BnPeltoService : public BnInterface<IPeltoService> {
   public:
     status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply,

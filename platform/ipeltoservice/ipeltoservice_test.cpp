@@ -119,6 +119,10 @@ TEST_F(PeltoInterfaceTest, aCallCutShortReachesNoOperation) {
     negative.writeInterfaceToken(IPeltoService::descriptor);
     negative.writeInt32(-1);
     EXPECT_EQ(BAD_VALUE, mRemote->transact(IPeltoService::NOTIFY_VIDEO_STUTTER, negative, &reply));
+    EXPECT_EQ(OK,
+              mRemote->transact(IPeltoService::SET_EVENT, negative, nullptr, IBinder::FLAG_ONEWAY));
+    EXPECT_TRUE(waitLogged("W Binder: one-way call 5 of process " + std::to_string(getpid()) +
+                           " was refused with " + std::to_string(BAD_VALUE)));
     EXPECT_EQ(Notes{}, mService->notes(0));
 }
 
@@ -128,10 +132,17 @@ TEST_F(PeltoInterfaceTest, aNativeClientIsToldAndKnownAgain) {
     PeltoServiceCalls calls(mRemote.get());
     EXPECT_EQ(17, calls.registerNativeClient(client));
     EXPECT_EQ(17, calls.registerNativeClient(client));
-    EXPECT_EQ(OK, calls.setEvent(String8("type"), String8("info")));
+    // What just fits into a call to the service fits into the one to the client.
+    Parcel framing;
+    framing.writeInterfaceToken(IPeltoService::descriptor);
+    framing.writeString8(String8("type"));
+    framing.writeString8(String8());
+    const std::string info(transport::kMaxPayload - framing.dataSize() + 3, 'x');
+    EXPECT_EQ(FAILED_TRANSACTION, calls.setEvent(String8("type"), String8(info + "x")));
+    EXPECT_EQ(OK, calls.setEvent(String8("type"), String8(info)));
     ASSERT_TRUE(client->told.wait());
-    EXPECT_EQ("type$info", client->event);
-    EXPECT_EQ((Notes{"client", "client again", "event type$info"}), mService->notes(3));
+    EXPECT_TRUE("type$" + info == client->event);
+    EXPECT_EQ((Notes{"client", "client again", "event type$" + info}), mService->notes(3));
 
     Parcel unterminated, reply;
     unterminated.writeInterfaceToken(IPeltoNativeClient::descriptor);

@@ -117,8 +117,7 @@ status_t BnPeltoService::onTransact(uint32_t code, const Parcel& data, Parcel* r
     return status;
 }
 
-status_t BnPeltoService::execute(uint32_t code, const Parcel& data, Parcel* reply,
-                                 uint32_t flags) {
+status_t BnPeltoService::execute(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) {
     if (code < REGISTER_NATIVE_CLIENT || code > SET_DEBUG_LOG) {
         return BBinder::onTransact(code, data, reply, flags);
     }
