@@ -78,6 +78,7 @@ TEST_F(RefusalsTest, thenWhatThePhoneRefuses) {
     const Refusal cases[] = {
         {{"kernel", "audio", "x", "1"}, 1, "'x' is not a 32-bit number"},
         {{"kernel", "display", "7", std::string(70000, 'x')}, 1, "too long"},
+        {{"kernel", "display", "7", std::string(3832, 'x')}, 1, "at most 3831 bytes"},
         {{"gpu", "fault", "--size", "67108865"}, 1, "no size"},
         {{"gpu", "fault", "--hash", std::string(4097, 'x')}, 1, "--hash is too long"},
         {{"clock", "advance", "--", "-1"}, 1, "'-1' is no number"},
