@@ -26,9 +26,12 @@ void EnvelopePool::close(Block* block) {
 }
 
 MessageEnvelope* EnvelopePool::take() {
-    if (mOpen.empty()) this->open(makeBlock());
+    if (mOpen.empty()) {
+        this->open(makeBlock());
+        ++mEmpty;
+    }
     Block* block = mOpen.back();
-    if (block == mSpare) mSpare = nullptr;
+    if (block->freeSlots == kAllFree) --mEmpty;
     const int slot = __builtin_ctz(block->freeSlots);
     block->freeSlots &= block->freeSlots - 1;
     if (block->freeSlots == 0) close(block);
@@ -41,13 +44,17 @@ void EnvelopePool::give(MessageEnvelope* envelope) {
     auto* block = reinterpret_cast<Block*>(slot - index);
     if (block->freeSlots == 0) this->open(block);
     block->freeSlots |= 1u << index;
-    if (block->freeSlots != kAllFree) return;
-    if (mSpare == nullptr) {
-        mSpare = block;
-        return;
+    if (block->freeSlots == kAllFree) ++mEmpty;
+}
+
+void EnvelopePool::shrink() {
+    for (size_t i = mOpen.size(); mEmpty > 1; --i) {
+        Block* const block = mOpen[i - 1];
+        if (block->freeSlots != kAllFree) continue;
+        close(block);
+        delete block;
+        --mEmpty;
     }
-    close(block);
-    delete block;
 }
 
 }  // namespace android

@@ -20,7 +20,7 @@ struct MessageEnvelope {
 };
 
 // The places in which envelopes lie: blocks that do not move, a freed place used again first, so
-// that a short queue stays in the cache. An empty block is given back, but for one.
+// that a short queue stays in the cache.
 //
 // Threads: none of its own; the looper's lock covers it.
 class EnvelopePool {
@@ -34,6 +34,9 @@ class EnvelopePool {
     MessageEnvelope* take();
     // The handler reference must have been dropped.
     void give(MessageEnvelope* envelope);
+    // Frees the blocks that are empty, but for one. For when a burst is over: what comes and goes
+    // during one does not get its memory from the system anew.
+    void shrink();
 
   private:
     static constexpr size_t kBlockSlots = 32;
@@ -55,7 +58,7 @@ class EnvelopePool {
     void close(Block* block);
 
     std::vector<Block*> mOpen;  // blocks with a free slot, the one to use next at the end
-    Block* mSpare = nullptr;    // the open block that is empty, if there is one
+    size_t mEmpty = 0;          // how many of them are empty
 };
 
 }  // namespace android

@@ -148,6 +148,7 @@ void MessageQueue::removeIf(Wanted wanted) {
     }
     mTail = static_cast<size_t>(kept - mKeys.get());
     giveRoomBack();
+    mPool.shrink();
 }
 
 // The caller holds the handler, so no reference dropped here is the last one.

@@ -9,6 +9,7 @@
 #include <memory>
 
 #include "looper/EnvelopePool.h"
+#include "looper/pause.h"
 
 namespace android {
 
@@ -35,11 +36,25 @@ class Lease {
         return mEnvelopes[claimed];
     }
 
+    // The same, but when none is left waits a little for one to join: for a looper under load that
+    // is sooner than falling asleep and being woken.
+    MessageEnvelope* claimSoon() {
+        for (int tries = kTries; tries > 0; --tries) {
+            MessageEnvelope* const envelope = claim();
+            if (envelope != nullptr || isOver()) return envelope;
+            pauseBriefly();
+        }
+        return nullptr;
+    }
+
   private:
     friend class MessageQueue;
     static constexpr uint32_t kMost = 32;
+    static constexpr int kTries = 50;
     static constexpr uint32_t kRevoked = 0x80000000;  // above every count
 
+    // Nothing comes after what has been claimed: the lease is revoked, or all of a full one is.
+    bool isOver() const { return mClaimed.load(std::memory_order_relaxed) >= kMost; }
     bool isFull() const { return mGranted.load(std::memory_order_relaxed) == kMost; }
     // Not to a full one.
     void add(MessageEnvelope* envelope) {
@@ -92,6 +107,9 @@ class MessageQueue {
     void revokeLease();
     // Ends the lease and gives back what was claimed, whose handler references have been dropped.
     void settle(Lease* lease);
+
+    // Gives back the memory of a burst; for when nothing is due any more.
+    void shrink() { mPool.shrink(); }
 
   private:
     struct Key {

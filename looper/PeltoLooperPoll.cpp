@@ -146,6 +146,7 @@ int32_t PeltoLooper::deliverMessagesLocked(int32_t result) {
         deliverDueLocked();
         result = LOOPER_POLL_CALLBACK;
     }
+    mMessageEnvelopes.shrink();
     return result;
 }
 
@@ -164,7 +165,7 @@ void PeltoLooper::deliverDueLocked() {
     mSendingMessage = true;
     MessageEnvelope* envelope = lease.claim();  // nobody takes the first one back any more
     mLock.unlock();
-    for (; envelope != nullptr; envelope = lease.claim()) {
+    for (; envelope != nullptr; envelope = lease.claimSoon()) {
         if (envelope->handler != nullptr) envelope->handler->handleMessage(envelope->message);
         envelope->handler.clear();
     }

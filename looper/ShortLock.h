@@ -2,10 +2,12 @@
 
 #include <utils/Mutex.h>
 
+#include "looper/pause.h"
+
 namespace android {
 
 // Holds, for a scope, a lock that others hold for less time than falling asleep would cost: tries
-// it a few times before it waits.
+// it for about as long as that takes before it waits.
 class SCOPED_CAPABILITY ShortLock {
   public:
     explicit ShortLock(Mutex& mutex) ACQUIRE(mutex) : mMutex(mutex) { take(mutex); }
@@ -16,21 +18,13 @@ class SCOPED_CAPABILITY ShortLock {
     static void take(Mutex& mutex) ACQUIRE(mutex) {
         for (int i = 0; i < kTries; ++i) {
             if (mutex.tryLock() == 0) return;
-            pause();
+            pauseBriefly();
         }
         mutex.lock();
     }
 
   private:
-    static constexpr int kTries = 40;
-
-    static void pause() {
-#if defined(__x86_64__) || defined(__i386__)
-        __builtin_ia32_pause();
-#elif defined(__arm__) || defined(__aarch64__)
-        asm volatile("yield" ::: "memory");
-#endif
-    }
+    static constexpr int kTries = 300;
 
     Mutex& mMutex;
 };

@@ -127,6 +127,7 @@ TEST(MessageQueueTest, HoldsLittleMoreThanWhatWaitsAndGivesABurstBack) {
         while (MessageEnvelope* const envelope = lease.claim()) envelope->handler.clear();
         queue.settle(&lease);
     }
+    queue.shrink();
     EXPECT_LT(heapInUse() - before, 96 * sizeof(MessageEnvelope));
     queue.remove(handler);
     EXPECT_EQ(1, handler->getStrongCount());
