@@ -102,7 +102,7 @@ void addGpuVerbs(CLI::App& app, Client& client) {
     Client::needsVerb(gpu);
     addGpuFault(*gpu, client);
     CLI::App* await = gpu->add_subcommand(
-        "await", "Wait until the service waits for the next fault, at most 20 s");
+        "await", "Wait until the service waits for the next fault, at most 60 s");
     client.onVerb(await, [&client] {
         askPhone(client, {"gpu", "await-reader"});
         return kDone;

@@ -3,6 +3,7 @@
 #include <dirent.h>
 #include <gmock/gmock.h>
 #include <signal.h>
+#include <sys/socket.h>
 
 #include <fstream>
 #include <system_error>
@@ -10,6 +11,8 @@
 #include "gpu/KelvoGpuMinidump.h"
 #include "gpu/KelvoGpuMinidumpFactory.h"
 #include "sim/attributes.h"
+#include "sim/control.h"
+#include "sim/control_socket.h"
 #include "sim/line_file.h"
 #include "sim/shell.h"
 #include "tests/support/phone_test.h"
@@ -191,6 +194,19 @@ TEST_F(GpuTest, CollectsAFaultIntoOneArchive) {
     std::ifstream("/proc/self/task/" + std::to_string(log().back().tid) + "/comm") >> comm;
     EXPECT_EQ("KelvoGpuMinidum", comm);
     EXPECT_EQ(reported("5a1f0c"), said(kTag));
+}
+
+TEST_F(GpuTest, ItsReaderIsAwaitedWhileTheClockIsMovedOn) {
+    start();
+    ASSERT_TRUE(phone().control().serve());
+    fault("h");
+    const sim::Fd waiting = sim::connectToControl(phone().runDir());
+    send(waiting.get(), "gpu\0await-reader", 16, 0);
+    EXPECT_TRUE(sim::controlRequest(phone(), {"clock", "await-sleepers", "1"}).ok);
+    EXPECT_TRUE(sim::controlRequest(phone(), {"clock", "advance", "20"}).ok);
+    char answer[100] = "";
+    recv(waiting.get(), answer, sizeof(answer) - 1, 0);
+    EXPECT_STREQ(".ok", answer);
 }
 
 TEST_F(GpuTest, IdsAreUsedAsRead) {

@@ -48,6 +48,11 @@ void Attributes::set(const std::string& path, Content content) {
     mAttributes[path.substr(1)].content = std::move(content);
 }
 
+void Attributes::setSize(const std::string& path, off_t size) {
+    Lock lock(mMutex);
+    mAttributes[path.substr(1)].size = size;
+}
+
 void Attributes::notify(const std::string& path) {
     Lock lock(mMutex);
     makeReady(path.substr(1), false);
@@ -137,6 +142,7 @@ std::optional<int> Attributes::stat(const char* path, struct ::stat* status) {
     *status = {};
     status->st_mode = S_IFREG | 0444;
     status->st_nlink = 1;
+    status->st_size = attribute->size;
     status->st_blksize = kReadBytes;
     return 0;
 }

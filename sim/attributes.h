@@ -29,8 +29,8 @@ class Root;
 // A descriptor opened and never read is ready for POLLPRI|POLLERR; it stays so until pread() at
 // offset 0, and notifications before that are one. pread() gives the text of that moment, a plain
 // read() that of open(); neither more than 4096 bytes at once, and a plain read() for less loses
-// the rest of its block. The size in stat() is 0. When a device is removed, its descriptors are
-// ready for ever and pread() fails with ENODEV.
+// the rest of its block. When a device is removed, its descriptors are ready for ever and pread()
+// fails with ENODEV.
 //
 // Ownership: a descriptor handed out is closed plainly by its opener.
 // Threads: any. A text longer than a socket holds is fed by a thread of its own until the reader
@@ -60,6 +60,9 @@ class Attributes {
     void set(const std::string& path, std::string content) {
         set(path, std::make_shared<const std::string>(std::move(content)));
     }
+    // The size in stat(), whatever the text: 4096 as of a text attribute until it is set; a binary
+    // one has 0.
+    void setSize(const std::string& path, off_t size) SIM_EXCLUDES(mMutex);
     void notify(const std::string& path) SIM_EXCLUDES(mMutex);
     // The path is missing (ENOENT) until it is set again.
     void remove(const std::string& path) SIM_EXCLUDES(mMutex);
@@ -84,6 +87,7 @@ class Attributes {
     struct Attribute {
         Content content;  // null when removed
         Faults faults;
+        off_t size = kReadBytes;
         int opens = 0;
     };
     struct Open;

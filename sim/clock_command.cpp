@@ -24,10 +24,10 @@ double readNumber(const std::string& text, double most) {
     return number;
 }
 
-void awaitSleepers(const std::string& count) {
-    if (!Clock::get().waitForSleepers(static_cast<int>(readNumber(count, kMostSleepers)),
-                                      kPatience))
-        throw std::runtime_error("clock: fewer than " + count + " threads sleep");
+Reply awaitSleepers(const std::string& count) {
+    const int least = static_cast<int>(readNumber(count, kMostSleepers));
+    if (Clock::get().waitForSleepers(least, std::chrono::seconds(0))) return {true, {}};
+    return {false, {"clock: fewer than " + count + " threads sleep"}, kPatience};
 }
 
 Reply run(const Control::Arguments& words) {
@@ -35,7 +35,7 @@ Reply run(const Control::Arguments& words) {
         const double seconds = readNumber(words[1], kMostSeconds);
         Clock::get().advance(std::chrono::nanoseconds(std::llround(seconds * 1e9)));
     } else if (words.size() == 2 && words[0] == "await-sleepers") {
-        awaitSleepers(words[1]);
+        return awaitSleepers(words[1]);
     } else {
         throw std::runtime_error("clock: takes advance SECONDS or await-sleepers N");
     }

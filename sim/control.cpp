@@ -17,6 +17,7 @@ namespace sim {
 namespace {
 
 constexpr char kTag[] = "sim_control";
+constexpr int kRetryMillis = 20;
 
 std::deque<std::string> datagramsOf(const Reply& reply) {
     std::vector<std::string> texts{reply.ok ? "ok" : "error"};
@@ -47,19 +48,28 @@ class ControlServer {
   private:
     struct Connection {
         Fd fd;
-        std::deque<std::string> unsent;  // no further request is read until this is empty
+        // No further request is read until both are empty.
+        Control::Arguments pending;                   // the request to be tried again,
+        std::chrono::steady_clock::time_point asked;  // which came then
+        std::deque<std::string> unsent;               // of its reply
+
+        // What poll() is to tell of; it tells of a hang-up in any case.
+        short events() const {
+            if (!unsent.empty()) return POLLOUT;
+            return pending.empty() ? POLLIN : 0;
+        }
     };
 
     void turn() {
         std::vector<pollfd> polled{{mSocket.listening.get(), POLLIN, 0}};
+        int timeout = -1;
         for (const Connection& connection : mConnections) {
-            const bool sends = !connection.unsent.empty();
-            polled.push_back(
-                {connection.fd.get(), static_cast<short>(sends ? POLLOUT : POLLIN), 0});
+            polled.push_back({connection.fd.get(), connection.events(), 0});
+            if (!connection.pending.empty()) timeout = kRetryMillis;
         }
-        if (poll(polled.data(), polled.size(), -1) <= 0) return;
+        if (poll(polled.data(), polled.size(), timeout) < 0) return;
         for (size_t i = polled.size(); --i > 0;) {
-            if (polled[i].revents != 0 && !serve(mConnections[i - 1]))
+            if (!serve(mConnections[i - 1], polled[i].revents))
                 mConnections.erase(mConnections.begin() + static_cast<ptrdiff_t>(i - 1));
         }
         if (polled[0].revents != 0) welcome();
@@ -74,12 +84,14 @@ class ControlServer {
             logAs(kTag, kWarn, "a process of another user is refused");
         } else {
             if (mConnections.size() >= Control::kConnections) mConnections.pop_front();
-            mConnections.push_back({std::move(fd), {}});
+            mConnections.push_back({std::move(fd), {}, {}, {}});
         }
     }
 
     // False when the connection is over.
-    bool serve(Connection& connection) {
+    bool serve(Connection& connection, short events) {
+        if (!connection.pending.empty()) return events == 0 && execute(connection);
+        if (events == 0) return true;
         return connection.unsent.empty() ? take(connection) : answer(connection);
     }
 
@@ -94,7 +106,16 @@ class ControlServer {
                   "no request: " + std::to_string(size) + " bytes; the connection is closed");
             return false;
         }
-        connection.unsent = datagramsOf(mControl.run(splitTexts({mRequest.data(), size})));
+        connection.pending = splitTexts({mRequest.data(), size});
+        connection.asked = std::chrono::steady_clock::now();
+        return execute(connection);
+    }
+
+    bool execute(Connection& connection) {
+        const Reply reply = mControl.run(connection.pending);
+        if (reply.patience > std::chrono::steady_clock::now() - connection.asked) return true;
+        connection.pending.clear();
+        connection.unsent = datagramsOf(reply);
         return answer(connection);
     }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <map>
 #include <string>
@@ -14,6 +15,9 @@ class Phone;
 struct Reply {
     bool ok = false;
     std::vector<std::string> texts;  // the results, or one text that says what went wrong
+    // For so long after the request its command is run again, since this error may pass; only then
+    // is it the answer. Less than a client waits for one.
+    std::chrono::seconds patience{0};
 };
 
 // How another process drives the ends of the phone that live in the service's process: a socket
@@ -23,6 +27,8 @@ struct Reply {
 //   "ok" or "error" and its texts, NUL-separated, cut into datagrams; in front of each stands '+'
 //   when more follow and '.' when it is the last.
 // Threads: add() and serve() from any thread; the commands run one at a time on "sim_control".
+//   None may wait there: one that has to says so by the patience of its reply, and others run
+//   between its tries.
 // Errors: what cannot be a request costs one log line and its sender the connection. A command
 //   that throws is answered by "error" and what it threw.
 class Control {
@@ -59,7 +65,7 @@ class Control {
 
 // One request to whoever serves the phone in `folder`: the command's name and its arguments.
 // Throws std::runtime_error with one line when nobody serves it, an argument cannot be sent, or no
-// whole reply comes within half a minute.
+// whole reply comes within a minute and a half.
 Reply controlRequest(const std::string& folder, const std::vector<std::string>& words);
 Reply controlRequest(const Phone& phone, const std::vector<std::string>& words);
 

@@ -11,7 +11,7 @@
 namespace sim {
 namespace {
 
-constexpr timeval kPatience{30, 0};
+constexpr timeval kPatience{90, 0};  // more than any command has
 
 std::string requestOf(const std::vector<std::string>& words) {
     for (const std::string& word : words) {
@@ -39,7 +39,7 @@ std::string receiveReply(int fd) {
         const ssize_t got = recv(fd, block.data(), block.size(), 0);
         if (got < 0 && errno == EINTR) continue;
         if (got <= 0 || reply.size() > Control::kReplyBytes) {
-            throw std::runtime_error(got < 0 && errno == EAGAIN ? "no answer within 30 s"
+            throw std::runtime_error(got < 0 && errno == EAGAIN ? "no answer within 90 s"
                                                                 : "the answer breaks off");
         }
         reply.append(block.data() + 1, static_cast<size_t>(got) - 1);

@@ -12,6 +12,7 @@ constexpr const char* kFiles[] = {Gpu::kTimestamp, Gpu::kControl, Gpu::kHashId, 
 }  // namespace
 
 Gpu::Gpu(Attributes& attributes) : mAttributes(attributes) {
+    mAttributes.setSize(kDump, 0);
     appear();
 }
 
@@ -54,8 +55,8 @@ void Gpu::vanishAfter(size_t bytes) {
     mAttributes.setFaults(kDump, faults);
 }
 
-bool Gpu::awaitReader(std::chrono::seconds patience) {
-    return mAttributes.waitIdle(patience);
+bool Gpu::hasReader() {
+    return mAttributes.waitIdle(std::chrono::seconds(0));
 }
 
 std::string Gpu::snapshotOf(size_t size) {

@@ -10,6 +10,7 @@ class Control;
 
 // The phone's graphics driver: its four snapshot files, and the faults it tells of. On a fresh
 // phone there has been no fault: the timestamp is "0" and dumps are allowed.
+// Tells of every fault, whether or not the dump of the one before was read.
 // Threads: any.
 class Gpu {
   public:
@@ -40,9 +41,8 @@ class Gpu {
     // The device vanishes when a reader has had so many bytes of a snapshot.
     void vanishAfter(size_t bytes);
 
-    // Waits until the driver's reader waits for the next fault; false after `patience` of real
-    // time.
-    bool awaitReader(std::chrono::seconds patience);
+    // Whether the driver's reader waits for the next fault.
+    bool hasReader();
 
     // A snapshot of that size whose bytes depend on their place alone.
     static std::string snapshotOf(size_t size);
@@ -57,7 +57,7 @@ class Gpu {
 //   appear
 //   unreadable timestamp|snapshot_control|snapshot_hashid|dump
 //   short-reads BYTES
-//   await-reader                   an error after 20 s
+//   await-reader                   until hasReader(); an error after 60 s of real time
 void addGpuCommand(Control& control, Gpu& gpu);
 
 }  // namespace sim

@@ -69,9 +69,11 @@ void makeUnreadable(Gpu& gpu, const Control::Arguments& words) {
     refuse("there is no file '" + file + "'");
 }
 
-void awaitReader(Gpu& gpu) {
-    constexpr std::chrono::seconds kPatience{20};
-    if (!gpu.awaitReader(kPatience)) refuse("nobody waits for the next fault yet");
+// A collection on a running clock takes its reader 20 s and more.
+Reply awaitReader(Gpu& gpu) {
+    constexpr std::chrono::seconds kPatience{60};
+    if (gpu.hasReader()) return {true, {}};
+    return {false, {"gpu: nobody waits for the next fault yet"}, kPatience};
 }
 
 Reply run(Gpu& gpu, const Control::Arguments& words) {
@@ -87,7 +89,7 @@ Reply run(Gpu& gpu, const Control::Arguments& words) {
     } else if (verb == "appear" && words.size() == 1) {
         gpu.appear();
     } else if (verb == "await-reader" && words.size() == 1) {
-        awaitReader(gpu);
+        return awaitReader(gpu);
     } else {
         refuse("takes fault, vanish, appear, unreadable, short-reads or await-reader");
     }

@@ -30,6 +30,9 @@ int32_t commandOf(const std::string& text) {
 }
 
 constexpr size_t kMostText = 65000;  // its length travels in 16 bits
+// What the fields of the display driver's record hold, each before a NUL.
+constexpr size_t kMostId = 131;
+constexpr size_t kMostPayload = 3831;
 
 template <typename Outcome>
 Reply replyTo(Outcome outcome, const char* nobody) {
@@ -47,8 +50,8 @@ Reply pushAudio(GenericNetlink& netlink, const Arguments& arguments) {
 
 Reply awaitRegistration(GenericNetlink& netlink) {
     constexpr std::chrono::seconds kPatience{10};
-    if (netlink.waitRegistered(kPatience)) return {true, {}};
-    return {false, {kNotRegistered}};
+    if (netlink.waitRegistered(std::chrono::seconds(0))) return {true, {}};
+    return {false, {kNotRegistered}, kPatience};
 }
 
 Reply pushRaw(GenericNetlink& netlink, const Arguments& arguments) {
@@ -79,6 +82,8 @@ Reply listReceived(GenericNetlink& netlink) {
 
 Reply sendDisplay(DisplayKernel& display, const Arguments& arguments) {
     expect(arguments, 2, "display ID PAYLOAD");
+    if (arguments[0].size() > kMostId || arguments[1].size() > kMostPayload)
+        return {false, {"an ID has at most 131 bytes, a PAYLOAD at most 3831 bytes"}};
     return replyTo(display.send({arguments[0], arguments[1]}), "nobody listens to the display");
 }
 
