@@ -1,6 +1,7 @@
 #include <sim/log.h>
 #include <sim/phone_log.h>
 #include <sim/properties.h>
+#include <sim/services.h>
 #include <stdio.h>
 
 #include <CLI/CLI.hpp>
@@ -34,6 +35,7 @@ int setProperty(Client& client, const std::string& key, const std::string& value
     });
     const bool done = phone.properties().set(key, value);
     phone.log().observe(nullptr);
+    phone.services().awaitStopped();  // what it has started runs in this process
     if (!done) throw Failure(kFailed, "setprop: " + printable(why));
     return kDone;
 }

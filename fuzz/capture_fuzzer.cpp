@@ -11,6 +11,7 @@
 #include "logcapture/KelvoAudioDumpsysLogThread.h"
 #include "logcapture/KelvoPeltoLogThread.h"
 #include "logcapture/KelvoWexRaiseException.h"
+#include "sim/services.h"
 
 using namespace android;
 namespace fs = std::filesystem;
@@ -80,8 +81,9 @@ class World {
     // Everything beside the phone's files that a command could make, change or remove; of what the
     // phone itself writes as it runs, that it is there.
     std::string state() const {
-        static const std::set<fs::path> written = {
-            "fs", "run/kernel_log", "run/log", "run/properties", "run/reports", "run/stats"};
+        static const std::set<fs::path> written = {"fs",       "run/init",       "run/kernel_log",
+                                                   "run/log",  "run/properties", "run/reports",
+                                                   "run/stats"};
         std::ostringstream text;
         for (fs::recursive_directory_iterator entry(mFolder), end; entry != end; ++entry) {
             text << entry->path() << '\n';
@@ -112,6 +114,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     capture->doCompressFile();
     capture->deleteFiles();
     sp<KelvoAudioDumpsysLogThread>(new KelvoAudioDumpsysLogThread(info))->threadLoop();
+    fuzzPhone().services().awaitStopped();
     world.check();
     return 0;
 }

@@ -17,6 +17,7 @@
 #include "sim/generic_netlink.h"
 #include "sim/phone.h"
 #include "sim/ready.h"
+#include "sim/services.h"
 
 using namespace android;
 
@@ -94,6 +95,7 @@ int runServiceHost(const HostOptions& options, StopSignals& signals) {
                         options.threads);
     sim::tellReady(options.readyFd);
     IPCThreadState::self()->joinThreadPool();
+    sim::Phone::get().services().awaitStopped();
     sim::Phone::get().control().withdraw();
     __android_log_print(ANDROID_LOG_DEBUG, kTag, "stopped");
     return kHostStopped;

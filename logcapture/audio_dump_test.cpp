@@ -17,14 +17,14 @@ class AudioDumpTest : public CaptureTest {
   protected:
     AudioDumpTest() : CaptureTest("KelvoAudioDumpsysLogThread") {}
 
-    // A dump file, so many seconds after the start of the phone's time.
-    void dumpFile(const std::string& name, int seconds) {
+    // A dump file, so long after the start of the phone's time.
+    void dumpFile(const std::string& name, int seconds, int millis = 0) {
         file(kDirectory + name, "");
-        const timespec times[] = {{seconds, 0}, {seconds, 0}};
+        const timespec times[] = {{}, {seconds, millis * 1000000}};
         ASSERT_EQ(0, utimensat(AT_FDCWD, host(name).c_str(), times, 0));
     }
     void dumpFiles(int count, const std::string& prefix = "f") {
-        for (int i = 0; i < count; ++i) dumpFile(prefix + std::to_string(i), 7);
+        for (int i = 0; i < count; ++i) dumpFile(prefix + std::to_string(i), 7, i * 617 % 1000);
     }
     std::string host(const std::string& name) { return phone().fsDir() + kDirectory + name; }
     size_t files() { return names(kDirectory).size(); }
@@ -62,7 +62,7 @@ TEST_F(AudioDumpTest, TheTenthFileCostsTheOldest) {
         said());
 }
 
-TEST_F(AudioDumpTest, OfEqualTimesTheFirstListedGoesOneADump) {
+TEST_F(AudioDumpTest, OfEqualSecondsTheFirstListedGoesOneADump) {
     dumpFiles(1000);
     for (int i = 0; i < 3; ++i) {
         const fs::directory_iterator first(host(""));
@@ -86,12 +86,13 @@ TEST_F(AudioDumpTest, TheTypeIsSetBeforeTheServiceStarts) {
     EXPECT_TRUE(thread->threadLoop());
     EXPECT_EQ("E DUMP_PATH open failed.\nD start audio dump info, mDumpType:a,b c\n", said());
     EXPECT_EQ("a,b c", property("kelvo.audio.dumpinfo.type"));
+    phone().services().awaitStopped();
     EXPECT_THAT(contents(kDirectory + names(kDirectory)[0]),
                 testing::StartsWith("dump type: a,b c\n"));
     // The service starts also when the property refuses the type.
     EXPECT_TRUE(make<KelvoAudioDumpsysLogThread>(std::string(92, 'x'))->threadLoop());
+    phone().services().awaitStopped();
     EXPECT_EQ("a,b c", property("kelvo.audio.dumpinfo.type"));
-    EXPECT_EQ(2u, files());
     said();
     EXPECT_FALSE(make<KelvoAudioDumpsysLogThread>("")->threadLoop());
     EXPECT_EQ("E invalid mDumpType.\nD ~KelvoAudioDumpsysLogThread()\n", said());

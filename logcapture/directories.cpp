@@ -2,8 +2,8 @@
 
 #include <android/log.h>
 
-#include <algorithm>
 #include <cerrno>
+#include <cstring>
 #include <string>
 
 #include "phone/phone.h"
@@ -76,7 +76,7 @@ class DirectoryMaker {
 
 bool makeDirectories(const char* tag, const String8& path, PathListener listener) {
     return DirectoryMaker(tag, listener)
-        .make(std::string(path.c_str(), std::min(path.size(), kPathBytes - 1)));
+        .make(std::string(path.c_str(), strnlen(path.c_str(), kPathBytes - 1)));
 }
 
 }  // namespace android

@@ -70,13 +70,13 @@ TEST_F(ExceptionReportTest, IdsAndLogTypesAreTranslated) {
 
     results.clear();
     for (const std::string type :
-         {"1", "2", "4", "8", "16", "64", "128", "288", "000000256", "0000000001", "512", ""}) {
+         {"1", "2", "4", "8", "16", "64", "128", "288", "000000256", "0000000260", "512", ""}) {
         const auto logs = static_cast<long long>(reporter->getWexAtomicLogs(String8(type)));
         results += type + String8::format("=%llx ", logs).c_str();
     }
     EXPECT_EQ(
         "1=20 2=1 4=0 8=208 16=800 64=0 128=80 288=2000000000 000000256=2000000000 "
-        "0000000001=0 512=0 =0 ",
+        "0000000260=0 512=0 =0 ",
         results);
     EXPECT_EQ(R"(V getWexAtomicLogs: STACK_TRACE, nothing need to do now
 D getWexAtomicLogs: SYSTRACE log
@@ -119,7 +119,7 @@ chmod 0777 /data/persist_log/wex/exception_log/*
     EXPECT_EQ("stack", contents("/data/persist_log/wex/exception_log/tombstone_00"));
 
     phone().root().fillDisk(true);
-    make<KelvoWexRaiseException>("A0345,260,/p/,/t/,n");
+    make<KelvoWexRaiseException>("A0345,0000000260,/p/,/t/,n");
     EXPECT_EQ(copy, ran());
     const std::string lines = said();
     EXPECT_EQ(1, count(lines, "V checkPath : path /data/persist_log/wex/exception_log/ exist.\n"));

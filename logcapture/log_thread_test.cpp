@@ -143,7 +143,7 @@ TEST_F(LogThreadTest, DirectoriesThatCannotBeMadeSkipTheCapture) {
     }
     // Only what a "/" ends is made, and a path is cut.
     const std::string longPath = "/data/q/" + std::string(4096, 'l') + "/";
-    for (const std::string& path : {"/data/q/last"s, ""s, "r/"s, longPath})
+    for (const std::string& path : {"/data/q/last"s, "/data/q/nul\0/"s, ""s, "r/"s, longPath})
         EXPECT_TRUE(make<KelvoPeltoLogThread>("")->checkPath(String8(path)));
     EXPECT_THAT(said(), HasSubstr("log path(" + longPath.substr(0, 255) + ") not exist errno=2,"));
     EXPECT_THAT(names("/data/q"), testing::IsEmpty());
@@ -167,7 +167,12 @@ D ~KelvoPeltoLogThread()
     EXPECT_EQ(fs::perms::owner_all, modeOf("/data/arch")) << "not opened to everybody";
 }
 
-TEST_F(LogThreadTest, TheTimeNeedsItsWholeBufferAndAClock) {
+TEST_F(LogThreadTest, TheTimeFollowsTheZoneAndNeedsItsWholeBufferAndAClock) {
+    using Case = std::pair<const char*, const char*>;
+    for (const auto& [zone, time] : {Case("XYZ+3", "05_11-07-09"), Case("XYZ-9", "05_23-07-09")}) {
+        setenv("TZ", zone, 1);
+        EXPECT_THAT(capture("E1,9,/p/E1/,/t/,n"), HasSubstr("tar -czf /t/n@2024-03-"s + time));
+    }
     char time[64] = "as before";
     const auto thread = make<KelvoPeltoLogThread>("");
     said();

@@ -7,7 +7,6 @@
 #include <time.h>
 
 #include <algorithm>
-#include <atomic>
 
 #include "sim/clock.h"
 #include "sim/fd.h"
@@ -43,33 +42,51 @@ constexpr struct {
      "5\n"},
 };
 
-// "YYYY-MM-DD_HH-MM-SS.mmm-N-TYPE.txt": several in one millisecond are told apart by N.
-std::string fileName(const std::string& type) {
-    static std::atomic<unsigned> count{0};
+// "YYYY-MM-DD_HH-MM-SS.mmm"
+std::string stamp() {
     const int64_t millis = Clock::get().wallNanos() / 1000000;
     const time_t seconds = static_cast<time_t>(millis / 1000);
     struct tm local {};
     localtime_r(&seconds, &local);
-    char stamp[40], name[120];
-    strftime(stamp, sizeof(stamp), "%Y-%m-%d_%H-%M-%S", &local);
+    char second[40], whole[48];
+    strftime(second, sizeof(second), "%Y-%m-%d_%H-%M-%S", &local);
+    snprintf(whole, sizeof(whole), "%s.%03d", second, static_cast<int>(millis % 1000));
+    return whole;
+}
+
+// A new file STAMP-N-TYPE.txt: of those of one millisecond, whichever process writes them, N tells
+// which is which.
+Fd create(const Root& root, const std::string& type, std::string& path) {
+    const std::string start = kDirectory + stamp() + "-";
     std::string plain = type.substr(0, kTypeInName);
     std::replace_if(
         plain.begin(), plain.end(), [](unsigned char c) { return isalnum(c) == 0; }, '_');
-    snprintf(name, sizeof(name), "%s.%03d-%u-%s.txt", stamp, static_cast<int>(millis % 1000),
-             ++count, plain.c_str());
-    return name;
+    for (unsigned n = 1;; ++n) {
+        path = start + std::to_string(n) + "-" + plain + ".txt";
+        Fd fd(root.open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+        if (fd.valid() || errno != EEXIST) return fd;
+    }
 }
 
-void dump(Phone& phone) {
+int fail(const std::string& path, int error) {
+    logAs(kService, kError, "cannot write " + path + ": " + strerror(error));
+    return 1;
+}
+
+int dump(Phone& phone) {
     const std::string type = phone.properties().get(kTypeProperty).value_or("");
-    std::string text = "dump type: " + type + "\n";
+    std::string text = "dump type: " + type + "\n", path;
     for (const auto& part : kDumps)
         text += std::string("\nDUMP OF SERVICE ") + part.service + ":\n" + part.text;
-    const std::string path = kDirectory + fileName(type);
-    Fd fd(phone.root().open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
-    if (!fd.valid() || !writeAll(fd.get(), text.data(), text.size()))
-        return logAs(kService, kError, "cannot write " + path + ": " + strerror(errno));
+    const Fd fd = create(phone.root(), type, path);
+    if (!fd.valid()) return fail(path, errno);
+    if (!writeAll(fd.get(), text.data(), text.size())) {
+        const int error = errno;
+        phone.root().remove(path.c_str());
+        return fail(path, error);
+    }
     logAs(kService, kInfo, "wrote " + path);
+    return 0;
 }
 
 }  // namespace
@@ -82,7 +99,7 @@ std::string audioDump(std::string_view service) {
 }
 
 void addAudioDumpService(Phone& phone) {
-    phone.services().add(kService, [&phone] { dump(phone); });
+    phone.services().add(kService, [&phone] { return dump(phone); });
 }
 
 }  // namespace sim

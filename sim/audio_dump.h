@@ -12,7 +12,8 @@ class Phone;
 std::string audioDump(std::string_view service);
 
 // Registers init's service "audiodumpinfo". Started, it writes what all three say, headed by the
-// type in "kelvo.audio.dumpinfo.type", to a file of its own in the audio dump directory.
+// type in "kelvo.audio.dumpinfo.type", to a file of its own in the audio dump directory, or leaves
+// none and a log line.
 void addAudioDumpService(Phone& phone);
 
 }  // namespace sim

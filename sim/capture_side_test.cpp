@@ -11,12 +11,12 @@
 #include "phone/phone.h"
 #include "sim/reports.h"
 #include "sim/root.h"
-#include "sim/services.h"
 #include "sim/shell.h"
 #include "sim/testing/told_phone.h"
 #include "sim/tombstones.h"
 
 using testing::ElementsAre;
+using testing::EndsWith;
 
 class CaptureSideTest : public ToldPhoneTest {
   protected:
@@ -43,7 +43,7 @@ TEST_F(CaptureSideTest, ReportsAreKeptByteForByte) {
     const auto all = reports().after(0);
     ASSERT_EQ(2u, all.size());
     EXPECT_EQ(record("first\n"), all[0].record);
-    EXPECT_THAT(all[0].text(), testing::EndsWith("id 0x10006345  first?  no logs"));
+    EXPECT_THAT(all[0].text(), EndsWith("id 0x10006345  first?  no logs"));
     EXPECT_EQ(std::string(256, 'n'), all[1].name);
     EXPECT_THAT(all[1].logNames(),
                 ElementsAre("android log", "kernel log", "pcm dump or adsp text log", "0x204"));
@@ -54,10 +54,9 @@ TEST_F(CaptureSideTest, TheLatestThousandReportsOfAllProcessesStay) {
     for (int process = 0; process < 4; ++process) {
         if (fork() != 0) continue;
         sim::Reports own(phone().runDir() + "/reports");
-        for (int i = 0; i < 260; ++i) {
-            if (own.add(record("n")) == 0) _exit(1);
-        }
-        _exit(0);
+        bool added = true;
+        for (int i = 0; i < 260; ++i) added &= own.add(record("n")) != 0;
+        _exit(added ? 0 : 1);
     }
     for (int status = 0; wait(&status) > 0;) ASSERT_EQ(status, 0);
     const auto all = reports().after(0);
@@ -72,6 +71,9 @@ TEST_F(CaptureSideTest, TombstonesTakeTheNextNameAndThenTheOldest) {
     }
     EXPECT_EQ("/data/tombstones/tombstone_00",
               writeTombstone(phone().root(), {"mediaserver", 500, 11, std::string(9999, 'r')}));
+    phone().root().fillDisk(true);
+    EXPECT_EQ("", writeTombstone(phone().root(), {}));
+    EXPECT_THAT(contents("/data/tombstones/tombstone_01"), testing::HasSubstr("pid: 401"));
     EXPECT_EQ(32u, names("/data/tombstones").size());
     EXPECT_THAT(contents("/data/tombstones/tombstone_31"),
                 testing::ContainsRegex("pid: 431, tid: 431, name: audioserver  >>> "
@@ -79,16 +81,30 @@ TEST_F(CaptureSideTest, TombstonesTakeTheNextNameAndThenTheOldest) {
     EXPECT_LT(contents("/data/tombstones/tombstone_00").size(), 1200u);
 }
 
-TEST_F(CaptureSideTest, TheAudioDumpServiceWritesAFilePerStart) {
-    const std::string directory = "/data/persist_log/TMP/audio_dumpsys";
+TEST_F(CaptureSideTest, TheAudioDumpServiceWritesAWholeFilePerStartOrNone) {
+    const std::string directory = "/data/persist_log/TMP/audio_dumpsys/";
+    const auto start = [&] {
+        EXPECT_TRUE(setProperty("ctl.start", "audiodumpinfo"));
+        phone().services().awaitStopped();
+        return names(directory);
+    };
+    holdClock();
     setProperty("kelvo.audio.dumpinfo.type", "../a b");
-    EXPECT_TRUE(setProperty("ctl.start", "audiodumpinfo"));
-    EXPECT_TRUE(setProperty("ctl.start", "audiodumpinfo"));
-    const auto files = names(directory);
-    ASSERT_THAT(files, ElementsAre(testing::EndsWith("-1-___a_b.txt"), testing::_));
-    EXPECT_THAT(contents(directory + "/" + files[0]),
+    std::string taken = start().at(0);
+    EXPECT_THAT(contents(directory + taken),
                 testing::AllOf(testing::StartsWith("dump type: ../a b\n"),
                                testing::HasSubstr("DUMP OF SERVICE media.audio_policy:\nAudioP")));
+    file(directory + taken.replace(taken.rfind("-1-"), 3, "-2-"), "of another process");
+    EXPECT_THAT(start(), ElementsAre(EndsWith("-1-___a_b.txt"), taken, EndsWith("-3-___a_b.txt")));
+    using Case = std::pair<const char*, size_t>;
+    for (const auto& [fault, files] :
+         {Case("fault program audiodumpinfo fail 3", 3), Case("fault program audiodumpinfo run", 4),
+          Case("fault disk full", 4)}) {
+        EXPECT_EQ("ok", tell(fault));
+        EXPECT_THAT(start(), testing::SizeIs(files)) << fault;
+    }
+    EXPECT_TRUE(logged("W init: Service 'audiodumpinfo' exited with status 3"));
+    EXPECT_THAT(said("audiodumpinfo"), EndsWith("-5-___a_b.txt: No space left on device\n"));
     phone().services().add("audiodumpinfo", nullptr);
     EXPECT_FALSE(setProperty("ctl.start", "audiodumpinfo")) << "it can be missing";
 }
@@ -113,12 +129,6 @@ TEST_F(CaptureSideTest, AFullDiskTakesNamesButNothingElse) {
 }
 
 TEST_F(CaptureSideTest, FaultsAreSetFromAnotherProcess) {
-    EXPECT_EQ("ok", tell("fault program dmesg fail 3"));
-    EXPECT_EQ(3 << 8, phone::system("dmesg"));
-    EXPECT_EQ("ok", tell("fault program dmesg run"));
-    EXPECT_EQ(0, phone::system("dmesg"));
-    EXPECT_EQ("ok", tell("fault disk full"));
-    EXPECT_TRUE(phone().root().diskFull());
     EXPECT_EQ("ok", tell("fault reports refuse"));
     EXPECT_EQ(0u, reports().add(record("n")));
     for (const std::string wrong : {"fault", "fault disk", "fault program dmesg fail 0",

@@ -70,7 +70,7 @@ void makeDirectories(const fs::path& folder) {
     for (const char* directory : kDirectories) fs::create_directories(folder / "fs" / directory);
     fs::create_directories(folder / "run");
     fs::permissions(folder / "run", fs::perms::owner_all);
-    for (const char* directory : {"log", "properties", "services"})
+    for (const char* directory : {"init", "log", "properties", "services"})
         fs::create_directories(folder / "run" / directory);
 }
 
@@ -103,11 +103,11 @@ Phone::Phone(const std::string& folder)
     : mFolder(folder),
       mRoot(new Root(fsDir())),
       mLog(new Log(runDir() + "/log")),
-      mServices(new Services),
+      mShell(new Shell(*mRoot)),
+      mServices(new Services(runDir() + "/init", *mShell)),
       mProperties(new Properties(runDir() + "/properties", *mServices)),
       mKernelLog(new KernelLog(runDir() + "/kernel_log")),
       mReports(new Reports(runDir() + "/reports")),
-      mShell(new Shell(*mRoot)),
       mSockets(new Sockets),
       mNetlink(new GenericNetlink),
       mDisplayKernel(new DisplayKernel),

@@ -66,11 +66,11 @@ class Phone {
     const std::string mFolder;
     std::unique_ptr<Root> mRoot;
     std::unique_ptr<Log> mLog;
+    std::unique_ptr<Shell> mShell;
     std::unique_ptr<Services> mServices;
     std::unique_ptr<Properties> mProperties;
     std::unique_ptr<KernelLog> mKernelLog;
     std::unique_ptr<Reports> mReports;
-    std::unique_ptr<Shell> mShell;
     std::unique_ptr<Sockets> mSockets;
     GenericNetlink* mNetlink;  // belongs to mSockets
     std::unique_ptr<DisplayKernel> mDisplayKernel;

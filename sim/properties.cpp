@@ -50,7 +50,10 @@ bool Properties::set(const std::string& key, const std::string& value) {
     if (!isKey(key)) return refuse(key, "invalid property name");
     if (value.size() > kValueBytes) return refuse(key, "property value too long");
     if (value.find('\0') != value.npos) return refuse(key, "property value has a NUL");
-    if (key == "ctl.start") return mServices.start(value);
+    if (key == "ctl.start") {
+        return mServices.start(
+            value, [this, value](const char* state) { set("init.svc." + value, state); });
+    }
     if (startsWith(key, "ctl.")) return refuse(key, "unknown control message");
     return store(key, value) || refuse(key, strerror(errno));
 }

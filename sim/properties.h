@@ -12,14 +12,15 @@ class Services;
 // value is replaced whole or not at all.
 //
 // Keys: [A-Za-z0-9._@:-], 1 to 128 characters, no "." at either end nor two in a row. Values: at
-// most 91 bytes, no NUL. "ro." properties are set once. Setting "ctl.start" starts the service of
-// that name and stores nothing; no other "ctl." key exists.
+// most 91 bytes, no NUL. "ro." properties are set once. Setting "ctl.start" has the service of that
+// name run and stores nothing; "init.svc.NAME" then tells whether it is "running" or "stopped". No
+// other "ctl." key exists.
 // Threads: any.
 class Properties {
   public:
     static constexpr size_t kValueBytes = 91;
 
-    // `directory` exists; `services` outlives this.
+    // `directory` exists; `services` outlives this, which outlives what they run.
     Properties(std::string directory, Services& services);
 
     std::optional<std::string> get(const std::string& key) const;

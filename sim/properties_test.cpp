@@ -5,9 +5,12 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "sim/services.h"
+#include <atomic>
+#include <thread>
+
 #include "tests/support/phone_test.h"
 
+using namespace std::string_literals;
 using PropertiesTest = PhoneTest;
 
 TEST_F(PropertiesTest, ProcessesShareThemAndSeeWholeValues) {
@@ -15,7 +18,7 @@ TEST_F(PropertiesTest, ProcessesShareThemAndSeeWholeValues) {
     ASSERT_TRUE(setProperty("sys.a", one));
     const pid_t child = fork();
     if (child == 0) {
-        sim::Services none;
+        sim::Services none(phone().runDir() + "/init", phone().shell());
         sim::Properties own(phone().runDir() + "/properties", none);
         bool done = own.get("sys.a") == one && own.set("ro.b", "1");
         for (int i = 0; i < 500; ++i) done &= own.set("sys.a", i % 2 != 0 ? one : two);
@@ -37,21 +40,31 @@ TEST_F(PropertiesTest, KeysAndValuesAreBounded) {
     EXPECT_TRUE(setProperty("A-z_0.9@:", longest));
     EXPECT_FALSE(setProperty("A-z_0.9@:", longest + "v"));
     EXPECT_EQ(property("A-z_0.9@:"), longest);
-    for (const std::string& key : {std::string(), std::string(129, 'k'), std::string("a\0b", 3)})
-        EXPECT_FALSE(setProperty(key, "x")) << key;
-    for (const char* key : {".", "..", "../log/main", "a/b", ".a", "a.", "a..b", "a b", "a\n"})
+    for (const std::string& key : {""s, std::string(129, 'k'), "a\0b"s, "."s, ".."s, "a/b"s,
+                                   "../log/main"s, ".a"s, "a."s, "a..b"s, "a b"s, "a\n"s})
         EXPECT_FALSE(setProperty(key, "x")) << key;
 }
 
-TEST_F(PropertiesTest, CtlStartRunsTheNamedService) {
-    std::string type;
-    phone().services().add("dump", [&] { type = property("dump.type"); });
-    EXPECT_EQ(property_set("dump.type", "3,4"), 0);
-    EXPECT_EQ(property_set("ctl.start", "dump"), 0);
-    EXPECT_EQ(type, "3,4");
+TEST_F(PropertiesTest, CtlStartRunsTheNamedServiceUnlessItRuns) {
+    std::atomic<int> runs{0};
+    const auto dump = [&] { return ++runs, 0; };
+    sim::Services others(phone().runDir() + "/init",
+                         phone().shell());  // as another process has them
+    for (sim::Services* services : {&others, &phone().services()}) services->add("dump", dump);
+    phone().shell().hang("dump");
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(property_set("ctl.start", "dump"), 0);
+    ASSERT_TRUE(phone().shell().waitHanging("dump") && others.start("dump", nullptr));
+    EXPECT_TRUE(logged("I init: service 'dump' requested start, but it is already running", 2));
+    EXPECT_EQ(property("init.svc.dump"), "running");
+    phone().shell().release("dump");
+    for (int start = 0; start < 100; ++start) {
+        while (property("init.svc.dump") == "running") std::this_thread::yield();
+        EXPECT_EQ(property_set("ctl.start", "dump"), 0);
+    }
+    phone().services().awaitStopped();
+    EXPECT_EQ(property("init.svc.dump") + std::to_string(runs), "stopped101");
     EXPECT_EQ(property_set("ctl.start", "none"), -1);
-    EXPECT_TRUE(
-        logged(ANDROID_LOG_ERROR, "init", "Control message: Could not find 'none' for ctl.start"));
+    EXPECT_TRUE(logged("E init: Control message: Could not find 'none' for ctl.start"));
     EXPECT_EQ(property_set("ctl.stop", "dump"), -1);
     EXPECT_EQ(property("ctl.start"), "");
 }
@@ -59,10 +72,8 @@ TEST_F(PropertiesTest, CtlStartRunsTheNamedService) {
 TEST_F(PropertiesTest, ThePlatformsCallsGiveDefaults) {
     using namespace android::base;
     char value[PROPERTY_VALUE_MAX];
-    EXPECT_EQ(property_get("none", value, "0"), 1);
-    EXPECT_STREQ(value, "0");
-    EXPECT_EQ(property_get("none", value, nullptr), 0);
-    EXPECT_STREQ(value, "");
+    EXPECT_TRUE(property_get("none", value, "0") == 1 && value == "0"s);
+    EXPECT_TRUE(property_get("none", value, nullptr) == 0 && value == ""s);
     EXPECT_EQ(property_get("none", value, std::string(200, 'd').c_str()), 91);
     EXPECT_TRUE(SetProperty("b", "on") && GetBoolProperty("b", false));
     EXPECT_TRUE(SetProperty("b", "0") && !GetBoolProperty("b", true));

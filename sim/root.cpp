@@ -187,4 +187,11 @@ int Root::remove(const char* path) const {
     return unlinkat(place.parent.get(), name, AT_REMOVEDIR);
 }
 
+int Root::rename(const char* from, const char* to) const {
+    Place old, fresh;
+    if (int error = resolve(from, old)) return fail(error);
+    if (int error = resolve(to, fresh)) return fail(error);
+    return renameat(old.parent.get(), old.name.c_str(), fresh.parent.get(), fresh.name.c_str());
+}
+
 }  // namespace sim

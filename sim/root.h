@@ -49,6 +49,7 @@ class Root {
     int stat(const char* path, struct stat* status) const;
     int mkdir(const char* path, mode_t mode) const;
     int remove(const char* path) const;
+    int rename(const char* from, const char* to) const;
 
     // A fault of this process's view: making a directory, and writing to a file that is opened from
     // now on, fails with ENOSPC; names can still be made and removed.

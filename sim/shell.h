@@ -17,7 +17,7 @@ struct CommandLine;
 
 // Runs the product's command lines inside the phone. Nothing reaches the workstation's shell: a
 // line is words, at most one "> file", and "*" in the last component of a path; a few programs of
-// the workstation (programs_host.h) run with every path mapped into the root, the rest are
+// the workstation (host_programs.h) run with every path mapped into the root, the rest are
 // stand-ins registered here. Anything else is refused with one log line and a non-zero status.
 //
 // Threads: any; commands run side by side, each on the thread that asks for it.
@@ -46,6 +46,9 @@ class Shell {
     void hang(const std::string& program) SIM_EXCLUDES(mMutex);
     void release(const std::string& program) SIM_EXCLUDES(mMutex);
     bool waitHanging(const std::string& program) SIM_EXCLUDES(mMutex);
+    // For what runs a program by itself: hangs if that is told, then returns the exit status that
+    // the program is to end with instead of running, or 0.
+    int faultOf(const std::string& program) SIM_EXCLUDES(mMutex);
 
     static constexpr int kRefused = 126;   // what the grammar or a program's options do not allow
     static constexpr int kNotFound = 127;  // no such program
@@ -53,8 +56,6 @@ class Shell {
   private:
     int execute(const std::string& command);
     int start(const CommandLine& line, int outputFd);
-    // The exit status that a fault imposes on the program, or 0.
-    int faultOf(const std::string& program) SIM_EXCLUDES(mMutex);
 
     const Root& mRoot;
     mutable Mutex mMutex;

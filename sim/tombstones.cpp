@@ -14,12 +14,14 @@
 namespace sim {
 namespace {
 
+constexpr char kDirectory[] = "/data/tombstones";
+constexpr char kFresh[] = "/data/tombstones/.fresh";  // which no "*" names
 constexpr int kTombstones = 32;
 constexpr size_t kTextBytes = 256;
 
 std::string pathOf(int number) {
     char path[40];
-    snprintf(path, sizeof(path), "/data/tombstones/tombstone_%02d", number);
+    snprintf(path, sizeof(path), "%s/tombstone_%02d", kDirectory, number);
     return path;
 }
 
@@ -75,10 +77,15 @@ std::string textOf(const Crash& crash) {
 }  // namespace
 
 std::string writeTombstone(const Root& root, const Crash& crash) {
+    const Fd directory(root.open(kDirectory, O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0));
+    const FileLock lock(directory.get());
     const std::string path = nextPath(root), text = textOf(crash);
-    root.remove(path.c_str());
-    Fd fd(root.open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0640));
-    if (fd.valid() && writeAll(fd.get(), text.data(), text.size())) return path;
+    const Fd fd(root.open(kFresh, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0640));
+    if (fd.valid() && writeAll(fd.get(), text.data(), text.size()) &&
+        root.rename(kFresh, path.c_str()) == 0) {
+        return path;
+    }
+    root.remove(kFresh);
     return "";
 }
 

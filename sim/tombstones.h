@@ -16,8 +16,9 @@ struct Crash {
 
 // Writes the crash as the phone does, to the next of /data/tombstones/tombstone_00 to _31, and then
 // again from _00 on: the oldest is replaced. Returns its phone path, or "" when it cannot be
-// written. Control characters in the texts become "?"; each is cut to 256 bytes.
-// Threads: one at a time on a phone.
+// written; then all are as they were. Control characters in the texts become "?"; each is cut to
+// 256 bytes.
+// Threads: any, and of any process.
 std::string writeTombstone(const Root& root, const Crash& crash);
 
 }  // namespace sim

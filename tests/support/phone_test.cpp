@@ -30,6 +30,7 @@ void PhoneTest::TearDown() {
         std::cerr << sim::Log::letter(line.priority) << ' ' << line.tag << ": " << line.message
                   << '\n';
     }
+    if (sim::Phone* open = sim::Phone::find()) open->services().awaitStopped();
     std::error_code ignored;
     if (!mFolder.empty()) fs::remove_all(mFolder, ignored);
 }

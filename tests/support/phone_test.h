@@ -14,6 +14,7 @@
 #include "sim/clock.h"
 #include "sim/phone.h"
 #include "sim/properties.h"
+#include "sim/services.h"
 #include "sim/shell.h"
 
 // A test on a fresh phone, in a folder of its own that is removed at the end. A process runs one
