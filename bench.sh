@@ -7,6 +7,10 @@
 set -euo pipefail
 cd "$(dirname "$0")"
 
+case ${1:-} in
+    --help | -h) sed -n '2,7s/^# \{0,1\}//p' bench.sh && exit ;;
+esac
+
 tools/setup.sh test \
     pkg-config=pkg-config \
     arm-linux-gnueabihf-g++=g++-arm-linux-gnueabihf \

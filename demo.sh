@@ -36,7 +36,8 @@ story() {
 case ${1:-} in
     '') ;;
     --keep) keep=yes ;;
-    *) fail "takes --keep or nothing" ;;
+    --help | -h) sed -n '2,7s/^# \{0,1\}//p' demo.sh && exit ;;
+    *) echo "demo.sh: takes --keep, --help or nothing" >&2 && exit 2 ;;
 esac
 begin
 build

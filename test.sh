@@ -29,8 +29,8 @@ parse() {
     while [ $# -gt 0 ]; do
         case $1 in
             --all) all=yes ;;
-            --preset) preset=${2:?--preset takes a name} && shift ;;
-            -R) regex=${2:?-R takes an expression} && shift ;;
+            --preset) [ -n "${2-}" ] || refuse '--preset takes a name'; preset=$2; shift ;;
+            -R) [ -n "${2-}" ] || refuse '-R takes an expression'; regex=$2; shift ;;
             --help | -h) usage && exit ;;
             *) refuse "no option '$1'" ;;
         esac

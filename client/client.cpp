@@ -35,7 +35,8 @@ void Client::needsVerb(CLI::App* app) {
     app->require_subcommand(0, 1);  // what comes behind the verb is never taken for another
     app->final_callback([app] {
         if (app->get_subcommands().empty()) {
-            throw Failure(kUsage, "a verb is missing; see " + app->get_name() + " --help");
+            const std::string group = app->get_parent() != nullptr ? "pelto " : "";
+            throw Failure(kUsage, "a verb is missing; see " + group + app->get_name() + " --help");
         }
     });
 }

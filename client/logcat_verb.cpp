@@ -87,7 +87,8 @@ int logcat(Client& client, const LogcatVerb& verb) {
         throw Failure(kFailed, "logcat: another process keeps the log locked");
     }
     if (!verb.until.empty()) return followUntil(log.directory(), verb, options);
-    return sim::runLogcat(log.directory(), options, STDOUT_FILENO);
+    if (sim::runLogcat(log.directory(), options, STDOUT_FILENO) == 0) return kDone;
+    throw Failure(kFailed, "logcat: the log could not be read or the output not be written");
 }
 
 }  // namespace
@@ -99,13 +100,14 @@ void addLogcatVerb(CLI::App& app, Client& client) {
     verb->add_flag("-c", options->clear, "Drop every line");
     verb->add_flag("-s", options->silent, "Only tags that a filter names");
     verb->add_option("-t", options->last, "Show the last N lines and end")->type_name("N");
-    verb->add_option(
-            "--until", options->until,
-            "Follow up to the first line whose message matches this extended regular expression")
-        ->type_name("REGEX");
+    CLI::Option* until = verb->add_option("--until", options->until,
+                                          "Follow up to the first line whose message matches this "
+                                          "extended regular expression")
+                             ->type_name("REGEX");
     verb->add_option("--timeout", options->timeoutSeconds,
                      "With --until: exit code 5 after so many seconds")
         ->check(CLI::Range(0.001, 1e9))
+        ->needs(until)
         ->type_name("S");
     verb->add_option("FILTER", options->filters, "TAG:P, TAG or *:P, with P of v d i w e f s");
     client.onVerb(verb, [&client, options] { return logcat(client, *options); });

@@ -40,8 +40,13 @@ int run(int argc, char** argv) {
     CLI::App app("Works with a simulated phone and its multimedia diagnostics service.", "pelto");
     app.footer(kExitCodes);
     app.fallthrough();
-    app.failure_message([](const CLI::App*, const CLI::Error& error) {
-        return std::string("pelto: ") + error.what() + "; see pelto --help\n";
+    app.failure_message([](const CLI::App* given, const CLI::Error& error) {
+        std::string verb = "pelto";
+        for (auto named = given->get_subcommands(); !named.empty();) {
+            verb += " " + named.front()->get_name();
+            named = named.front()->get_subcommands();
+        }
+        return std::string("pelto: ") + error.what() + "; see " + verb + " --help\n";
     });
     Client client(app);
     Client::needsVerb(&app);
@@ -60,8 +65,11 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const int code = run(argc, argv);
-    fflush(nullptr);
+    int code = run(argc, argv);
+    if ((fflush(stdout) != 0 || ferror(stdout)) && code == kDone) {
+        fputs("pelto: the output could not be written\n", stderr);
+        code = kFailed;
+    }
     // The binder library's threads still run: nothing is destroyed under their feet.
     _exit(code);
 }

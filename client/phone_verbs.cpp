@@ -61,6 +61,11 @@ int start(Client& client, const StartOptions& options) {
 
 int stop(Client& client) {
     const auto stopped = serviceDaemon(client.phone()).stop();
+    if (!stopped && client.findService() != nullptr) {
+        throw Failure(kFailed,
+                      "phone stop: the service was not started by phone start; end its process, "
+                      "which phone status names");
+    }
     if (stopped) {
         printf("%s stopped, process %d\n", android::kPeltoServiceName, stopped->pid);
     } else {
@@ -122,6 +127,7 @@ void addStart(CLI::App& phone, Client& client) {
         "start", "Make the phone's folder where there is none and start the service on it");
     verb->add_flag("--no-service", options->noService, "Only make the folder");
     verb->add_option("--threads", options->threads, "How many threads of the service execute calls")
+        ->check(CLI::Range(1, 256))
         ->type_name("N")
         ->capture_default_str();
     verb->add_option("--under", options->under,

@@ -75,7 +75,7 @@ void addReportVerb(CLI::App& app, Client& client) {
                    "A JSON object a line: number, time_s, id, logs, log_names, name");
     CLI::Option* follow = verb->add_flag("--follow", options->follow, "Go on with those to come");
     verb->add_option("--count", options->count, "End after so many reports")
-        ->check(CLI::PositiveNumber)
+        ->check(CLI::Range(1, 1000000000))
         ->needs(follow)
         ->type_name("N");
     verb->add_option("--timeout", options->timeoutSeconds,

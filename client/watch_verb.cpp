@@ -37,14 +37,14 @@ class Watcher : public android::BnPeltoNativeClient, public android::IBinder::De
 
     android::status_t onNativeEvent(const char* type, const char* info) override EXCLUDES(mLock) {
         Mutex::Autolock lock(mLock);
-        if (completeLocked()) return android::OK;
+        if (completeLocked() || mUnwritten) return android::OK;
         const std::string line =
             mOptions.json ? jsonLine({{"time_ms", sim::Clock::get().wallNanos() / 1000000},
                                       {"type", type},
                                       {"info", info}})
                           : printable(type) + " " + printable(info);
         puts(line.c_str());
-        fflush(stdout);
+        mUnwritten = fflush(stdout) != 0;
         ++mSeen;
         mChanged.signal();
         return android::OK;
@@ -60,6 +60,7 @@ class Watcher : public android::BnPeltoNativeClient, public android::IBinder::De
         const Deadline deadline(mOptions.timeoutSeconds);
         Mutex::Autolock lock(mLock);
         while (!completeLocked()) {
+            if (mUnwritten) throw Failure(kFailed, "watch: the output is not taken any more");
             if (mServiceEnded) throw Failure(kNoService, "watch: the service has ended");
             if (deadline.passed()) return endAtTimeoutLocked();
             if (deadline.limited()) {
@@ -87,6 +88,7 @@ class Watcher : public android::BnPeltoNativeClient, public android::IBinder::De
     android::Condition mChanged;
     uint64_t mSeen GUARDED_BY(mLock) = 0;
     bool mServiceEnded GUARDED_BY(mLock) = false;
+    bool mUnwritten GUARDED_BY(mLock) = false;
 };
 
 int watch(Client& client, const WatchOptions& options) {
@@ -108,7 +110,7 @@ void addWatchVerb(CLI::App& app, Client& client) {
     verb->add_flag("--json", options->json,
                    "A JSON object a line: time_ms (when it arrived), type, info");
     verb->add_option("--count", options->count, "End after so many events")
-        ->check(CLI::PositiveNumber)
+        ->check(CLI::Range(1, 1000000000))
         ->type_name("N");
     verb->add_option("--timeout", options->timeoutSeconds,
                      "End after so many seconds; with --count not reached, exit code 5")

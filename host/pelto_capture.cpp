@@ -108,6 +108,8 @@ int main(int argc, char** argv) {
     Options options;
     int code = parse(argc, argv, &options);
     if (code < 0) code = openPhone(options.phone) ? capture(options.information) : kHostNoPhone;
-    fflush(nullptr);
+    if ((fflush(stdout) != 0 || ferror(stdout)) && code == kHostStopped) {
+        code = complain(kHostFailed, "the archive's name could not be written");
+    }
     _exit(code);
 }

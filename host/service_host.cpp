@@ -32,7 +32,8 @@ int refuse(HostExit code, const char* why) {
 
 int refuseSecond() {
     return refuse(kHostAlreadyPublished,
-                  "already published on this phone; stop that host first (pelto phone stop)");
+                  "already published on this phone; stop that host first (pelto phone stop, or end "
+                  "the process that pelto phone status names)");
 }
 
 // All in all `threads` of them, the main thread, which joins later, among them.

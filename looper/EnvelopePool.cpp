@@ -1,10 +1,17 @@
 #include "looper/EnvelopePool.h"
 
+#include <functional>
+#include <utility>
+
 namespace android {
 
 // Only a looper without messages in delivery dies; what still waits has been given back by then.
 EnvelopePool::~EnvelopePool() {
-    for (Block* block : mOpen) delete block;
+    while (mOpen != nullptr) {
+        Block* const block = mOpen;
+        close(block);
+        delete block;
+    }
 }
 
 EnvelopePool::Block* EnvelopePool::makeBlock() {
@@ -15,22 +22,23 @@ EnvelopePool::Block* EnvelopePool::makeBlock() {
 }
 
 void EnvelopePool::open(Block* block) {
-    block->openIndex = mOpen.size();
-    mOpen.push_back(block);
+    block->previous = nullptr;
+    block->next = mOpen;
+    if (mOpen != nullptr) mOpen->previous = block;
+    mOpen = block;
 }
 
 void EnvelopePool::close(Block* block) {
-    mOpen[block->openIndex] = mOpen.back();
-    mOpen[block->openIndex]->openIndex = block->openIndex;
-    mOpen.pop_back();
+    (block->previous != nullptr ? block->previous->next : mOpen) = block->next;
+    if (block->next != nullptr) block->next->previous = block->previous;
 }
 
 MessageEnvelope* EnvelopePool::take() {
-    if (mOpen.empty()) {
+    if (mOpen == nullptr) {
         this->open(makeBlock());
         ++mEmpty;
     }
-    Block* block = mOpen.back();
+    Block* block = mOpen;
     if (block->freeSlots == kAllFree) --mEmpty;
     const int slot = __builtin_ctz(block->freeSlots);
     block->freeSlots &= block->freeSlots - 1;
@@ -48,11 +56,15 @@ void EnvelopePool::give(MessageEnvelope* envelope) {
 }
 
 void EnvelopePool::shrink() {
-    for (size_t i = mOpen.size(); mEmpty > 1; --i) {
-        Block* const block = mOpen[i - 1];
-        if (block->freeSlots != kAllFree) continue;
-        close(block);
-        delete block;
+    Block* kept = nullptr;  // the lowest: one that lay high would keep the heap below it
+    for (Block* block = mOpen; mEmpty > 1;) {
+        Block* empty = block;
+        block = block->next;
+        if (empty->freeSlots != kAllFree) continue;
+        if (kept == nullptr || std::less<>()(empty, kept)) std::swap(empty, kept);
+        if (empty == nullptr) continue;
+        close(empty);
+        delete empty;
         --mEmpty;
     }
 }

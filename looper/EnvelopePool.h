@@ -5,7 +5,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <vector>
 
 #include "looper/PeltoMessage.h"
 #include "looper/PeltoMessageHandler.h"
@@ -48,7 +47,8 @@ class EnvelopePool {
     struct Block {
         Slot slots[kBlockSlots];
         uint32_t freeSlots;  // one bit a slot
-        size_t openIndex;    // its place in mOpen, while it has a free slot
+        Block* previous;     // in the list of the open ones, while it has a free slot
+        Block* next;
     };
     static constexpr uint32_t kAllFree = UINT32_MAX;
     static_assert(kBlockSlots == 32, "one bit of freeSlots for each slot");
@@ -57,8 +57,10 @@ class EnvelopePool {
     void open(Block* block);
     void close(Block* block);
 
-    std::vector<Block*> mOpen;  // blocks with a free slot, the one to use next at the end
-    size_t mEmpty = 0;          // how many of them are empty
+    // Blocks with a free slot, the one to use next first. A list in the blocks: what grows with a
+    // burst would lie behind it in the heap and keep it there.
+    Block* mOpen = nullptr;
+    size_t mEmpty = 0;  // how many of them are empty
 };
 
 }  // namespace android

@@ -97,11 +97,17 @@ void MessageQueue::resize(size_t capacity) {
     mTail = head + count;
 }
 
-// An array that a burst has made big shrinks with what waits; an empty one starts over.
-void MessageQueue::giveRoomBack() {
+// The messages first: the smaller array then finds room in front of the heap's end, which can be
+// given back.
+void MessageQueue::shrink() {
+    mPool.shrink();
     size_t capacity = mCapacity;
     while (capacity > kKeptCapacity && size() * 8 <= capacity) capacity /= 4;
     if (capacity != mCapacity) resize(capacity);
+}
+
+// An empty array starts over.
+void MessageQueue::rewindWhenEmpty() {
     if (isEmpty()) mHead = mTail = mCapacity / 4;
 }
 
@@ -113,7 +119,7 @@ void MessageQueue::grant(nsecs_t now, Lease* lease) {
     }
     lease->mGranted.store(count, std::memory_order_relaxed);
     mLease = lease;
-    giveRoomBack();
+    rewindWhenEmpty();
 }
 
 void MessageQueue::revokeLease() {
@@ -147,8 +153,8 @@ void MessageQueue::removeIf(Wanted wanted) {
         mPool.give(key.envelope);
     }
     mTail = static_cast<size_t>(kept - mKeys.get());
-    giveRoomBack();
-    mPool.shrink();
+    rewindWhenEmpty();
+    shrink();
 }
 
 // The caller holds the handler, so no reference dropped here is the last one.

@@ -109,7 +109,7 @@ class MessageQueue {
     void settle(Lease* lease);
 
     // Gives back the memory of a burst; for when nothing is due any more.
-    void shrink() { mPool.shrink(); }
+    void shrink();
 
   private:
     struct Key {
@@ -122,7 +122,7 @@ class MessageQueue {
     void insertKey(size_t place, const Key& key);
     void makeRoom();
     void resize(size_t capacity);
-    void giveRoomBack();
+    void rewindWhenEmpty();
     template <typename Wanted>
     void removeIf(Wanted wanted);
 

@@ -32,8 +32,22 @@ TEST_F(ClientTest, stopsNobodyElse) {
     EXPECT_THAT(second.errors, HasSubstr("already published"));
     // A number that is this process's by now.
     std::ofstream(phone().runDir() + "/daemons/peltoserviced") << getpid() << " 1\n";
-    EXPECT_EQ(pelto({"phone", "stop"}).output, "no process of the phone ran\n");
+    EXPECT_THAT(pelto({"phone", "stop"}).errors, HasSubstr("not started by phone start"));
     EXPECT_EQ(pelto({"phone", "status"}).code, 0);
+}
+
+TEST_F(ClientTest, failsWhenItsOutputIsNotTaken) {
+    ASSERT_EQ(phoneStart().code, 0);
+    const auto toFullDisk = [](Program::Words command) {
+        command.insert(command.begin(), {"sh", "-c", "exec \"$@\" >/dev/full", "sh"});
+        return command;
+    };
+    EXPECT_EQ(run(toFullDisk(command({"phone", "status"}))).code, 1);
+    EXPECT_EQ(run(toFullDisk(command({"logcat", "-d"}))).code, 1);
+    Program watcher(toFullDisk(watchCommand()));
+    ASSERT_TRUE(watcher.awaitReady());
+    EXPECT_EQ(pelto({"send", "test_event", "info"}).code, 0);
+    EXPECT_EQ(watcher.wait(), 1);
 }
 
 TEST_F(ClientTest, callsAServiceThatStartsAgainHoweverItEnded) {

@@ -50,8 +50,10 @@ finish() {
 
 # A command line as it could be typed.
 command_line() {
-    local text
-    printf -v text ' %q' "$@"
+    local text='' word
+    for word in "$@"; do
+        if [[ $word =~ ^[[:alnum:]_./,:=@%+-]+$ ]]; then text+=" $word"; else text+=" ${word@Q}"; fi
+    done
     note "\$$text"
 }
 
