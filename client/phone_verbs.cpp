@@ -61,16 +61,16 @@ int start(Client& client, const StartOptions& options) {
 
 int stop(Client& client) {
     const auto stopped = serviceDaemon(client.phone()).stop();
-    if (!stopped && client.findService() != nullptr) {
+    if (stopped) {
+        printf("%s stopped, process %d\n", android::kPeltoServiceName, stopped->pid);
+        return kDone;
+    }
+    if (client.findService() != nullptr) {
         throw Failure(kFailed,
                       "phone stop: the service was not started by phone start; end its process, "
                       "which phone status names");
     }
-    if (stopped) {
-        printf("%s stopped, process %d\n", android::kPeltoServiceName, stopped->pid);
-    } else {
-        puts("no process of the phone ran");
-    }
+    puts("no process of the phone ran");
     return kDone;
 }
 

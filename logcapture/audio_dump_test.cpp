@@ -93,6 +93,7 @@ TEST_F(AudioDumpTest, TheTypeIsSetBeforeTheServiceStarts) {
     EXPECT_TRUE(make<KelvoAudioDumpsysLogThread>(std::string(92, 'x'))->threadLoop());
     phone().services().awaitStopped();
     EXPECT_EQ("a,b c", property("kelvo.audio.dumpinfo.type"));
+    EXPECT_EQ(2u, files());
     said();
     EXPECT_FALSE(make<KelvoAudioDumpsysLogThread>("")->threadLoop());
     EXPECT_EQ("E invalid mDumpType.\nD ~KelvoAudioDumpsysLogThread()\n", said());

@@ -19,7 +19,8 @@ namespace android {
 // the order. A message that is due when it is posted, with none waiting before it, joins the lease
 // in force.
 //
-// Threads: claim() on the looper's thread without the lock; the rest is the queue's, under it.
+// Threads: claim() and claimSoon() on the looper's thread without the lock; the rest is the
+//   queue's, under it.
 class Lease {
   public:
     // The next message, the caller's until the lease is settled; null when there is no other, or

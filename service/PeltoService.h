@@ -45,8 +45,8 @@ class PeltoService : public BnPeltoService, public IBinder::DeathRecipient {
     void notifyVideoStutter(const String8& detectorName, int frameGap) override EXCLUDES(mLock);
     // While it is true, the stutter reports of "HwuiDetect" are dropped.
     void updateSFStateFlag(bool state) override;
-    // Accepted, and told to the listeners, when it is the first or when more than so many
-    // milliseconds of uptime have passed since the last accepted one.
+    // Accepted, and told to clients and listeners, when it is the first or when more than so many
+    // milliseconds since boot have passed since the last accepted one.
     void updateTopActivity(int64_t minIntervalMillis) override EXCLUDES(mLock);
     void setEvent(const String8& event, const String8& info) override EXCLUDES(mLock);
     // For the listeners of this process only.
