@@ -1,5 +1,7 @@
 #include "sim/clock.h"
 
+#include <iterator>
+
 namespace sim {
 
 Clock& Clock::get() {
@@ -57,7 +59,7 @@ void Clock::sleep(std::chrono::nanoseconds duration) {
     Lock lock(mMutex);
     int64_t left = duration.count();
     const int64_t end = lockedNow(CLOCK_MONOTONIC) + left;
-    ++mSleepers;
+    const auto sleeper = mSleepers.insert(end);
     mChanged.notifyAll();
     for (; left > 0; left = end - lockedNow(CLOCK_MONOTONIC)) {
         if (mOffset.load(std::memory_order_relaxed) == kHeld) {
@@ -67,14 +69,20 @@ void Clock::sleep(std::chrono::nanoseconds duration) {
                                std::chrono::steady_clock::now() + std::chrono::nanoseconds(left));
         }
     }
-    --mSleepers;
+    mSleepers.erase(sleeper);
+}
+
+// A thread whose time has come counts as awake, though it may not have run yet.
+int Clock::sleepers() const {
+    const auto first = mSleepers.upper_bound(lockedNow(CLOCK_MONOTONIC));
+    return static_cast<int>(std::distance(first, mSleepers.end()));
 }
 
 bool Clock::waitForSleepers(int count, std::chrono::seconds patience) {
     const auto deadline = std::chrono::steady_clock::now() + patience;
     Lock lock(mMutex);
-    while (mSleepers < count) {
-        if (!mChanged.waitUntil(mMutex, deadline)) return mSleepers >= count;
+    while (sleepers() < count) {
+        if (!mChanged.waitUntil(mMutex, deadline)) return sleepers() >= count;
     }
     return true;
 }

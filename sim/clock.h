@@ -5,6 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
+#include <set>
 
 #include "sim/mutex.h"
 
@@ -33,7 +34,8 @@ class Clock {
     // release() can bring that about. Zero or less returns at once.
     void sleep(std::chrono::nanoseconds duration);
 
-    // Waits until at least `count` threads are inside sleep(); false after `patience` of real time.
+    // Waits until at least `count` threads sleep whose time has not come; false after `patience` of
+    // real time.
     bool waitForSleepers(int count, std::chrono::seconds patience = std::chrono::seconds(30));
 
   private:
@@ -46,6 +48,7 @@ class Clock {
     static int64_t real(clockid_t id);
     int64_t heldNow(clockid_t id) const;
     int64_t lockedNow(clockid_t id) const SIM_REQUIRES(mMutex);
+    int sleepers() const SIM_REQUIRES(mMutex);
 
     static constexpr int64_t kHeld = INT64_MIN;
     // What is added to the workstation's clocks, or kHeld.
@@ -55,7 +58,7 @@ class Clock {
     int64_t mHeldMonotonic SIM_GUARDED_BY(mMutex) = 0;
     int64_t mHeldBoot SIM_GUARDED_BY(mMutex) = 0;
     int64_t mHeldWall SIM_GUARDED_BY(mMutex) = 0;
-    int mSleepers SIM_GUARDED_BY(mMutex) = 0;
+    std::multiset<int64_t> mSleepers SIM_GUARDED_BY(mMutex);  // when each wakes, monotonic
 };
 
 }  // namespace sim
