@@ -39,6 +39,17 @@ void addGpuFault(CLI::App& gpu, Client& client) {
     });
 }
 
+void addGpuControl(CLI::App& gpu, Client& client) {
+    auto control = std::make_shared<std::string>();
+    CLI::App* verb = gpu.add_subcommand(
+        "control", "Change whether dumps may be taken; a fault that waited for it is collected");
+    verb->add_option("C", *control, "0 says yes")->required();
+    client.onVerb(verb, [&client, control] {
+        askPhone(client, {"gpu", "control", *control});
+        return kDone;
+    });
+}
+
 // The fields of a line, of which a broken one may lack some.
 std::string statisticJson(const std::string& line) {
     std::istringstream text(line);
@@ -101,6 +112,7 @@ void addGpuVerbs(CLI::App& app, Client& client) {
     CLI::App* gpu = app.add_subcommand("gpu", "Have the graphics driver report something");
     Client::needsVerb(gpu);
     addGpuFault(*gpu, client);
+    addGpuControl(*gpu, client);
     CLI::App* await = gpu->add_subcommand(
         "await", "Wait until the service waits for the next fault, at most 60 s");
     client.onVerb(await, [&client] {

@@ -25,6 +25,23 @@ constexpr char kControl[] = "/sys/class/kgsl/kgsl-3d0/snapshot/snapshot_control"
 constexpr char kHashId[] = "/sys/class/kgsl/kgsl-3d0/snapshot/snapshot_hashid";
 constexpr size_t kTextBytes = 64;  // read of the timestamp and of the hash id
 constexpr int kMostFiles = 11;
+// The control file's first character, or one of these.
+constexpr int kMissing = -1;
+constexpr int kEmpty = -2;
+constexpr int kAllowed = '0';
+
+int readControl() {
+    FILE* file = phone::fopen(kControl, "rb");
+    if (file == nullptr) {
+        __android_log_print(ANDROID_LOG_DEBUG, kGpuTag,
+                            "gpu minidump control openfile error %s, sleep for a while!",
+                            strerror(errno));
+        return kMissing;
+    }
+    const int first = fgetc(file);
+    fclose(file);
+    return first == EOF ? kEmpty : first;
+}
 
 int64_t wallMillis() {
     struct timeval now = {};
@@ -85,40 +102,31 @@ void KelvoGpuMinidump::threadMain() {
 }
 
 void KelvoGpuMinidump::handleNotification(int timestampFd) {
-    char timestamp[kTextBytes] = {};
-    // Consumes the notification: an attribute left unread stays ready, and an event that is not
-    // allowed would be met again at once.
-    ssize_t got = phone::pread(timestampFd, timestamp, sizeof(timestamp), 0);
-    if (allowGpuDump()) {
-        memset(timestamp, 0, sizeof(timestamp));
-        got = phone::pread(timestampFd, timestamp, sizeof(timestamp), 0);
-        if (got <= 0 || timestamp[0] == '0') {
-            __android_log_print(ANDROID_LOG_DEBUG, kGpuTag,
-                                "pelto hashid read error %d, hashchar[0]=%c", static_cast<int>(got),
-                                timestamp[0]);
-        } else {
-            timestamp[got - 1] = '\0';  // the newline
-            capture(timestamp);
-        }
-        acknowledge();
+    // Left unread while dumping is not allowed, so that the fault is collected once it is. An
+    // unread attribute stays ready: one pause a pass, whether or not the control file is there.
+    if (readControl() != kAllowed) {
+        phone::sleep(1);
+        return;
     }
-    // The attribute of a vanished device is always ready. A missing control costs its second too.
+    char timestamp[kTextBytes] = {};
+    const ssize_t got = phone::pread(timestampFd, timestamp, sizeof(timestamp), 0);
+    if (got <= 0 || timestamp[0] == '0') {
+        __android_log_print(ANDROID_LOG_DEBUG, kGpuTag,
+                            "pelto hashid read error %d, hashchar[0]=%c", static_cast<int>(got),
+                            timestamp[0]);
+    } else {
+        timestamp[got - 1] = '\0';  // the newline
+        capture(timestamp);
+    }
+    acknowledge();
+    // The attribute of a vanished device is always ready.
     if (got < 0) phone::sleep(1);
 }
 
 bool KelvoGpuMinidump::allowGpuDump() {
-    FILE* file = phone::fopen(kControl, "rb");
-    if (file == nullptr) {
-        __android_log_print(ANDROID_LOG_DEBUG, kGpuTag,
-                            "gpu minidump control openfile error %s, sleep for a while!",
-                            strerror(errno));
-        phone::sleep(1);
-        return false;
-    }
-    char control[2] = {};
-    const bool allowed = fgets(control, sizeof(control), file) != nullptr && control[0] == '0';
-    fclose(file);
-    return allowed;
+    const int control = readControl();
+    if (control == kMissing) phone::sleep(1);
+    return control == kAllowed;
 }
 
 void KelvoGpuMinidump::capture(const char* timestamp) {
@@ -161,7 +169,7 @@ void KelvoGpuMinidump::feedbackInfo(const char* reason) {
     __android_log_print(ANDROID_LOG_DEBUG, kGpuTag, "%s", info.c_str());
 }
 
-// Whoever has read the dump is told of the next snapshot.
+// Reading the dump has the driver signal the next snapshot.
 void KelvoGpuMinidump::acknowledge() {
     FILE* file = phone::fopen(kGpuDump, "rb");
     if (file == nullptr) {

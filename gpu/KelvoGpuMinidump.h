@@ -18,8 +18,9 @@ namespace android {
 //   process.
 // Threads: init() from one thread. The monitor's thread takes one fault after the other and waits
 //   for the collector's thread of each; mLock is never held while calling out.
-// Order: of faults that land during a collection the last one is collected next, the others are
-//   lost with their snapshots.
+// Order: of faults that land during a collection, or while dumping is not allowed, the last one is
+//   collected next, the others are lost with their snapshots. While one waits to be allowed the
+//   monitor looks once a second.
 // Errors: a thread that cannot be created raises std::system_error. The monitor ends for good when
 //   the timestamp file cannot be opened or polled. All else is a debug line, and it goes on.
 class KelvoGpuMinidump {
@@ -32,6 +33,7 @@ class KelvoGpuMinidump {
 
     // Whether the monitor may run on this phone, despite its name.
     static bool disableFeature4G();
+    // Whether the driver has a snapshot to give; sleeps for a second when its control is missing.
     static bool allowGpuDump();
     // Fills in up to 64 bytes without a terminator, or leaves `buf` as it is, and records the fault
     // with the statistics.

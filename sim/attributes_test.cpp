@@ -103,6 +103,8 @@ TEST_F(AttributesTest, AnotherProcessDrivesTheDevice) {
     EXPECT_FALSE(open(Gpu::kDump).valid());
     EXPECT_EQ("ok", tell("gpu fault --control 1"));
     EXPECT_EQ("1", text(open(Gpu::kControl)));
+    EXPECT_EQ("ok", tell("gpu control 0"));
+    EXPECT_EQ("0", text(open(Gpu::kControl)));
     EXPECT_EQ("ok", tell("gpu vanish"));
     EXPECT_FALSE(open(Gpu::kTimestamp).valid());
     EXPECT_EQ("ok", tell("gpu appear"));

@@ -24,6 +24,10 @@ void Gpu::fault(const Fault& fault) {
     mAttributes.notify(kTimestamp);
 }
 
+void Gpu::setControl(const std::string& control) {
+    mAttributes.set(kControl, control);
+}
+
 void Gpu::vanish() {
     for (const char* file : kFiles) mAttributes.remove(file);
 }

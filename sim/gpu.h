@@ -32,6 +32,8 @@ class Gpu {
 
     // Replaces the files' texts and notifies. A device that had vanished is back.
     void fault(const Fault& fault);
+    // Changes whether a dump may be taken, without a notification.
+    void setControl(const std::string& control);
     // All files go, or come back as on a fresh phone and misbehave no more.
     void vanish();
     void appear();
@@ -53,6 +55,7 @@ class Gpu {
 
 // The command "gpu" of the phone's control socket:
 //   fault [--hash H] [--timestamp T] [--size BYTES] [--control C]
+//   control C                      what snapshot_control holds from now on
 //   vanish [--after BYTES]
 //   appear
 //   unreadable timestamp|snapshot_control|snapshot_hashid|dump

@@ -73,13 +73,15 @@ void makeUnreadable(Gpu& gpu, const Control::Arguments& words) {
 Reply awaitReader(Gpu& gpu) {
     constexpr std::chrono::seconds kPatience{60};
     if (gpu.hasReader()) return {true, {}};
-    return {false, {"gpu: nobody waits for the next fault yet"}, kPatience};
+    return {false, {"gpu: nobody waits for the next fault yet, or the last one may not be dumped"}, kPatience};
 }
 
 Reply run(Gpu& gpu, const Control::Arguments& words) {
     const std::string verb = words.empty() ? "" : words[0];
     if (verb == "fault") {
         fault(gpu, words);
+    } else if (verb == "control") {
+        gpu.setControl(onlyArgument(words));
     } else if (verb == "vanish") {
         vanish(gpu, words);
     } else if (verb == "unreadable") {
@@ -91,7 +93,7 @@ Reply run(Gpu& gpu, const Control::Arguments& words) {
     } else if (verb == "await-reader" && words.size() == 1) {
         return awaitReader(gpu);
     } else {
-        refuse("takes fault, vanish, appear, unreadable, short-reads or await-reader");
+        refuse("takes fault, control, vanish, appear, unreadable, short-reads or await-reader");
     }
     return {true, {}};
 }

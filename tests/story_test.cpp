@@ -217,9 +217,13 @@ class StoryTest : public ServiceTest {
         EXPECT_EQ(pelto({"archives", "cat", path, ".snap"}).output, sim::Gpu::snapshotOf(kSize));
 
         const std::string before = pelto({"archives", "list"}).output;
-        does({"gpu", "fault", "--control", "1"});
-        does({"gpu", "await"});
+        does({"gpu", "fault", "--hash", "late", "--control", "1"});
+        does({"clock", "advance", "1", "--sleepers", "1"});
         EXPECT_EQ(pelto({"archives", "list"}).output, before);
+        does({"gpu", "control", "0"});
+        does({"clock", "advance", "1", "--sleepers", "1"});
+        EXPECT_THAT(watchedUpTo("pelto_event_peltoserver_feedback EventID,410,Reason,late"),
+                    IsEmpty());
         const auto statistic = json({"stats", "--json"});
         EXPECT_EQ(statistic["code"], 101286);
         EXPECT_EQ(statistic["source"], "gpuMinidump");
