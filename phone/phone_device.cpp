@@ -46,6 +46,10 @@ ssize_t recvfrom(int fd, void* buffer, size_t size, int flags, struct ::sockaddr
                  socklen_t* length) {
     return ::recvfrom(fd, buffer, size, flags, address, length);
 }
+ssize_t sendto(int fd, const void* buffer, size_t size, int flags, const struct ::sockaddr* address,
+               socklen_t length) {
+    return ::sendto(fd, buffer, size, flags, address, length);
+}
 
 unsigned sleep(unsigned seconds) {
     return ::sleep(seconds);

@@ -64,6 +64,11 @@ ssize_t recvfrom(int fd, void* buffer, size_t size, int flags, struct ::sockaddr
     if (!sim::Phone::get().sockets().mayReceive(fd)) return -1;
     return ::recvfrom(fd, buffer, size, flags, address, length);
 }
+ssize_t sendto(int fd, const void* buffer, size_t size, int flags, const struct ::sockaddr* address,
+               socklen_t length) {
+    return sim::Phone::get().sockets().sendto(fd, {static_cast<const char*>(buffer), size}, flags,
+                                              address, length);
+}
 
 unsigned sleep(unsigned seconds) {
     sim::Clock::get().sleep(std::chrono::seconds(seconds));

@@ -59,6 +59,27 @@ int GenericNetlink::bind(int fd, const sockaddr* address, socklen_t length) {
     return 0;
 }
 
+ssize_t GenericNetlink::sendto(int fd, std::string_view bytes, int flags, const sockaddr* address,
+                               socklen_t length) {
+    if (mWorkstation) return ::sendto(fd, bytes.data(), bytes.size(), flags, address, length);
+    sockaddr_nl to{};
+    if (length < sizeof(to)) return refuse(EINVAL);
+    memcpy(&to, address, sizeof(to));
+    if (to.nl_pid != 0) return refuse(ECONNREFUSED);
+    {
+        Lock lock(mMutex);
+        if (!mSendResults.empty()) {
+            const ssize_t result = mSendResults.front();
+            mSendResults.pop_front();
+            if (result < 0) return refuse(static_cast<int>(-result));
+            bytes = bytes.substr(0, static_cast<size_t>(result));
+        }
+    }
+    if (!bytes.empty()) return ::send(fd, bytes.data(), bytes.size(), flags);
+    errno = EAGAIN;
+    return 0;
+}
+
 int GenericNetlink::takeError(int fd) {
     Lock lock(mMutex);
     const Port* const port = find(fd);
@@ -144,6 +165,11 @@ int GenericNetlink::registerWithModule(Port& port, const GenlMessage& message) {
 void GenericNetlink::setAnswer(Answer answer) {
     Lock lock(mMutex);
     mAnswer = answer;
+}
+
+void GenericNetlink::setSendResults(std::deque<ssize_t> results) {
+    Lock lock(mMutex);
+    mSendResults = std::move(results);
 }
 
 GenericNetlink::Pushed GenericNetlink::push(int32_t cmd, std::string_view text) {

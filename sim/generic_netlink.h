@@ -32,6 +32,9 @@ class GenericNetlink : public SocketFamily {
 
     int socket(int type, int protocol) override SIM_EXCLUDES(mMutex);
     int bind(int fd, const sockaddr* address, socklen_t length) override SIM_EXCLUDES(mMutex);
+    // Refuses what is not for the kernel (port 0): there is nobody else.
+    ssize_t sendto(int fd, std::string_view bytes, int flags, const sockaddr* address,
+                   socklen_t length) override SIM_EXCLUDES(mMutex);
     int takeError(int fd) override SIM_EXCLUDES(mMutex);
 
     void setAnswer(Answer answer) SIM_EXCLUDES(mMutex);
@@ -39,6 +42,10 @@ class GenericNetlink : public SocketFamily {
     Pushed push(int32_t cmd, std::string_view text) SIM_EXCLUDES(mMutex);
     // These very bytes as one datagram, to every socket.
     Pushed pushRaw(std::string_view bytes) SIM_EXCLUDES(mMutex);
+
+    // How the next sends end, one after the other: that many bytes are taken at most, or an errno
+    // when negative; 0 takes nothing and sets EAGAIN.
+    void setSendResults(std::deque<ssize_t> results) SIM_EXCLUDES(mMutex);
 
     // The last kHistory datagrams that came from the process, oldest first. The waiting form gives
     // them half a minute to become `count`.
@@ -78,6 +85,7 @@ class GenericNetlink : public SocketFamily {
     std::deque<Port> mPorts SIM_GUARDED_BY(mMutex);  // the latest first
     Answer mAnswer SIM_GUARDED_BY(mMutex) = Answer::kFamily;
     std::deque<std::string> mReceived SIM_GUARDED_BY(mMutex);
+    std::deque<ssize_t> mSendResults SIM_GUARDED_BY(mMutex);
 };
 
 }  // namespace sim

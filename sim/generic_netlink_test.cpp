@@ -44,6 +44,12 @@ class GenericNetlinkTest : public ToldPhoneTest {
         ASSERT_TRUE(writeAll(mFd.get(), bytes.data(), bytes.size()));
         ASSERT_TRUE(kernel().waitReceived(++mSent));
     }
+    // The errno of a message to that port.
+    int sendError(uint32_t portId) {
+        const sockaddr_nl address{AF_NETLINK, 0, portId, 0};
+        const auto* const generic = reinterpret_cast<const sockaddr*>(&address);
+        return phone::sendto(mFd.get(), "x", 1, 0, generic, sizeof(address)) == 1 ? 0 : errno;
+    }
     // What is there in hex, or the error.
     std::string received(size_t size = 4096) {
         std::string bytes(size, '\0');
@@ -120,6 +126,8 @@ TEST_F(GenericNetlinkTest, RefusesAsTheKernelDoes) {
         const std::string reply = received();
         EXPECT_EQ(error, reply == mNothing ? "" : reply.substr(32, 8)) << request;
     }
+    EXPECT_EQ(0, sendError(0));
+    EXPECT_EQ(ECONNREFUSED, sendError(100001));
 }
 
 TEST_F(GenericNetlinkTest, PortIdsAreGivenOnce) {

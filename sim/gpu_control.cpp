@@ -73,7 +73,9 @@ void makeUnreadable(Gpu& gpu, const Control::Arguments& words) {
 Reply awaitReader(Gpu& gpu) {
     constexpr std::chrono::seconds kPatience{60};
     if (gpu.hasReader()) return {true, {}};
-    return {false, {"gpu: nobody waits for the next fault yet, or the last one may not be dumped"}, kPatience};
+    return {false,
+            {"gpu: nobody waits for the next fault yet, or the last one may not be dumped"},
+            kPatience};
 }
 
 Reply run(Gpu& gpu, const Control::Arguments& words) {

@@ -16,13 +16,27 @@ int Sockets::socket(int domain, int type, int protocol) {
 }
 
 int Sockets::bind(int fd, const sockaddr* address, socklen_t length) {
-    if (address == nullptr || length < sizeof(sa_family_t)) {
-        errno = address == nullptr ? EFAULT : EINVAL;
-        return -1;
+    SocketFamily* family = familyOf(address, length);
+    return family != nullptr ? family->bind(fd, address, length) : -1;
+}
+
+ssize_t Sockets::sendto(int fd, std::string_view bytes, int flags, const sockaddr* address,
+                        socklen_t length) {
+    SocketFamily* family = familyOf(address, length);
+    return family != nullptr ? family->sendto(fd, bytes, flags, address, length) : -1;
+}
+
+SocketFamily* Sockets::familyOf(const sockaddr* address, socklen_t length) {
+    SocketFamily* family = nullptr;
+    if (address == nullptr) {
+        errno = EFAULT;
+    } else if (length < sizeof(sa_family_t)) {
+        errno = EINVAL;
+    } else {
+        family = find(address->sa_family);
+        if (family == nullptr) errno = EAFNOSUPPORT;
     }
-    if (SocketFamily* family = find(address->sa_family)) return family->bind(fd, address, length);
-    errno = EAFNOSUPPORT;
-    return -1;
+    return family;
 }
 
 bool Sockets::mayReceive(int fd) {

@@ -14,7 +14,8 @@ _CALLS = """
     open openat creat fopen freopen opendir scandir glob stat lstat access mkdir mkdtemp mkstemp
     tmpfile remove unlink rmdir rename link symlink readlink chmod chown truncate chdir pread
     poll ppoll select system popen execl execlp execle execv execvp execve execvpe fork vfork
-    posix_spawn posix_spawnp socket socketpair bind connect recvfrom sleep usleep nanosleep
+    posix_spawn posix_spawnp socket socketpair bind connect send sendto sendmsg recv recvfrom
+    recvmsg sleep usleep nanosleep
     clock_nanosleep time gettimeofday clock_gettime getenv setenv putenv inotify_init inotify_init1
 """.split()
 _IN_STD = {"fopen", "freopen", "tmpfile", "remove", "rename", "system", "time", "getenv"}
