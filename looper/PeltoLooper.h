@@ -43,11 +43,12 @@ enum : int32_t {
 //   remove and poll again freely.
 // Order: messages go out by due time, equal times in the order they were sent, and always before
 //   the descriptor callbacks of the same poll. What a handler posts for now goes out in the same
-//   poll.
+//   poll; as long as due messages come in, descriptor callbacks wait.
 // Time: due times are nanoseconds of the monotonic clock; timeouts are milliseconds, where a
 //   negative value waits without limit and 0 never waits.
-// Errors: losing the wake descriptor or the epoll instance ends the process; any other failure is
-//   one log line plus the return value named at the method.
+// Errors: losing the wake descriptor or the epoll instance ends the process, and so does a handler
+//   that throws, at once; any other failure is one log line plus the return value named at the
+//   method.
 class PeltoLooper : public RefBase {
   public:
     // Whether watches without a callback may be added.
@@ -115,7 +116,7 @@ class PeltoLooper : public RefBase {
     void collectEventLocked(const epoll_event& item) REQUIRES(mLock);
     int32_t deliverMessagesLocked(int32_t result) REQUIRES(mLock);
     bool firstIsDueLocked() REQUIRES(mLock);
-    void deliverDueLocked() REQUIRES(mLock);
+    void deliverDueLocked() noexcept REQUIRES(mLock);
     int32_t invokeCallbacks(int32_t result) EXCLUDES(mLock);
     bool nextIdentifier(int32_t* outFd, int32_t* outEvents, void** outData, int32_t* ident);
     void awoken();

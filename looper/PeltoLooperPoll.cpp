@@ -158,8 +158,9 @@ bool PeltoLooper::firstIsDueLocked() {
 }
 
 // The messages stay where they lie, out of the order, until their handlers are done with them. What
-// a handler posts or removes revokes the lease where it would change what comes next.
-void PeltoLooper::deliverDueLocked() {
+// a handler posts or removes revokes the lease where it would change what comes next. A handler
+// that throws ends the process here, where its stack still shows, rather than leave a lease behind.
+void PeltoLooper::deliverDueLocked() noexcept {
     Lease lease;
     mMessageEnvelopes.grant(mLatestReading, &lease);
     mSendingMessage = true;

@@ -3,6 +3,7 @@
 #include <atomic>
 #include <functional>
 #include <future>
+#include <stdexcept>
 #include <thread>
 
 #include "looper/HandlerThread.h"
@@ -131,6 +132,12 @@ TEST_F(LooperTest, KeepsAHandlerUntilItsMessagesAreDoneWithUnlessItIsAWeakOne) {
     EXPECT_NE(nullptr, life.promote());
     looper.clear();
     EXPECT_EQ(nullptr, life.promote()) << "what was never due goes with the looper";
+}
+
+TEST_F(LooperTest, AHandlerThatThrowsEndsTheProcess) {
+    handler->then = [](const PeltoMessage&) { throw std::runtime_error("from a handler"); };
+    post(1);
+    EXPECT_DEATH(poll(), "from a handler");
 }
 
 TEST_F(LooperTest, WaitsForTheNextMessageAndNotLonger) {
