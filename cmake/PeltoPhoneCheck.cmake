@@ -11,7 +11,7 @@ foreach(folder IN ITEMS ${folders} phone platform)
   file(CREATE_LINK ${PROJECT_SOURCE_DIR}/${folder} ${tree}/${folder} SYMBOLIC)
 endforeach()
 set_target_properties(pelto_compile PROPERTIES
-  INTERFACE_INCLUDE_DIRECTORIES "${tree};${tree}/platform"
+  INTERFACE_INCLUDE_DIRECTORIES ${tree}
   INTERFACE_LINK_OPTIONS "")
 
 # The folders' tests need the simulated phone.
@@ -21,9 +21,16 @@ endfunction()
 add_library(pelto_product OBJECT)
 target_link_libraries(pelto_product PUBLIC pelto_compile)
 target_compile_options(pelto_product PRIVATE -ffunction-sections -fdata-sections)
+target_include_directories(pelto_product PRIVATE ${tree}/platform)
 foreach(folder IN LISTS folders)
   add_subdirectory(${folder})
 endforeach()
+
+# Compiled once more against declarations of just what the product may use of the phone's libraries.
+get_target_property(product_sources pelto_product SOURCES)
+add_library(pelto_product_alone OBJECT ${product_sources})
+target_link_libraries(pelto_product_alone PRIVATE pelto_compile)
+target_include_directories(pelto_product_alone PRIVATE ${PROJECT_SOURCE_DIR}/cmake/phone_headers)
 
 add_library(peltoservice SHARED $<TARGET_OBJECTS:pelto_product> phone/phone_device.cpp)
 target_link_libraries(peltoservice PRIVATE pelto_compile Threads::Threads)

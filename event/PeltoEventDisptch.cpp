@@ -17,14 +17,14 @@ constexpr char kTag[] = "PeltoEventDisptch";
 constexpr int32_t PELTO_MSG_EVENT = 0;
 constexpr int64_t kListenerBudgetMicros = 500;
 
-int64_t microsRoundedUp(nsecs_t elapsed) {
+int64_t microsRoundedUp(int64_t elapsed) {
     return (elapsed + 999) / 1000;
 }
 
 std::string joined(const String8& event, const String8& info) {
-    std::string text(event.c_str(), event.size());
+    std::string text(event.c_str(), event.length());
     text += '$';
-    return text.append(info.c_str(), info.size());
+    return text.append(info.c_str(), info.length());
 }
 
 }  // namespace
@@ -60,10 +60,10 @@ void PeltoEventDisptch::setEvent(String8 event, String8 info) {
     PeltoMessage message = {};
     message.what = PELTO_MSG_EVENT;
     // All or nothing: a text that does not fit travels as an empty one.
-    if (event.size() + 1 + info.size() < sizeof message.sValue) {
-        memcpy(message.sValue, event.c_str(), event.size());
-        message.sValue[event.size()] = '$';
-        memcpy(message.sValue + event.size() + 1, info.c_str(), info.size());
+    if (event.length() + 1 + info.length() < sizeof message.sValue) {
+        memcpy(message.sValue, event.c_str(), event.length());
+        message.sValue[event.length()] = '$';
+        memcpy(message.sValue + event.length() + 1, info.c_str(), info.length());
     }
     if (mLooper != nullptr) mLooper->sendMessage(mHandler, message);
 }
@@ -94,7 +94,8 @@ void PeltoEventDisptch::dispatchEvent(std::string event) {
     if (mEventListeners.isEmpty()) {
         __android_log_print(ANDROID_LOG_WARN, kTag, "EventListener is empty!");
     }
-    for (const sp<EventListener>& listener : mEventListeners) {
+    for (size_t i = 0; i < mEventListeners.size(); ++i) {
+        const sp<EventListener>& listener = mEventListeners[i];
         if (listener != nullptr) offerLocked(*listener, type, event);
     }
 }
@@ -106,8 +107,8 @@ void PeltoEventDisptch::offerLocked(EventListener& listener, const std::string& 
         __android_log_print(ANDROID_LOG_WARN, kTag, "eventTypes is empty!");
         return;
     }
-    for (const std::string& wanted : listener.mEventTypes) {
-        if (wanted == type) return callLocked(listener, type, event);
+    for (size_t i = 0; i < listener.mEventTypes.size(); ++i) {
+        if (listener.mEventTypes[i] == type) return callLocked(listener, type, event);
     }
 }
 
@@ -117,7 +118,7 @@ void PeltoEventDisptch::callLocked(EventListener& listener, const std::string& t
         __android_log_print(ANDROID_LOG_VERBOSE, kTag, "dispatchEvent callback name:%s event %s",
                             listener.mName.c_str(), type.c_str());
     }
-    const nsecs_t before = systemTime(SYSTEM_TIME_MONOTONIC);
+    const int64_t before = systemTime(SYSTEM_TIME_MONOTONIC);
     listener.handleEvent(event);
     const int64_t micros = microsRoundedUp(systemTime(SYSTEM_TIME_MONOTONIC) - before);
     if (micros > kListenerBudgetMicros) {

@@ -13,6 +13,7 @@
 #include "looper/HandlerThread.h"
 #include "looper/PeltoLooper.h"
 #include "looper/PeltoMessageHandler.h"
+#include "looper/thread_annotations.h"
 
 namespace android {
 

@@ -61,7 +61,7 @@ KelvoGpuMinidump::~KelvoGpuMinidump() {
 }
 
 bool KelvoGpuMinidump::disableFeature4G() {
-    char size[PROPERTY_VALUE_MAX];
+    char size[kPropertyBytes];
     property_get("ro.kelvo.memory.size", size, "0");
     const bool optimize = base::GetBoolProperty("ro.kelvo.mm_memory.optimize", false);
     if (phoneAtoi(size) != 4 || !optimize) return true;
@@ -139,7 +139,7 @@ void KelvoGpuMinidump::capture(const char* timestamp) {
     name.append(id);
     feedbackInfo(id);
 
-    char version[PROPERTY_VALUE_MAX];
+    char version[kPropertyBytes];
     char time[kTextBytes] = {};
     property_get(kOtaVersion, version, "0");
     getCurrentTime(time, sizeof(time));

@@ -2,11 +2,13 @@
 
 #include <ipeltoservice/IPeltoService.h>
 #include <utils/Mutex.h>
+#include <utils/RefBase.h>
 #include <utils/String8.h>
-#include <utils/StrongPointer.h>
 
 #include <cstdint>
 #include <thread>
+
+#include "looper/thread_annotations.h"
 
 namespace android {
 

@@ -119,7 +119,7 @@ void KelvoGpuMinidump::getOtaVersion(char* buf, uint32_t len) {
         return;
     }
     // A value may be longer than the caller's buffer.
-    char version[PROPERTY_VALUE_MAX];
+    char version[kPropertyBytes];
     property_get(kOtaVersion, version, "0");
     snprintf(buf, len, "%.*s", static_cast<int>(len - 1), version);
 }

@@ -4,7 +4,6 @@
 #include <binder/IServiceManager.h>
 #include <binder/Parcel.h>
 #include <ipeltoservice/PeltoEventUploadUtils.h>
-#include <kelvo_multimedia_kernel_event/DisplayKevent.h>
 #include <sys/types.h>
 
 #include <cstring>
@@ -28,11 +27,14 @@ constexpr int32_t kMicState = 0;
 constexpr int32_t kMicStatus = 1;
 constexpr uint32_t kDisplayNotice = 22006;
 constexpr size_t kMaxItem = 512;
+// Of a display packet, in bytes; the rest of it is the channel's business.
+constexpr size_t kEventId = 132;
+constexpr size_t kPayload = 264;
 
 // The field itself may be without a terminator.
-int idOf(const mm_kevent_packet& packet) {
-    const char* const text = packet.event_id;
-    return phoneAtoi(std::string(text, strnlen(text, sizeof(packet.event_id))).c_str());
+int idOf(const char* packet) {
+    const char* const text = packet + kEventId;
+    return phoneAtoi(std::string(text, strnlen(text, kPayload - kEventId)).c_str());
 }
 
 // Appends key and value of every item; any run of "$" parts items, and an item without "@@" is
@@ -74,11 +76,12 @@ bool PeltoService::handleKernelFeedback(void* owner, mm_kevent_packet* packet) {
                             static_cast<int>(kMaxItem + 1));
         return false;
     }
-    const int id = idOf(*packet);
+    const int id = idOf(reinterpret_cast<char*>(packet));
+    char* const payload = reinterpret_cast<char*>(packet) + kPayload;
     String8 info = String8::format("MM_FB_EventID#%d", id);
     __android_log_print(ANDROID_LOG_DEBUG, kServiceTag,
-                        "handleKernelFeedback: MM_FB_EventID:%d, data:%s", id, packet->payload);
-    appendItems(packet->payload, work.get(), &info);
+                        "handleKernelFeedback: MM_FB_EventID:%d, data:%s", id, payload);
+    appendItems(payload, work.get(), &info);
     static_cast<PeltoService*>(owner)->setEvent(String8(kFeedbackEvent), info);
     notifySurfaceFlinger(id, info);
     return true;

@@ -1,6 +1,7 @@
 #include "logcapture/KelvoDmesgThread.h"
 
 #include <android/log.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
@@ -64,12 +65,12 @@ status_t KelvoDmesgThread::readyToRun() {
         return status;
     }
     __android_log_print(ANDROID_LOG_INFO, kTag, "KelvoDmesgThread %p tid=%d ready to run",
-                        static_cast<void*>(this), static_cast<int>(getTid()));
+                        static_cast<void*>(this), static_cast<int>(gettid()));
     return status;
 }
 
 status_t KelvoDmesgThread::initCheck() const {
-    return mInit.load(std::memory_order_acquire) && mLogThread != nullptr ? OK : NO_INIT;
+    return mInit.load(std::memory_order_acquire) && mLogThread != nullptr ? 0 : NO_INIT;
 }
 
 void KelvoDmesgThread::handleEvent(std::string event) {
@@ -87,7 +88,7 @@ void KelvoDmesgThread::dumpKernelLog() {
     Mutex::Autolock lock(mLock);
     if (mDumping.load(std::memory_order_relaxed) || !mSleeping) return;
     __android_log_print(ANDROID_LOG_DEBUG, kTag, "dumpKernelLog signal");
-    mCondition.signal();
+    mCondition.notify_one();
 }
 
 // One call serves the thread's whole life.

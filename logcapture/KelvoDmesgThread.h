@@ -1,13 +1,14 @@
 #pragma once
 
-#include <utils/Condition.h>
 #include <utils/Mutex.h>
 #include <utils/Thread.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <string>
 
 #include "event/EventListener.h"
+#include "looper/thread_annotations.h"
 
 namespace android {
 
@@ -50,7 +51,7 @@ class KelvoDmesgThread : public Thread, public EventListener {
     static sp<KelvoDmesgThread> mLogThread;
 
     Mutex mLock;
-    Condition mCondition;
+    std::condition_variable_any mCondition;
     bool mSleeping GUARDED_BY(mLock) = false;
     // Set outside the lock by design: a request that races with the end of a dump may be dropped.
     std::atomic<bool> mDumping{false};

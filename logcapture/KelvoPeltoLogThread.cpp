@@ -42,7 +42,7 @@ void KelvoPeltoLogThread::init() {
     mLogPath = fields[kLogPath];
     mTarPath = fields[kTarPath];
     mTarName = fields[kTarName];
-    mCurrentTime = time;
+    mCurrentTime = String8(time);
 }
 
 status_t KelvoPeltoLogThread::start(const char* name, int32_t priority, size_t stack) {

@@ -37,8 +37,8 @@ void KelvoPeltoLogWriter::handleEvent(std::string event) {
     const sp<PeltoEvent> record = new PeltoEvent(event);
     const std::string type = record->getEventType();
     const std::string info = record->getEventInfo();
-    if (type == kCaptureLogs) caputureLogs(String8(info));
-    if (type == kAudioDumpsys) dumpsysAudioInfo(String8(info));
+    if (type == kCaptureLogs) caputureLogs(String8(info.c_str()));
+    if (type == kAudioDumpsys) dumpsysAudioInfo(String8(info.c_str()));
 }
 
 // The worker of each action is let go of before the lock.

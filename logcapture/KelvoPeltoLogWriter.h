@@ -6,6 +6,7 @@
 #include <string>
 
 #include "event/EventListener.h"
+#include "looper/thread_annotations.h"
 
 namespace android {
 

@@ -12,7 +12,7 @@ bool splitLogInformation(const String8& text, LogInformation& fields) {
     char* rest = nullptr;
     for (char* field = strtok_r(copy.data(), ",", &rest); field != nullptr && count < kLogFields;
          field = strtok_r(nullptr, ",", &rest)) {
-        found[count++] = field;
+        found[count++] = String8(field);
     }
     if (count < kLogFields) return false;
     fields = found;

@@ -13,7 +13,7 @@ namespace android {
 
 // One queued message.
 struct MessageEnvelope {
-    nsecs_t uptime;  // when it is due, on the monotonic clock
+    int64_t uptime;  // when it is due, on the monotonic clock
     sp<PeltoMessageHandler> handler;
     PeltoMessage message;
 };

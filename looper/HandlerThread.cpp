@@ -18,7 +18,7 @@ bool HandlerThread::threadLoop() {
         Mutex::Autolock lock(mLock);
         mLooper = PeltoLooper::prepare(0);
         looper = mLooper;
-        mCond.broadcast();
+        mCond.notify_all();
     }
     while (!shouldQuit()) looper->pollOnce(-1, nullptr, nullptr, nullptr);
     return false;

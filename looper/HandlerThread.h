@@ -1,10 +1,12 @@
 #pragma once
 
-#include <utils/Condition.h>
 #include <utils/Mutex.h>
 #include <utils/Thread.h>
 
+#include <condition_variable>
+
 #include "looper/PeltoLooper.h"
+#include "looper/thread_annotations.h"
 
 namespace android {
 
@@ -35,7 +37,7 @@ class HandlerThread : public Thread {
     sp<PeltoLooper> mLooper GUARDED_BY(mLock);
     Mutex mLock;
     bool mShouldQuit GUARDED_BY(mLock) = false;
-    Condition mCond;
+    std::condition_variable_any mCond;
 };
 
 }  // namespace android

@@ -25,7 +25,7 @@ MessageQueue::~MessageQueue() {
     removeIf([](const MessageEnvelope&) { return true; });
 }
 
-bool MessageQueue::insert(nsecs_t uptime, nsecs_t now, const sp<PeltoMessageHandler>& handler,
+bool MessageQueue::insert(int64_t uptime, int64_t now, const sp<PeltoMessageHandler>& handler,
                           const PeltoMessage& message) {
     MessageEnvelope* envelope = mPool.take();
     envelope->uptime = uptime;
@@ -43,18 +43,18 @@ bool MessageQueue::insert(nsecs_t uptime, nsecs_t now, const sp<PeltoMessageHand
     return first;
 }
 
-bool MessageQueue::joinsLease(nsecs_t uptime, nsecs_t now) const {
+bool MessageQueue::joinsLease(int64_t uptime, int64_t now) const {
     return mLease != nullptr && uptime <= now && (isEmpty() || uptime < firstUptime()) &&
            !mLease->isFull();
 }
 
 // The first key that is due strictly later. Most messages are due now, so the end is tried first.
-size_t MessageQueue::placeFor(nsecs_t uptime) const {
+size_t MessageQueue::placeFor(int64_t uptime) const {
     if (isEmpty() || uptime >= mKeys[mTail - 1].uptime) return mTail;
     const Key* const begin = mKeys.get() + mHead;
     const Key* const end = mKeys.get() + mTail;
     const Key* const place = std::upper_bound(
-        begin, end, uptime, [](nsecs_t wanted, const Key& key) { return wanted < key.uptime; });
+        begin, end, uptime, [](int64_t wanted, const Key& key) { return wanted < key.uptime; });
     return static_cast<size_t>(place - mKeys.get());
 }
 
@@ -111,7 +111,7 @@ void MessageQueue::rewindWhenEmpty() {
     if (isEmpty()) mHead = mTail = mCapacity / 4;
 }
 
-void MessageQueue::grant(nsecs_t now, Lease* lease) {
+void MessageQueue::grant(int64_t now, Lease* lease) {
     uint32_t count = 0;
     while (count < Lease::kMost && !isEmpty() && mKeys[mHead].uptime <= now) {
         lease->mLastUptime = mKeys[mHead].uptime;

@@ -68,7 +68,7 @@ class Lease {
 
     std::atomic<uint32_t> mClaimed{0};  // how many; kRevoked is added to end it
     std::atomic<uint32_t> mGranted{0};
-    nsecs_t mLastUptime = 0;
+    int64_t mLastUptime = 0;
     MessageEnvelope* mEnvelopes[kMost];
 };
 
@@ -91,7 +91,7 @@ class MessageQueue {
 
     // Behind every message that is due at the same time or earlier. `now` is a time that has
     // passed. True when it is the first of those not leased.
-    bool insert(nsecs_t uptime, nsecs_t now, const sp<PeltoMessageHandler>& handler,
+    bool insert(int64_t uptime, int64_t now, const sp<PeltoMessageHandler>& handler,
                 const PeltoMessage& message);
     void remove(const sp<PeltoMessageHandler>& handler);
     void remove(const sp<PeltoMessageHandler>& handler, int32_t what);
@@ -100,10 +100,10 @@ class MessageQueue {
     bool isEmpty() const { return mHead == mTail; }
     size_t size() const { return mTail - mHead; }
     // When the first message is due; the queue is not empty.
-    nsecs_t firstUptime() const { return mKeys[mHead].uptime; }
+    int64_t firstUptime() const { return mKeys[mHead].uptime; }
 
     // Leases the messages that are due by `now`. No other lease is in force.
-    void grant(nsecs_t now, Lease* lease);
+    void grant(int64_t now, Lease* lease);
     // Takes back what the lease in force, if there is one, has not handed out.
     void revokeLease();
     // Ends the lease and gives back what was claimed, whose handler references have been dropped.
@@ -114,12 +114,12 @@ class MessageQueue {
 
   private:
     struct Key {
-        nsecs_t uptime;
+        int64_t uptime;
         MessageEnvelope* envelope;
     };
 
-    bool joinsLease(nsecs_t uptime, nsecs_t now) const;
-    size_t placeFor(nsecs_t uptime) const;
+    bool joinsLease(int64_t uptime, int64_t now) const;
+    size_t placeFor(int64_t uptime) const;
     void insertKey(size_t place, const Key& key);
     void makeRoom();
     void resize(size_t capacity);

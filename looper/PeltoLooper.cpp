@@ -50,24 +50,24 @@ void PeltoLooper::awoken() {
 }
 
 void PeltoLooper::sendMessage(const sp<PeltoMessageHandler>& handler, const PeltoMessage& message) {
-    const nsecs_t now = systemTime(SYSTEM_TIME_MONOTONIC);
+    const int64_t now = systemTime(SYSTEM_TIME_MONOTONIC);
     enqueue(now, now, handler, message);
 }
 
-void PeltoLooper::sendMessageDelayed(nsecs_t uptimeDelay, const sp<PeltoMessageHandler>& handler,
+void PeltoLooper::sendMessageDelayed(int64_t uptimeDelay, const sp<PeltoMessageHandler>& handler,
                                      const PeltoMessage& message) {
-    const nsecs_t now = systemTime(SYSTEM_TIME_MONOTONIC);
+    const int64_t now = systemTime(SYSTEM_TIME_MONOTONIC);
     const auto uptime =
-        static_cast<nsecs_t>(static_cast<uint64_t>(now) + static_cast<uint64_t>(uptimeDelay));
+        static_cast<int64_t>(static_cast<uint64_t>(now) + static_cast<uint64_t>(uptimeDelay));
     enqueue(uptime, now, handler, message);
 }
 
-void PeltoLooper::sendMessageAtTime(nsecs_t uptime, const sp<PeltoMessageHandler>& handler,
+void PeltoLooper::sendMessageAtTime(int64_t uptime, const sp<PeltoMessageHandler>& handler,
                                     const PeltoMessage& message) {
     enqueue(uptime, INT64_MIN, handler, message);
 }
 
-void PeltoLooper::enqueue(nsecs_t uptime, nsecs_t latestReading,
+void PeltoLooper::enqueue(int64_t uptime, int64_t latestReading,
                           const sp<PeltoMessageHandler>& handler, const PeltoMessage& message) {
     bool sendWake;
     {

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <sys/epoll.h>
-#include <utils/KeyedVector.h>
 #include <utils/Mutex.h>
 #include <utils/RefBase.h>
 #include <utils/Timers.h>
@@ -10,12 +9,14 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <map>
 
 #include "looper/MessageQueue.h"
 #include "looper/PeltoLooperCallback.h"
 #include "looper/PeltoLooperRequest.h"
 #include "looper/PeltoMessage.h"
 #include "looper/PeltoMessageHandler.h"
+#include "looper/thread_annotations.h"
 
 namespace android {
 
@@ -72,9 +73,9 @@ class PeltoLooper : public RefBase {
 
     // The message is copied. A null handler is accepted, and skipped when its message is due.
     void sendMessage(const sp<PeltoMessageHandler>& handler, const PeltoMessage& message);
-    void sendMessageDelayed(nsecs_t uptimeDelay, const sp<PeltoMessageHandler>& handler,
+    void sendMessageDelayed(int64_t uptimeDelay, const sp<PeltoMessageHandler>& handler,
                             const PeltoMessage& message);
-    void sendMessageAtTime(nsecs_t uptime, const sp<PeltoMessageHandler>& handler,
+    void sendMessageAtTime(int64_t uptime, const sp<PeltoMessageHandler>& handler,
                            const PeltoMessage& message);
     // A message that is being delivered is not affected.
     void removeMessages(const sp<PeltoMessageHandler>& handler);
@@ -103,12 +104,12 @@ class PeltoLooper : public RefBase {
     static void initTLSKey();
     static void threadDestructor(void* looper);
 
-    void enqueue(nsecs_t uptime, nsecs_t latestReading, const sp<PeltoMessageHandler>& handler,
+    void enqueue(int64_t uptime, int64_t latestReading, const sp<PeltoMessageHandler>& handler,
                  const PeltoMessage& message) EXCLUDES(mLock);
 
     void rebuildEpollLocked() REQUIRES(mLock);
     void scheduleEpollRebuildLocked() REQUIRES(mLock);
-    int32_t updateWatchLocked(size_t index, Request& request) REQUIRES(mLock);
+    int32_t updateWatchLocked(Request& current, Request& request) REQUIRES(mLock);
 
     int32_t pollInner(int32_t timeoutMillis) EXCLUDES(mLock);
     int32_t untilNextMessage(int32_t timeoutMillis) const;
@@ -133,14 +134,14 @@ class PeltoLooper : public RefBase {
     // wait on it without the lock.
     int32_t mEpollFd = -1;
     bool mEpollRebuildRequired GUARDED_BY(mLock) = false;
-    KeyedVector<int32_t, Request> mRequests GUARDED_BY(mLock);
+    std::map<int32_t, Request> mRequests GUARDED_BY(mLock);
     int32_t mNextRequestSeq GUARDED_BY(mLock) = 0;
     // The looper's thread only, as are the next two.
     Vector<Response> mResponses;
     size_t mResponseIndex = 0;
-    nsecs_t mNextMessageUptime = INT64_MAX;  // of what the last poll left; INT64_MAX is none
+    int64_t mNextMessageUptime = INT64_MAX;  // of what the last poll left; INT64_MAX is none
     // The latest time read by a poll or a poster; a message due by then needs no new reading.
-    nsecs_t mLatestReading GUARDED_BY(mLock) = INT64_MIN;
+    int64_t mLatestReading GUARDED_BY(mLock) = INT64_MIN;
 };
 
 }  // namespace android

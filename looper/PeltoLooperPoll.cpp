@@ -50,8 +50,7 @@ int32_t PeltoLooper::pollAll(int32_t timeoutMillis, int32_t* outFd, int32_t* out
         } while (result == LOOPER_POLL_CALLBACK);
         return result;
     }
-    const nsecs_t endTime =
-        systemTime(SYSTEM_TIME_MONOTONIC) + milliseconds_to_nanoseconds(timeoutMillis);
+    const int64_t endTime = systemTime(SYSTEM_TIME_MONOTONIC) + timeoutMillis * INT64_C(1000000);
     for (;;) {
         const int32_t result = pollOnce(timeoutMillis, outFd, outEvents, outData);
         if (result != LOOPER_POLL_CALLBACK) return result;
@@ -120,15 +119,15 @@ void PeltoLooper::collectEventLocked(const epoll_event& item) {
         }
         return;
     }
-    const ssize_t index = mRequests.indexOfKey(fd);
-    if (index < 0) {
+    const auto found = mRequests.find(fd);
+    if (found == mRequests.end()) {
         __android_log_print(
             ANDROID_LOG_WARN, kLooperTag,
             "Ignoring unexpected epoll events 0x%x on fd %d that is no longer registered.", events,
             fd);
         return;
     }
-    pushResponse(looperEventsOf(events), mRequests.valueAt(static_cast<size_t>(index)));
+    pushResponse(looperEventsOf(events), found->second);
 }
 
 void PeltoLooper::pushResponse(int32_t events, const Request& request) {
@@ -152,7 +151,7 @@ int32_t PeltoLooper::deliverMessagesLocked(int32_t result) {
 
 // The clock is read only when the latest reading does not settle it.
 bool PeltoLooper::firstIsDueLocked() {
-    const nsecs_t uptime = mMessageEnvelopes.firstUptime();
+    const int64_t uptime = mMessageEnvelopes.firstUptime();
     if (uptime > mLatestReading) mLatestReading = systemTime(SYSTEM_TIME_MONOTONIC);
     return uptime <= mLatestReading;
 }

@@ -30,13 +30,12 @@ void PeltoLooper::rebuildEpollLocked() {
         __android_log_assert("result != 0", kLooperTag,
                              "Could not add wake event fd to epoll instance: %s", strerror(errno));
     }
-    for (size_t i = 0; i < mRequests.size(); ++i) {
-        const Request& request = mRequests.valueAt(i);
+    for (const auto& [fd, request] : mRequests) {
         request.initEventItem(&item);
-        if (epoll_ctl(mEpollFd, EPOLL_CTL_ADD, request.fd, &item) != 0) {
+        if (epoll_ctl(mEpollFd, EPOLL_CTL_ADD, fd, &item) != 0) {
             __android_log_print(
                 ANDROID_LOG_ERROR, kLooperTag,
-                "Error adding epoll events for fd %d while rebuilding epoll set: %s", request.fd,
+                "Error adding epoll events for fd %d while rebuilding epoll set: %s", fd,
                 strerror(errno));
         }
     }
@@ -74,8 +73,8 @@ int32_t PeltoLooper::addFd(int32_t fd, int32_t ident, int32_t events,
     Mutex::Autolock lock(mLock);
     request.seq = mNextRequestSeq;
     mNextRequestSeq = requestSeqAfter(mNextRequestSeq);
-    const ssize_t index = mRequests.indexOfKey(fd);
-    if (index >= 0) return updateWatchLocked(static_cast<size_t>(index), request);
+    const auto found = mRequests.find(fd);
+    if (found != mRequests.end()) return updateWatchLocked(found->second, request);
 
     epoll_event item;
     request.initEventItem(&item);
@@ -84,12 +83,12 @@ int32_t PeltoLooper::addFd(int32_t fd, int32_t ident, int32_t events,
                             "Error adding epoll events for fd %d: %s", fd, strerror(errno));
         return -1;
     }
-    mRequests.add(fd, request);
+    mRequests.emplace(fd, request);
     return 1;
 }
 
 // Leaves the old watch in `request`, so that its callback is dropped after the lock.
-int32_t PeltoLooper::updateWatchLocked(size_t index, Request& request) {
+int32_t PeltoLooper::updateWatchLocked(Request& current, Request& request) {
     epoll_event item;
     request.initEventItem(&item);
     if (epoll_ctl(mEpollFd, EPOLL_CTL_MOD, request.fd, &item) != 0) {
@@ -108,7 +107,7 @@ int32_t PeltoLooper::updateWatchLocked(size_t index, Request& request) {
         }
         scheduleEpollRebuildLocked();
     }
-    std::swap(mRequests.editValueAt(index), request);
+    std::swap(current, request);
     return 1;
 }
 
@@ -119,13 +118,12 @@ int32_t PeltoLooper::removeFd(int32_t fd) {
 int32_t PeltoLooper::removeFd(int32_t fd, int32_t seq) {
     sp<PeltoLooperCallback> callback;  // dropped after the lock: it may be the last reference
     Mutex::Autolock lock(mLock);
-    const ssize_t found = mRequests.indexOfKey(fd);
-    if (found < 0) return 0;
-    const auto index = static_cast<size_t>(found);
+    const auto found = mRequests.find(fd);
+    if (found == mRequests.end()) return 0;
     // The watch the caller saw may have been replaced since.
-    if (seq != -1 && mRequests.valueAt(index).seq != seq) return 0;
-    callback = mRequests.valueAt(index).callback;
-    mRequests.removeItemsAt(index);
+    if (seq != -1 && found->second.seq != seq) return 0;
+    callback = found->second.callback;
+    mRequests.erase(found);
     if (epoll_ctl(mEpollFd, EPOLL_CTL_DEL, fd, nullptr) == 0) return 1;
     if (seq != -1 && (errno == EBADF || errno == ENOENT)) {
         // A callback that closed its descriptor before it ended its watch.

@@ -3,6 +3,7 @@
 #include <utils/Mutex.h>
 
 #include "looper/pause.h"
+#include "looper/thread_annotations.h"
 
 namespace android {
 

@@ -8,11 +8,11 @@
 namespace android {
 
 status_t PeltoService::registerNativeClient(const sp<IPeltoNativeClient>& client) {
-    if (client == nullptr) return OK;
+    if (client == nullptr) return 0;
     Mutex::Autolock lock(mLock);
     // No death notification is asked for: the list only ever grows.
     if (mNativeClients.indexOf(client) < 0) mNativeClients.add(client);
-    return OK;
+    return 0;
 }
 
 void PeltoService::setEvent(const String8& event, const String8& info) {

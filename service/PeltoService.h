@@ -12,6 +12,8 @@
 #include <cstdint>
 #include <memory>
 
+#include "looper/thread_annotations.h"
+
 namespace android {
 
 class DisplayKevent;

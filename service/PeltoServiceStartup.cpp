@@ -27,9 +27,9 @@ void PeltoService::init() {
     mLogWriter = new KelvoPeltoLogWriter();  // makes the dispatcher, the first to need it
     mEventTest = new EventTest();
     mDisplayKevent = new DisplayKevent(this, "mm_kevent_pelto", handleKernelFeedback);
-    mDisplayKevent->run("kelvo_fb_pelto", PRIORITY_DEFAULT, 0);
+    mDisplayKevent->run("kelvo_fb_pelto", 0, 0);
     mAudioKernelCom = new KelvoAudioKernelNativeCom(this, "knl_nt_com", handleAudioKernelInfo);
-    mAudioKernelCom->run("kelvo_audio_mic_check", PRIORITY_DEFAULT, 0);
+    mAudioKernelCom->run("kelvo_audio_mic_check", 0, 0);
     mGpuMinidump = KelvoGpuMinidumpFactory::create();
     // The first strong reference to the service, gone again at once when the monitor declines.
     if (mGpuMinidump != nullptr) mGpuMinidump->init(this);

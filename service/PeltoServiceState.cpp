@@ -3,6 +3,8 @@
 #include <android/log.h>
 #include <utils/SystemClock.h>
 
+#include <cstring>
+
 #include "service/PeltoService.h"
 #include "service/log_tag.h"
 
@@ -13,7 +15,7 @@ constexpr char kTopActivityProperty[] = "sys.kelvo.video.top.activity.name";
 }  // namespace
 
 void PeltoService::notifyVideoStutter(const String8& detectorName, int frameGap) {
-    if (mSfState && detectorName == "HwuiDetect") {
+    if (mSfState && strcmp(detectorName.c_str(), "HwuiDetect") == 0) {
         __android_log_print(ANDROID_LOG_WARN, kServiceTag,
                             "notifyVideoStutter return, not report frameGap:%d", frameGap);
         return;

@@ -15,9 +15,6 @@ nsecs_t systemTime(int clock = SYSTEM_TIME_MONOTONIC);
 // Milliseconds from one time to a later one, rounded up, at most INT32_MAX; 0 when it has passed.
 int toMillisecondTimeoutDelay(nsecs_t referenceTime, nsecs_t timeoutTime);
 
-constexpr nsecs_t milliseconds_to_nanoseconds(nsecs_t millis) {
-    return millis * 1000000;
-}
 constexpr nsecs_t nanoseconds_to_milliseconds(nsecs_t nanos) {
     return nanos / 1000000;
 }

@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <utils/KeyedVector.h>
 #include <utils/SortedVector.h>
 #include <utils/String16.h>
 #include <utils/String8.h>
@@ -28,16 +27,6 @@ TEST(ValuesTest, SortedContainersHoldEachKeyOnceInOrder) {
     ASSERT_EQ(3u, sorted.size());
     for (const int item : {1, 3, 5}) EXPECT_EQ(item / 2, sorted.indexOf(item));
     EXPECT_EQ(NAME_NOT_FOUND, sorted.indexOf(4));
-
-    KeyedVector<int, std::string> map;
-    map.add(7, "seven");
-    map.add(-2, "minus");
-    map.add(7, "SEVEN");
-    ASSERT_EQ(2u, map.size());
-    EXPECT_EQ(-2, map.keyAt(0));
-    EXPECT_EQ("SEVEN", map.valueAt(static_cast<size_t>(map.indexOfKey(7))));
-    map.removeItemsAt(0);
-    EXPECT_EQ(NAME_NOT_FOUND, map.indexOfKey(-2));
 }
 
 TEST(ValuesDeathTest, ReadingOutsideAVectorIsFatal) {

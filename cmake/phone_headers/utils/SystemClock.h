@@ -1,0 +1,9 @@
+#pragma once
+
+#include <cstdint>
+
+namespace android {
+
+int64_t elapsedRealtime();
+
+}  // namespace android
