@@ -2,14 +2,19 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <linux/sockios.h>
+#include <pthread.h>
 #include <string.h>
+#include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <system_error>
+#include <thread>
 #include <vector>
 
-#include "sim/attribute_feed.h"
 #include "sim/root.h"
 
 namespace sim {
@@ -26,12 +31,21 @@ int fail(int error) {
 // is readable exactly while it is ready.
 struct Attributes::Open {
     std::string path;
-    std::shared_ptr<const Fd> kernelEnd;
+    int fd = -1;   // the reader's
+    Key key;       // of what was opened under that number
+    Fd kernelEnd;  // invalid when the device has gone
     Fd event{eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK)};
     bool ready = true;
     bool gone = false;
+    bool binary = false;
+    bool ended = false;  // the reader meets the end behind what it was sent
+    size_t sent = 0;
     int polling = 0;
 
+    static Key keyOf(int fd) {
+        struct ::stat status {};
+        return fstat(fd, &status) == 0 ? Key(status.st_dev, status.st_ino) : Key();
+    }
     void makeReady() {
         ready = true;
         eventfd_write(event.get(), 1);
@@ -41,11 +55,40 @@ struct Attributes::Open {
         eventfd_read(event.get(), &count);
         ready = false;
     }
+    // False when the socket takes no more, or the reader has closed.
+    bool send(std::string_view block) {
+        constexpr int kFlags = MSG_DONTWAIT | MSG_NOSIGNAL;
+        if (::send(kernelEnd.get(), block.data(), block.size(), kFlags) < 0) return false;
+        sent += block.size();
+        return true;
+    }
+    void end() {
+        ended = true;
+        shutdown(kernelEnd.get(), SHUT_WR);
+    }
+    // A byte more or less is the socket's own while a block is being taken.
+    bool hasUnread() const {
+        int bytes = 0;
+        return ioctl(kernelEnd.get(), SIOCOUTQ, &bytes) == 0 && bytes > 1;
+    }
+    // Takes back what the reader has not read, through a descriptor that is surely the reader's.
+    void takeBack() {
+        const Fd reader(fcntl(fd, F_DUPFD_CLOEXEC, 0));
+        if (!reader.valid() || keyOf(reader.get()) != key) return;
+        char block[kReadBytes];
+        ssize_t got;
+        while ((got = recv(reader.get(), block, sizeof(block), MSG_DONTWAIT)) > 0)
+            sent -= static_cast<size_t>(got);
+    }
 };
 
 void Attributes::set(const std::string& path, Content content) {
     Lock lock(mMutex);
     mAttributes[path.substr(1)].content = std::move(content);
+    for (const auto& [key, open] : mOpen) {
+        if (open->path != path.substr(1) || !open->binary || open->gone || open->ended) continue;
+        open->takeBack();  // after which the feeder goes on from there
+    }
 }
 
 void Attributes::setSize(const std::string& path, off_t size) {
@@ -55,13 +98,24 @@ void Attributes::setSize(const std::string& path, off_t size) {
 
 void Attributes::notify(const std::string& path) {
     Lock lock(mMutex);
-    makeReady(path.substr(1), false);
+    for (const auto& [key, open] : mOpen) {
+        if (open->path == path.substr(1)) open->makeReady();
+    }
+    mChanged.notifyAll();
 }
 
+// Closing the socket with the byte of makeOpen() unread makes the reader's next read fail.
 void Attributes::remove(const std::string& path) {
     Lock lock(mMutex);
     mAttributes[path.substr(1)].content = nullptr;
-    makeReady(path.substr(1), true);
+    for (const auto& [key, open] : mOpen) {
+        if (open->path != path.substr(1)) continue;
+        open->gone = true;
+        open->takeBack();
+        open->kernelEnd = Fd();
+        open->makeReady();
+    }
+    mChanged.notifyAll();
 }
 
 void Attributes::setFaults(const std::string& path, Faults faults) {
@@ -70,57 +124,99 @@ void Attributes::setFaults(const std::string& path, Faults faults) {
     mAttributes[path.substr(1)].faults = std::move(faults);
 }
 
-void Attributes::makeReady(const std::string& path, bool gone) {
-    for (const auto& [key, open] : mOpen) {
-        if (open->path != path) continue;
-        if (gone) shutdown(open->kernelEnd->get(), SHUT_WR);
-        open->gone |= gone;
-        open->makeReady();
-    }
-    mChanged.notifyAll();
-}
-
 std::optional<int> Attributes::open(const char* path, int flags) {
     const std::string name = keyOf(path);
-    AttributeFeed feed;
-    Fd fd;
-    {
-        Lock lock(mMutex);
-        Attribute* attribute = find(name);
-        if (attribute == nullptr) return std::nullopt;
-        if (attribute->content == nullptr) return fail(ENOENT);
-        ++attribute->opens;
-        if (attribute->faults.openError != 0) return fail(attribute->faults.openError);
-        if ((flags & O_ACCMODE) != O_RDONLY) return fail(EACCES);
-        dropClosed();
-        fd = Fd(makeOpen(name, *attribute, feed));
-    }
-    if (fd.valid() && !startFeed(std::move(feed))) return fail(ENOMEM);
-    return fd.release();
+    Lock lock(mMutex);
+    Attribute* attribute = find(name);
+    if (attribute == nullptr) return std::nullopt;
+    if (attribute->content == nullptr) return fail(ENOENT);
+    ++attribute->opens;
+    if (attribute->faults.openError != 0) return fail(attribute->faults.openError);
+    if ((flags & O_ACCMODE) != O_RDONLY) return fail(EACCES);
+    dropClosed();
+    return makeOpen(name, *attribute);
 }
 
-int Attributes::makeOpen(const std::string& path, const Attribute& attribute, AttributeFeed& feed) {
+int Attributes::makeOpen(const std::string& path, const Attribute& attribute) {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) < 0) return -1;
     Fd processEnd(ends[0]);
     auto open = std::make_shared<Open>();
     open->path = path;
-    open->kernelEnd = std::make_shared<const Fd>(ends[1]);
-    if (!open->event.valid()) return -1;
-    feed = {open->kernelEnd, attribute.content, attribute.faults};
-    struct ::stat status {};
-    fstat(ends[0], &status);
-    mOpen[{status.st_dev, status.st_ino}] = std::move(open);
+    open->fd = processEnd.get();
+    open->key = Open::keyOf(processEnd.get());
+    open->kernelEnd = Fd(ends[1]);
+    open->binary = attribute.size == 0;
+    if (!open->event.valid() || ::send(processEnd.get(), "", 1, 0) != 1) return -1;
+    const bool empty = attribute.content->empty() || attribute.faults.readError != 0;
+    if (open->binary && !empty) {
+        epoll_event event{EPOLLOUT | EPOLLET, {}};
+        event.data.u64 = open->key.second;
+        if (!startFeeder() ||
+            epoll_ctl(mFeeder.get(), EPOLL_CTL_ADD, open->kernelEnd.get(), &event) < 0)
+            return fail(ENOMEM);
+    } else {
+        const std::string_view text = *attribute.content;
+        while (!empty && open->sent < text.size() &&
+               open->send(text.substr(open->sent, attribute.faults.readBytes))) {
+        }
+        open->end();
+    }
+    mOpen[open->key] = std::move(open);
     return processEnd.release();
 }
 
-// Nothing tells when a descriptor is closed but its socket's other end.
+// Nothing tells when a descriptor is closed but that its number is another file's, or none.
 void Attributes::dropClosed() {
     for (auto open = mOpen.begin(); open != mOpen.end();) {
-        pollfd end = {open->second->kernelEnd->get(), 0, 0};
-        const bool closed = ::poll(&end, 1, 0) > 0 && (end.revents & POLLHUP) != 0;
+        const bool closed = Open::keyOf(open->second->fd) != open->first;
         open = closed ? mOpen.erase(open) : std::next(open);
     }
+}
+
+bool Attributes::startFeeder() try {
+    if (mFeeder.valid()) return true;
+    Fd epoll(epoll_create1(EPOLL_CLOEXEC));
+    if (!epoll.valid()) return false;
+    std::swap(mFeeder, epoll);
+    std::thread([this] { runFeeder(); }).detach();
+    return true;
+} catch (const std::system_error&) {
+    mFeeder = Fd();
+    return false;
+}
+
+// Each time a reader has taken what it was sent, it is sent the next block.
+void Attributes::runFeeder() {
+    pthread_setname_np(pthread_self(), "sim_attribute");
+    for (;;) {
+        epoll_event event;
+        if (epoll_wait(mFeeder.get(), &event, 1, -1) != 1) continue;
+        std::function<void()> atEnd;
+        {
+            Lock lock(mMutex);
+            for (const auto& [key, open] : mOpen) {
+                if (key.second == event.data.u64) atEnd = feed(*open);
+            }
+        }
+        if (atEnd) atEnd();
+    }
+}
+
+// Sends a block of what the device holds now, unless one is unread. Returns what is to be called
+// once the lock is released.
+std::function<void()> Attributes::feed(Open& open) {
+    if (open.gone || open.ended || open.hasUnread()) return nullptr;
+    const Attribute& attribute = *find(open.path);
+    const std::string_view text = *attribute.content;
+    const size_t end = std::min(text.size(), attribute.faults.endsAfter);
+    if (open.sent < end) {
+        open.send(text.substr(open.sent, std::min(attribute.faults.readBytes, end - open.sent)));
+        return nullptr;
+    }
+    if (end < text.size() && attribute.faults.atEnd) return attribute.faults.atEnd;
+    open.end();
+    return nullptr;
 }
 
 std::optional<FILE*> Attributes::fopen(const char* path, const char* mode) {
@@ -238,9 +334,8 @@ Attributes::Attribute* Attributes::find(const std::string& path) {
 }
 
 std::shared_ptr<Attributes::Open> Attributes::findOpen(int fd) {
-    struct ::stat status {};
-    if (mOpen.empty() || fstat(fd, &status) < 0) return nullptr;
-    auto found = mOpen.find({status.st_dev, status.st_ino});
+    if (mOpen.empty()) return nullptr;
+    auto found = mOpen.find(Open::keyOf(fd));
     return found == mOpen.end() ? nullptr : found->second;
 }
 

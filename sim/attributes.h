@@ -19,7 +19,6 @@
 
 namespace sim {
 
-struct AttributeFeed;
 class Root;
 
 // The attribute files of the phone's kernel (sysfs): read-only texts that a device sets, and whose
@@ -27,14 +26,15 @@ class Root;
 // each answers nullopt for a path or a descriptor that is none of theirs.
 //
 // A descriptor opened and never read is ready for POLLPRI|POLLERR; it stays so until pread() at
-// offset 0, and notifications before that are one. pread() gives the text of that moment, a plain
-// read() that of open(); neither more than 4096 bytes at once, and a plain read() for less loses
-// the rest of its block. When a device is removed, its descriptors are ready for ever and pread()
-// fails with ENODEV.
+// offset 0, and notifications before that are one. pread() gives the content of that moment, and so
+// does a plain read() of a binary attribute; that of a text one gives the content of open().
+// Neither gives more than 4096 bytes at once, and a plain read() for less loses the rest of its
+// block. When a device is removed, its descriptors are ready for ever, pread() fails with ENODEV,
+// and the next plain read fails with ECONNRESET.
 //
 // Ownership: a descriptor handed out is closed plainly by its opener.
-// Threads: any. A text longer than a socket holds is fed by a thread of its own until the reader
-//   has had it or closes.
+// Threads: any. The thread "sim_attribute" feeds the readers of binary attributes, a block at a
+//   time.
 class Attributes {
   public:
     static constexpr size_t kReadBytes = 4096;
@@ -46,8 +46,8 @@ class Attributes {
         int readError = 0;  // of pread(); a plain read then meets the end
         int pollError = 0;
         size_t readBytes = kReadBytes;  // most that one read gives
-        // A plain reader of a longer text meets the end behind so many bytes; atEnd is called, on
-        // any thread, once it has been given them.
+        // Of a longer binary attribute: atEnd is called, on any thread, once a plain reader has had
+        // so many bytes, and gives it no more.
         size_t endsAfter = SIZE_MAX;
         std::function<void()> atEnd = nullptr;
     };
@@ -60,8 +60,8 @@ class Attributes {
     void set(const std::string& path, std::string content) {
         set(path, std::make_shared<const std::string>(std::move(content)));
     }
-    // The size in stat(), whatever the text: 4096 as of a text attribute until it is set; a binary
-    // one has 0.
+    // The size in stat(), whatever the content: 4096 as of a text attribute until it is set; one of
+    // size 0 is binary.
     void setSize(const std::string& path, off_t size) SIM_EXCLUDES(mMutex);
     void notify(const std::string& path) SIM_EXCLUDES(mMutex);
     // The path is missing (ENOENT) until it is set again.
@@ -96,10 +96,11 @@ class Attributes {
     std::string keyOf(std::string_view path) const;
     Attribute* find(const std::string& path) SIM_REQUIRES(mMutex);
     std::shared_ptr<Open> findOpen(int fd) SIM_REQUIRES(mMutex);
-    int makeOpen(const std::string& path, const Attribute& attribute, AttributeFeed& feed)
-        SIM_REQUIRES(mMutex);
+    int makeOpen(const std::string& path, const Attribute& attribute) SIM_REQUIRES(mMutex);
     void dropClosed() SIM_REQUIRES(mMutex);
-    void makeReady(const std::string& path, bool gone) SIM_REQUIRES(mMutex);
+    bool startFeeder() SIM_REQUIRES(mMutex);
+    void runFeeder() SIM_EXCLUDES(mMutex);
+    std::function<void()> feed(Open& open) SIM_REQUIRES(mMutex);
     bool isIdle() const SIM_REQUIRES(mMutex);
 
     const Root& mRoot;
@@ -109,6 +110,7 @@ class Attributes {
     // By what the descriptor refers to: its number may be another file's by now.
     std::map<Key, std::shared_ptr<Open>> mOpen SIM_GUARDED_BY(mMutex);
     int mPolls SIM_GUARDED_BY(mMutex) = 0;
+    Fd mFeeder;  // the feeder's epoll instance; set once under mMutex, before its thread runs
 };
 
 }  // namespace sim

@@ -82,9 +82,25 @@ TEST_F(AttributesTest, GivesTheBytesInReadsOfALimitedSizeUntilItVanishes) {
         EXPECT_TRUE(dump.st_size == 0 && text.st_size == 4096);
     }
     EXPECT_EQ(nullptr, phone::fopen(Gpu::kDump, "w"));
+
+    const std::string first(12000, '1'), second(10000, '2');
+    std::string block(4096, '\0');
+    phone().gpu().fault({"1\n", "", "0", first});
+    Fd copied = open(Gpu::kDump);
+    EXPECT_EQ(4096, read(copied.get(), block.data(), block.size()));
+    phone().gpu().fault({"2\n", "", "0", second});
+    EXPECT_EQ(second.substr(4096), readPlainly(copied)) << "what the device holds by then";
+    copied = open(Gpu::kDump);
+    EXPECT_EQ(4096, read(copied.get(), block.data(), block.size()));
+    phone().gpu().vanish();
+    EXPECT_EQ(-1, read(copied.get(), block.data(), block.size()));
+    phone().gpu().appear();
+    EXPECT_EQ(0, read(copied.get(), block.data(), block.size())) << "it stays dead";
+
     const Fd fd = open(Gpu::kTimestamp);
+    phone().gpu().fault({"3\n", "", "0", Gpu::snapshotOf(60000)});
     phone().gpu().vanishAfter(50000);
-    EXPECT_EQ(Gpu::snapshotOf(50000), readPlainly(open(Gpu::kDump)));
+    EXPECT_TRUE(Gpu::snapshotOf(50000) == readPlainly(open(Gpu::kDump)));
     for (int i = 0; i < 2; ++i) {
         EXPECT_EQ(strerror(ENODEV), text(fd));
         EXPECT_EQ(kReady, ready(fd)) << "for ever";
