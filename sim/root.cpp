@@ -10,7 +10,7 @@
 namespace sim {
 namespace {
 
-// The directories passed on the way to the current component, outermost first.
+// Where a walk has come to: the names passed since the root, and the last of their directories.
 class Walk {
   public:
     explicit Walk(int root) : mRoot(root) {}
@@ -19,55 +19,63 @@ class Walk {
         if (int error = descend()) return error;
         if (component != "..") {
             mLast = component;
-        } else {
-            if (mPassed.empty()) return EXDEV;
-            mPassed.pop_back();
+            return 0;
         }
-        return 0;
-    }
-
-    // Opens the last component: it must be a directory by now.
-    int descend() {
-        if (mLast.empty()) return 0;
-        if (mPassed.size() == Root::kDepth) return ENAMETOOLONG;
-        Fd fd(openat(current(), mLast.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
-        if (!fd.valid()) return isLink() ? ELOOP : errno;
-        mPassed.push_back({std::move(fd), std::move(mLast)});
-        mLast.clear();
-        return 0;
+        if (mPassed.empty()) return EXDEV;
+        mPassed.pop_back();
+        return walkAgain();
     }
 
     int finish(Root::Place& place) {
         if (mLast.empty() && !mPassed.empty()) {
-            mLast = std::move(mPassed.back().name);
+            mLast = std::move(mPassed.back());
             mPassed.pop_back();
+            if (int error = walkAgain()) return error;
         }
         place.path.clear();
-        for (const Passed& passed : mPassed) place.path += passed.name + '/';
+        for (const std::string& name : mPassed) place.path += name + '/';
         place.name = mLast.empty() ? "." : mLast;
         place.path += place.name;
-        place.parent =
-            mPassed.empty() ? Fd(fcntl(mRoot, F_DUPFD_CLOEXEC, 0)) : std::move(mPassed.back().fd);
+        place.parent = mPassed.empty() ? Fd(fcntl(mRoot, F_DUPFD_CLOEXEC, 0)) : std::move(mFd);
         return place.parent.valid() ? 0 : errno;
     }
 
   private:
-    struct Passed {
-        Fd fd;
-        std::string name;
-    };
-    int current() const { return mPassed.empty() ? mRoot : mPassed.back().fd.get(); }
-    bool isLink() const {
-        const int savedErrno = errno;
-        struct stat status {};
-        bool link = fstatat(current(), mLast.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-                    S_ISLNK(status.st_mode);
-        errno = savedErrno;
-        return link;
+    // Opens the last component: it must be a directory by now.
+    int descend() {
+        if (mLast.empty()) return 0;
+        if (int error = step(mLast)) return error;
+        mPassed.push_back(std::move(mLast));
+        mLast.clear();
+        return 0;
+    }
+
+    // From the root, since ".." of a directory that was moved away meanwhile may lead out of it.
+    int walkAgain() {
+        mFd = Fd();
+        for (const std::string& name : mPassed) {
+            if (int error = step(name)) return error;
+        }
+        return 0;
+    }
+
+    int step(const std::string& name) {
+        const int from = mFd.valid() ? mFd.get() : mRoot;
+        Fd fd(openat(from, name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (!fd.valid()) {
+            const int error = errno;
+            struct stat status {};
+            const bool isLink = fstatat(from, name.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+                                S_ISLNK(status.st_mode);
+            return isLink ? ELOOP : error;
+        }
+        mFd = std::move(fd);
+        return 0;
     }
 
     const int mRoot;
-    std::vector<Passed> mPassed;
+    std::vector<std::string> mPassed;
+    Fd mFd;             // of the last one passed; invalid at the root
     std::string mLast;  // not opened yet
 };
 

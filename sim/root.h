@@ -30,14 +30,12 @@ class Root {
         bool directory = false;  // the path ended in "/" or "."
     };
 
-    static constexpr size_t kDepth = 64;
-
     // Throws std::runtime_error when `directory` cannot be opened or is a link.
     explicit Root(const std::string& directory);
 
     // 0, or the errno: ENOENT (empty path or a component missing), ENOTDIR, ELOOP (a link on the
     // way, or as the last component of a path that must be a directory), EXDEV (out of the root),
-    // ENAMETOOLONG (also past kDepth directories). The last component itself is not examined.
+    // ENAMETOOLONG. The last component itself is not examined.
     int resolve(std::string_view path, Place& place) const;
 
     // As the C function of that name; -1 or null and errno on failure. Where
