@@ -54,10 +54,14 @@ class Arguments {
         // A link below a source is copied as a link, one in the way of a copy is replaced by it.
         mOut.insert(mOut.end(), {"-P", "--remove-destination"});
         if (!options({"-r"})) return false;
+        // A source that is refused is told of, and the rest is copied, as cp itself does.
+        bool any = mNext + 1 >= mWords.size();
         while (mNext + 1 < mWords.size()) {
-            if (!path(mWords[mNext++], kRead)) return false;
+            const bool taken = path(mWords[mNext++], kRead);
+            if (!taken) mCommand.complaints += "cp: " + mWhy + '\n';
+            any |= taken;
         }
-        return paths();
+        return any && paths();
     }
 
     bool chmod() {

@@ -86,8 +86,9 @@ int runHostProgram(const Root& root, const HostCommand& command, int outputFd) {
     lseek(complaints.get(), 0, SEEK_SET);
     std::string said = readAll(complaints.get(), kComplaintBytes).c_str();  // up to the first NUL
     command.nameDirectories(said);
+    said.insert(0, command.complaints);
     if (!said.empty()) logAs("sh", kWarn, said);
-    return status;
+    return status == 0 && !command.complaints.empty() ? W_EXITCODE(1, 0) : status;
 }
 
 }  // namespace sim

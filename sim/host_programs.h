@@ -27,6 +27,7 @@ struct HostCommand {
         std::string name;  // what it is called instead, "" or ending in "/"
     };
     std::vector<std::string> arguments;
+    std::string complaints;  // a line for each operand left out, which makes its exit status 1
     std::vector<Directory> directories;
 
     // Puts the directories' names in place of the descriptors' paths.
