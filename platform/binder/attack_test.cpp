@@ -235,20 +235,27 @@ TEST_F(AttackTest, aClientThatDiedCostsLittleAndIsTold) {
     expectServing();
 }
 
-TEST_F(AttackTest, aClientHasSoManyLiveObjectsAndNoMore) {
+TEST_F(AttackTest, aClientHasSoManyLiveObjectsAndTheNextCallWithOneFails) {
     publishAndServe();
-    RawClient client(socketPath());
-    client.greet();
+    sp<IBinder> back;
+    bool again;
     std::vector<sp<IBinder>> kept;
-    for (uint32_t handle = 1; handle <= 2 * Connection::kMaxProxies; ++handle) {
-        client.send(withObject(TestService::KEEP, {0, SENDER, handle}));
-        ASSERT_EQ(1u, client.next(REPLY).callId);
-        if (handle > Connection::kMaxProxies) kept.push_back(mService->kept());
-    }
-    client.send(withObject(TestService::KEEP, {0, SENDER, 1}));
-    EXPECT_TRUE(client.ended());
-    EXPECT_EQ(endedLine("more objects than it may give"), logLines("Binder").back());
+    const auto give = [&](const sp<IBinder>& object) {
+        const status_t status = keep(object, &back, &again);
+        if (status == OK) kept.push_back(mService->kept());
+        return status;
+    };
+    for (size_t i = 0; i < Connection::kMaxProxies; ++i)
+        ASSERT_EQ(OK, give(sp<TestService>::make()));
+    const sp<IBinder> first = back, more = sp<TestService>::make();
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(FAILED_TRANSACTION, give(more));
+    EXPECT_EQ(OK, give(first)) << "what it has already";
+    EXPECT_EQ(1u, logLines("Binder").size()) << logLines("Binder").front();
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (more->getStrongCount() > 1) ASSERT_LT(std::chrono::steady_clock::now(), deadline);
     expectServing();
+    kept.erase(kept.begin());
+    EXPECT_EQ(OK, give(more));
 }
 
 TEST_F(AttackTest, aSilentCrowdGivesWayAndAGreetedOneIsBounded) {

@@ -10,7 +10,8 @@ namespace android {
 //   come in the order the service sent them, one at a time, on a thread of the client's binder
 //   pool, which it has to start: without one nothing arrives.
 // Registration is for good: a client that died costs the service about 1.6 KiB (64-bit), and an
-//   event a look at a flag.
+//   event a look at a flag. One connection, which is one process, may register 1024 clients: the
+//   call for one more fails with FAILED_TRANSACTION and leaves the others as they are.
 // A client in the service's own process is called directly, with the service's lock held: it must
 //   not call back into the service from onNativeEvent(), or the two wait for each other for ever.
 class IPeltoNativeClient : public IInterface {

@@ -51,12 +51,17 @@ void Connection::forgetProxy(const BpBinder* proxy) {
     const auto entry = mProxies.find(proxy->handle());
     // The object may have come again meanwhile: then a new proxy has taken over the count.
     if (entry == mProxies.end() || entry->second.address != proxy) return;
+    const uint32_t count = entry->second.count;
+    mProxies.erase(entry);
+    mRefusing = false;
+    if (proxy->handle() != 0) releaseLocked(proxy->handle(), count);
+}
+
+void Connection::releaseLocked(uint32_t handle, uint32_t count) {
     FrameHeader release{};
     release.kind = RELEASE;
-    release.handle = proxy->handle();
-    release.code = entry->second.count;
-    mProxies.erase(entry);
-    if (release.handle == 0) return;
+    release.handle = handle;
+    release.code = count;
     if (sendLocked(release, nullptr, kReplyQueue) == FAILED_TRANSACTION) {
         breakLocked("it does not take what is released");
     }

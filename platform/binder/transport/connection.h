@@ -54,7 +54,8 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
     static constexpr size_t kReplyQueue = 4 * kMaxFrame;
     static constexpr size_t kPauseBacklog = 1u << 20;
     static constexpr size_t kMaxBacklog = 8u << 20;
-    // Objects of the other side with a living proxy here.
+    // Objects of the other side with a living proxy here. A call or a reply that brings one more
+    // fails with FAILED_TRANSACTION; its objects are released at once.
     static constexpr size_t kMaxProxies = 1024;
 
     // `root` is the published object on the side that publishes, else null.
@@ -125,7 +126,8 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
     const char* takeRelease(const Frame& frame) EXCLUDES(mLock);
     const char* adoptLocked(const Frame& frame, std::vector<Parcel::Object>* objects)
         REQUIRES(mLock);
-    const char* proxyFaultLocked(uint32_t handle) const REQUIRES(mLock);
+    void refuseObjectLocked(uint32_t handle) REQUIRES(mLock);
+    void releaseLocked(uint32_t handle, uint32_t count) REQUIRES(mLock);
     bool noteBacklogLocked(size_t charge) REQUIRES(mLock);
     sp<BBinder> localLocked(uint32_t handle) REQUIRES(mLock);
     sp<BpBinder> proxyLocked(uint32_t handle) REQUIRES(mLock);
@@ -153,6 +155,7 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
     size_t mBacklog GUARDED_BY(mLock) = 0;
     bool mPaused GUARDED_BY(mLock) = false;
     bool mDropping GUARDED_BY(mLock) = false;
+    bool mRefusing GUARDED_BY(mLock) = false;  // logged that there are too many proxies
     uint64_t mLastCall GUARDED_BY(mLock) = 0;
     std::unordered_map<uint64_t, PendingCall*> mPending GUARDED_BY(mLock);
     uint32_t mLastHandle GUARDED_BY(mLock) = 0;

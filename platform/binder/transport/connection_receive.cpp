@@ -102,7 +102,7 @@ const char* Connection::takeCall(const Frame& frame) {
         if (call.target == nullptr) return "a call to an object it was not given";
         if (const char* fault = adoptLocked(frame, &objects)) return fault;
         call.charge = chargeOf(frame);
-        keep = noteBacklogLocked(call.charge);
+        keep = objects.size() == frame.objects.size() && noteBacklogLocked(call.charge);
     }
     if (!keep) {
         if (frame.header.callId != 0) reply(frame.header.callId, FAILED_TRANSACTION, Parcel());
@@ -144,8 +144,12 @@ const char* Connection::takeReply(const Frame& frame) {
     if (entry == mPending.end()) return "a reply to no call";
     if (const char* fault = adoptLocked(frame, &objects)) return fault;
     PendingCall& call = *entry->second;
-    call.result.adopt(bytesOf(frame), std::move(objects));
-    call.status = frame.header.status;
+    if (objects.size() == frame.objects.size()) {
+        call.result.adopt(bytesOf(frame), std::move(objects));
+        call.status = frame.header.status;
+    } else {
+        call.status = FAILED_TRANSACTION;
+    }
     call.done = true;
     call.answered.signal();
     mPending.erase(entry);
@@ -172,17 +176,18 @@ const char* Connection::takeRelease(const Frame& frame) {
     return nullptr;
 }
 
-// What is wrong with that object of the other side coming once more, else null.
-const char* Connection::proxyFaultLocked(uint32_t handle) const {
-    const auto entry = mProxies.find(handle);
-    if (entry != mProxies.end()) {
-        return entry->second.count < UINT32_MAX ? nullptr : "an object given too often";
+void Connection::refuseObjectLocked(uint32_t handle) {
+    if (!mRefusing) {
+        __android_log_print(ANDROID_LOG_WARN, "Binder",
+                            "calls of process %d with objects fail: it has given %zu", mPeer.pid,
+                            kMaxProxies);
     }
-    return mProxies.size() < kMaxProxies ? nullptr : "more objects than it may give";
+    mRefusing = true;
+    releaseLocked(handle, 1);
 }
 
-// The objects of a frame: our own come home, or proxies. On a fault the caller lets go of those
-// taken so far without the lock.
+// The objects of a frame: our own come home, or proxies; fewer when there is no room for all. On a
+// fault the caller lets go of those taken so far without the lock.
 const char* Connection::adoptLocked(const Frame& frame, std::vector<Parcel::Object>* objects) {
     for (const ObjectEntry& entry : frame.objects) {
         sp<IBinder> object;
@@ -192,7 +197,13 @@ const char* Connection::adoptLocked(const Frame& frame, std::vector<Parcel::Obje
         } else {
             // Only the publishing side has an object 0.
             if (entry.handle == 0 && mRoot != nullptr) return "an object it cannot have";
-            if (const char* fault = proxyFaultLocked(entry.handle)) return fault;
+            const auto known = mProxies.find(entry.handle);
+            if (known == mProxies.end() && mProxies.size() >= kMaxProxies) {
+                refuseObjectLocked(entry.handle);
+                continue;
+            }
+            if (known != mProxies.end() && known->second.count == UINT32_MAX)
+                return "an object given too often";
             object = proxyLocked(entry.handle);
         }
         objects->push_back(Parcel::Object{entry.offset, std::move(object)});
