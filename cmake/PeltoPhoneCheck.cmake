@@ -1,13 +1,12 @@
-# The product as the phone builds it: the product folders' own source lists and the phone's own
-# door, in an include path that has no sim/, with what the phone's libraries provide left undefined.
-# The result is then searched for symbols that nothing on the phone would resolve.
+# The product as the phone builds it: the product folders and phone_device.cpp, in an include path
+# without sim/, with the symbols of the phone's libraries left undefined. The result is then searched
+# for symbols that nothing on the phone would resolve.
 find_program(PELTO_PYTHON python3 REQUIRED)
 
 set(tree ${PROJECT_BINARY_DIR}/phone-tree)
-set(folders looper event logcapture kernel gpu testlistener service)
 file(REMOVE_RECURSE ${tree})
 file(MAKE_DIRECTORY ${tree})
-foreach(folder IN ITEMS ${folders} phone platform)
+foreach(folder IN ITEMS ${PELTO_PRODUCT_FOLDERS} phone platform)
   file(CREATE_LINK ${PROJECT_SOURCE_DIR}/${folder} ${tree}/${folder} SYMBOLIC)
 endforeach()
 set_target_properties(pelto_compile PROPERTIES
@@ -22,7 +21,7 @@ add_library(pelto_product OBJECT)
 target_link_libraries(pelto_product PUBLIC pelto_compile)
 target_compile_options(pelto_product PRIVATE -ffunction-sections -fdata-sections)
 target_include_directories(pelto_product PRIVATE ${tree}/platform)
-foreach(folder IN LISTS folders)
+foreach(folder IN LISTS PELTO_PRODUCT_FOLDERS)
   add_subdirectory(${folder})
 endforeach()
 

@@ -1,6 +1,5 @@
-# pelto_test(NAME SOURCES file... [LIBRARIES target...]): one test program, one ctest entry a test
-# case, since the process-wide objects never die and each case wants them fresh.
-#
+# Everything that ctest runs: the test programs, the replays of the fuzzers, the checks of the sources.
+
 # GoogleTest is built from its Debian sources, so that cross builds and sanitizer builds get one of
 # their own.
 set(PELTO_GOOGLETEST /usr/src/googletest CACHE PATH "GoogleTest's source tree")
@@ -17,8 +16,8 @@ include(GoogleTest)
 
 set(PELTO_TEST_TIMEOUT 60 CACHE STRING "Seconds a test may take")
 
-# What a test's processes find in their environment: how the sanitizer reports, or what starts a
-# program built for another processor (a test that starts programs puts it before them).
+# The environment of every test: how the sanitizer reports, or the emulator that tests put before the
+# programs they start.
 if(PELTO_SANITIZE STREQUAL "address")
   set(PELTO_TEST_ENVIRONMENT ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1)
 elseif(PELTO_SANITIZE STREQUAL "thread")
@@ -28,11 +27,13 @@ else()
   set(PELTO_TEST_ENVIRONMENT "PELTO_EMULATOR=${emulator}")
 endif()
 
+# pelto_test(NAME SOURCES file... [LIBRARIES target...]): one test program, one ctest entry per test
+# case, since the process-wide objects never die and each case needs them fresh.
 function(pelto_test name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES" ${ARGN})
   add_executable(${name} ${ARG_SOURCES} $<TARGET_OBJECTS:pelto_product> $<TARGET_OBJECTS:pelto_door>)
   target_link_libraries(${name} PRIVATE pelto_test_support ${ARG_LIBRARIES})
-  # Worth its own time from the third file on.
+  # Building the precompiled header pays from three files on.
   list(LENGTH ARG_SOURCES files)
   if(files GREATER 2)
     target_precompile_headers(${name} PRIVATE <gmock/gmock.h>)
@@ -40,3 +41,38 @@ function(pelto_test name)
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT ${PELTO_TEST_TIMEOUT}
     PROPERTIES TIMEOUT ${PELTO_TEST_TIMEOUT} ENVIRONMENT "${PELTO_TEST_ENVIRONMENT}")
 endfunction()
+
+# pelto_fuzzer(NAME SOURCES file... [LIBRARIES target...]): a program around LLVMFuzzerTestOneInput.
+# With PELTO_FUZZ it is a fuzzer. Otherwise it replays fuzz/seeds/NAME, which include every input that
+# once failed, as one ctest entry.
+add_custom_target(pelto_fuzzers)
+
+function(pelto_fuzzer name)
+  cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES" ${ARGN})
+  add_executable(${name} ${ARG_SOURCES} $<TARGET_OBJECTS:pelto_product> $<TARGET_OBJECTS:pelto_door>)
+  target_link_libraries(${name} PRIVATE peltophone ${ARG_LIBRARIES})
+  add_dependencies(pelto_fuzzers ${name})
+  if(PELTO_FUZZ)
+    target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+  else()
+    target_sources(${name} PRIVATE ${PROJECT_SOURCE_DIR}/fuzz/replay.cpp)
+    add_test(NAME fuzz.${name} COMMAND ${name} ${PROJECT_SOURCE_DIR}/fuzz/seeds/${name})
+    set_tests_properties(fuzz.${name} PROPERTIES
+      TIMEOUT ${PELTO_TEST_TIMEOUT} ENVIRONMENT "${PELTO_TEST_ENVIRONMENT}")
+  endif()
+endfunction()
+
+# The checks of the sources' text run on this tree; their own tests run them on planted violations.
+option(PELTO_SOURCE_CHECKS "Have ctest check includes, doors and lock annotations too" OFF)
+
+if(PELTO_SOURCE_CHECKS)
+  find_program(PELTO_PYTHON python3 REQUIRED)
+  foreach(check IN ITEMS includes doors annotations)
+    add_test(NAME source.${check}
+      COMMAND ${PELTO_PYTHON} -B ${PROJECT_SOURCE_DIR}/tools/check_${check}.py ${PROJECT_SOURCE_DIR})
+  endforeach()
+  foreach(suite IN ITEMS source_checks phone_library scripts)
+    add_test(NAME source.${suite}_test
+      COMMAND ${PELTO_PYTHON} -B ${PROJECT_SOURCE_DIR}/tests/checks/${suite}_test.py)
+  endforeach()
+endif()

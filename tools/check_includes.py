@@ -15,13 +15,12 @@ import sources
 _PHONE_SIDE = {"platform", "phone"}
 _WORKSTATION = {"platform", "platform's inside", "sim"}
 _LISTENER = {"event", "looper"} | _PHONE_SIDE
+# A product folder that is not named here holds listeners.
 MAY_INCLUDE = {
+    **dict.fromkeys(sources.PRODUCT, _LISTENER),
     "looper": _PHONE_SIDE,
     "event": {"looper"} | _PHONE_SIDE,
-    "logcapture": _LISTENER,
     "kernel": _LISTENER | {"service"},  # implements static members of the service
-    "gpu": _LISTENER,
-    "testlistener": _LISTENER,
     "service": set(sources.PRODUCT) | _PHONE_SIDE,
     "phone": set(),
     "sim": set(),

@@ -4,7 +4,8 @@ import re
 import sys
 from pathlib import Path
 
-PRODUCT = ("looper", "event", "logcapture", "kernel", "gpu", "testlistener", "service")
+_BUILD_FILE = (Path(__file__).resolve().parent.parent / "CMakeLists.txt").read_text()
+PRODUCT = tuple(re.search(r"set\(PELTO_PRODUCT_FOLDERS ([^)]*)\)", _BUILD_FILE)[1].split())
 FOLDERS = PRODUCT + ("phone", "platform", "sim", "host", "client", "tests", "bench", "fuzz")
 
 _TOKEN = re.compile(
