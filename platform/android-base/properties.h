@@ -6,9 +6,6 @@
 namespace android {
 namespace base {
 
-// The default stands for a property that is not set or empty.
-std::string GetProperty(const std::string& key, const std::string& default_value);
-
 // "1", "y", "yes", "on", "true" are true, "0", "n", "no", "off", "false" are false; anything else
 // is the default.
 bool GetBoolProperty(const std::string& key, bool default_value);

@@ -9,15 +9,12 @@ extern "C" {
 #endif
 
 typedef enum android_LogPriority {
-    ANDROID_LOG_UNKNOWN = 0,
-    ANDROID_LOG_DEFAULT,
-    ANDROID_LOG_VERBOSE,
+    ANDROID_LOG_VERBOSE = 2,
     ANDROID_LOG_DEBUG,
     ANDROID_LOG_INFO,
     ANDROID_LOG_WARN,
     ANDROID_LOG_ERROR,
     ANDROID_LOG_FATAL,
-    ANDROID_LOG_SILENT,
 } android_LogPriority;
 
 // Both return 1 when the line was taken and a negative errno otherwise.

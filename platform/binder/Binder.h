@@ -4,10 +4,10 @@
 
 namespace android {
 
-// An object of this process that others may call.
+// An object of this process that other processes may call.
 //
 // Threads: onTransact() runs on the threads of the pool, several at once, and on the caller's own
-//   thread when the call comes from this process. IPCThreadState tells who calls.
+//   thread when the call comes from this process. IPCThreadState names the caller.
 class BBinder : public IBinder {
   public:
     BBinder() = default;
@@ -16,16 +16,13 @@ class BBinder : public IBinder {
     bool isBinderAlive() const override;
     status_t pingBinder() override;
     status_t transact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags = 0) final;
-    status_t linkToDeath(const sp<DeathRecipient>& recipient, void* cookie = nullptr,
-                         uint32_t flags = 0) override;
-    status_t unlinkToDeath(const wp<DeathRecipient>& recipient, void* cookie = nullptr,
-                           uint32_t flags = 0, wp<DeathRecipient>* removed = nullptr) override;
+    status_t linkToDeath(const sp<DeathRecipient>& recipient) override;
     BBinder* localBinder() override;
 
   protected:
     ~BBinder() override = default;
 
-    // `reply` may be null. UNKNOWN_TRANSACTION for a code that is none of the object's.
+    // `reply` may be null. UNKNOWN_TRANSACTION for an unknown code.
     virtual status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply,
                                 uint32_t flags = 0);
 };

@@ -14,25 +14,22 @@ namespace transport {
 class Connection;
 }
 
-// An object of another process. The same object is the same proxy as long as one lives.
+// The proxy of an object of another process. An object has one proxy at a time.
 class BpBinder : public IBinder {
   public:
     BpBinder(std::shared_ptr<transport::Connection> connection, uint32_t handle);
 
-    // Asks the object the first time.
+    // The first call asks the object.
     const String16& getInterfaceDescriptor() const override;
     bool isBinderAlive() const override;
     status_t pingBinder() override;
     status_t transact(uint32_t code, const Parcel& data, Parcel* reply,
                       uint32_t flags = 0) override;
-    status_t linkToDeath(const sp<DeathRecipient>& recipient, void* cookie = nullptr,
-                         uint32_t flags = 0) override;
-    status_t unlinkToDeath(const wp<DeathRecipient>& recipient, void* cookie = nullptr,
-                           uint32_t flags = 0, wp<DeathRecipient>* removed = nullptr) override;
+    status_t linkToDeath(const sp<DeathRecipient>& recipient) override;
     BpBinder* remoteBinder() override;
 
-    // The interface proxy made over this object for `key`, the same one while it lives, so that an
-    // object given twice is known as the same by those who compare interface pointers.
+    // The interface proxy of this object for `key`. One at a time, so that an object received twice
+    // has the same interface pointer.
     sp<IInterface> interfaceFor(const void* key, const std::function<sp<IInterface>()>& make)
         EXCLUDES(mLock);
 
@@ -46,11 +43,6 @@ class BpBinder : public IBinder {
     void onLastStrongRef(const void* id) override;
 
   private:
-    struct Link {
-        wp<DeathRecipient> recipient;
-        void* cookie;
-        uint32_t flags;
-    };
     struct InterfaceProxy {
         const void* key;
         wp<IInterface> proxy;
@@ -61,7 +53,7 @@ class BpBinder : public IBinder {
 
     mutable Mutex mLock;
     bool mDeathReported GUARDED_BY(mLock) = false;
-    std::vector<Link> mLinks GUARDED_BY(mLock);
+    std::vector<wp<DeathRecipient>> mRecipients GUARDED_BY(mLock);
     std::vector<InterfaceProxy> mInterfaces GUARDED_BY(mLock);
     // Written once under the lock; never changed or freed while the proxy lives.
     mutable std::unique_ptr<const String16> mDescriptor GUARDED_BY(mLock);

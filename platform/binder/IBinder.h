@@ -13,28 +13,28 @@ class BpBinder;
 class IInterface;
 class Parcel;
 
-// An object that can be called from other processes: here (BBinder) or there (BpBinder).
+// An object that can be called across processes: a local one (BBinder) or the proxy of a remote one
+// (BpBinder).
 //
 // Ownership: counted references. A proxy keeps the object behind it alive as long as the connection
 //   to its process stands.
 // Threads: every operation from any thread.
 // Errors: DEAD_OBJECT when the other process is gone, FAILED_TRANSACTION when a call is too big or
-//   the other side does not take its calls, else what the object's onTransact() returned.
+//   the other side does not read, else what the object's onTransact() returned.
 class IBinder : public virtual RefBase {
   public:
     enum : uint32_t {
         FIRST_CALL_TRANSACTION = 0x00000001,
-        LAST_CALL_TRANSACTION = 0x00ffffff,
         PING_TRANSACTION = 0x5f504e47,       // "_PNG"
         INTERFACE_TRANSACTION = 0x5f4e5446,  // "_NTF"
 
-        // The caller does not wait, not even for room to send; reply and result are lost. Such
+        // The caller never waits, not even for room to send, and gets no reply or result. One-way
         // calls to one object run one at a time, in the order they were sent.
         FLAG_ONEWAY = 0x00000001,
     };
 
-    // Told once when the process of a watched object has gone. Runs on a thread of the binder
-    // library's own without a lock held; it may make calls.
+    // Notified once when the process of a watched object has ended, on a thread of the binder
+    // library, with no lock held; may make calls.
     class DeathRecipient : public virtual RefBase {
       public:
         virtual void binderDied(const wp<IBinder>& who) = 0;
@@ -50,14 +50,10 @@ class IBinder : public virtual RefBase {
     virtual status_t transact(uint32_t code, const Parcel& data, Parcel* reply,
                               uint32_t flags = 0) = 0;
 
-    // The recipient is held weakly: its owner keeps it. The proxy must be kept as well: nothing is
-    // told once it is gone. DEAD_OBJECT when the object is dead, INVALID_OPERATION on an object of
-    // this process.
-    virtual status_t linkToDeath(const sp<DeathRecipient>& recipient, void* cookie = nullptr,
-                                 uint32_t flags = 0) = 0;
-    // NAME_NOT_FOUND when it was not linked. A null recipient matches by cookie alone.
-    virtual status_t unlinkToDeath(const wp<DeathRecipient>& recipient, void* cookie = nullptr,
-                                   uint32_t flags = 0, wp<DeathRecipient>* removed = nullptr) = 0;
+    // The caller keeps the recipient, which is held weakly, and the proxy: a proxy that is gone
+    // notifies nobody. DEAD_OBJECT when the object is dead, INVALID_OPERATION on an object of this
+    // process.
+    virtual status_t linkToDeath(const sp<DeathRecipient>& recipient) = 0;
 
     virtual BBinder* localBinder();
     virtual BpBinder* remoteBinder();

@@ -5,7 +5,7 @@
 
 namespace android {
 
-// What an interface class, its proxy and its local implementation have in common.
+// Common base of an interface class, its proxy and its local implementation.
 class IInterface : public virtual RefBase {
   public:
     IInterface() = default;
@@ -78,7 +78,7 @@ class BpInterface : public INTERFACE, public BpRefBase {
     I##INTERFACE::I##INTERFACE() = default;                                                   \
     I##INTERFACE::~I##INTERFACE() = default;
 
-// At the head of an operation in onTransact(): the caller must have named this interface.
+// First statement of an operation in onTransact(): refuses a caller that names another interface.
 #define CHECK_INTERFACE(interface, data, reply) \
     if (!(data).checkInterface(this)) return ::android::PERMISSION_DENIED
 

@@ -11,14 +11,14 @@ namespace android {
 // Threads: every operation from any thread; none waits for another process.
 class IServiceManager : public virtual RefBase {
   public:
-    // Null when nobody publishes the name. The process's own object when it does so itself.
+    // Null for an unpublished name; this process's own object for a name that it publishes.
     virtual sp<IBinder> getService(const String16& name) const = 0;
     virtual sp<IBinder> checkService(const String16& name) const = 0;
 
     // Publishes an object of this process until it ends or ProcessState::shutDown(). BAD_VALUE for
     // a bad name or null, BAD_TYPE for another process's object, ALREADY_EXISTS when a living
-    // process (this one included) holds the name, NO_INIT when the phone's folder does not let us.
-    // What a dead process left behind is replaced.
+    // process (this one included) holds the name, NO_INIT when the phone's folder does not allow
+    // it. A name left behind by a dead process is taken over.
     virtual status_t addService(const String16& name, const sp<IBinder>& service,
                                 bool allowIsolated = false, int dumpFlags = 0) = 0;
 
@@ -26,7 +26,7 @@ class IServiceManager : public virtual RefBase {
     ~IServiceManager() override = default;
 };
 
-// The one of this process's phone; never null.
+// The manager of this process's phone; never null.
 sp<IServiceManager> defaultServiceManager();
 
 }  // namespace android

@@ -15,14 +15,14 @@ namespace android {
 //
 // Layout: every item starts on a multiple of 4 bytes. Strings carry their length and a terminator;
 //   a String8 may hold NUL bytes, a C string may not. An object is a mark in the bytes plus an
-//   entry in a table beside them: bytes that only look like one are none.
+//   entry in a table beside them; a mark without an entry is no object.
 // Threads: not synchronised. Reading moves a position, also of a const parcel.
 // Errors: a read that does not fit leaves the position where it was and gives NOT_ENOUGH_DATA (the
 //   parcel ends before the item) or BAD_VALUE (the item is malformed); the forms that return a
 //   value give 0, an empty text or null. The first failed write is kept, see errorCheck().
 class Parcel {
   public:
-    // What a parcel may grow to; what a transaction takes is less (transport/frame.h).
+    // The limit of a parcel's growth; a transaction takes less (transport/frame.h).
     static constexpr size_t kMaxSize = 4u << 20;
 
     struct Object {
@@ -40,24 +40,18 @@ class Parcel {
     size_t dataSize() const { return mData.size(); }
     size_t dataAvail() const { return mPos < mData.size() ? mData.size() - mPos : 0; }
     size_t dataPosition() const { return mPos; }
-    size_t dataCapacity() const { return mData.capacity(); }
     void setDataPosition(size_t position) const { mPos = position; }
-    status_t setDataSize(size_t size);
-    status_t setDataCapacity(size_t size);
-    // Copies the bytes; objects are forgotten.
+    // Copies the bytes; drops the objects.
     status_t setData(const uint8_t* bytes, size_t size);
-    void freeData();
 
-    // OK, or the first failed write since freeData(): such a parcel is refused by transact().
+    // OK, or the error of the first failed write: transact() refuses such a parcel.
     status_t errorCheck() const { return mError; }
 
     status_t write(const void* bytes, size_t size);
-    // Room for so many bytes at the position, valid until the next write; null when refused.
+    // Room for `size` bytes at the position, valid until the next write; null when refused.
     void* writeInplace(size_t size);
     status_t writeInt32(int32_t value);
-    status_t writeUint32(uint32_t value);
     status_t writeInt64(int64_t value);
-    status_t writeUint64(uint64_t value);
     status_t writeBool(bool value);
     status_t writeCString(const char* text);
     status_t writeString8(const String8& text);
@@ -65,23 +59,15 @@ class Parcel {
     status_t writeStrongBinder(const sp<IBinder>& object);
     status_t writeInterfaceToken(const String16& interface);
 
-    status_t read(void* bytes, size_t size) const;
-    const void* readInplace(size_t size) const;
     int32_t readInt32() const;
     status_t readInt32(int32_t* value) const;
-    uint32_t readUint32() const;
-    status_t readUint32(uint32_t* value) const;
-    int64_t readInt64() const;
     status_t readInt64(int64_t* value) const;
-    uint64_t readUint64() const;
-    status_t readUint64(uint64_t* value) const;
     bool readBool() const;
     status_t readBool(bool* value) const;
     // Null when no terminator is left in the parcel.
     const char* readCString() const;
     String8 readString8() const;
     status_t readString8(String8* text) const;
-    String16 readString16() const;
     status_t readString16(String16* text) const;
     // UNEXPECTED_NULL when null was written, BAD_TYPE when no object was.
     sp<IBinder> readStrongBinder() const;
@@ -100,10 +86,8 @@ class Parcel {
     static constexpr size_t kObjectMarkSize = 8;
 
   private:
-    template <typename T>
-    status_t writeValue(T value);
-    template <typename T>
-    status_t readValue(T* value) const;
+    const void* readInplace(size_t size) const;
+    status_t read(void* bytes, size_t size) const;
     status_t readLength(size_t* length) const;
     status_t fail(status_t error);
     void forgetObjects(size_t begin, size_t end);

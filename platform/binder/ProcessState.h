@@ -16,16 +16,17 @@ class ProcessState : public virtual RefBase {
   public:
     static sp<ProcessState> self();
 
-    // How many threads the pool may start beside its first one and those that join; 15 at first.
+    // The most threads that the pool starts beside its first one and those that join; 15 by
+    // default.
     status_t setThreadPoolMaxThreadCount(size_t maxThreads);
     // Starts the first thread; further ones follow when calls wait and no thread is free. Their
     // names are "Binder:PID_N".
     void startThreadPool();
 
-    // Ends this process's part as a server: its names are withdrawn (socket files removed), nobody
-    // is let in any more, calls that have not begun are answered DEAD_OBJECT, and
+    // Ends this process's part as a server for good: its names are withdrawn (socket files
+    // removed), no connection is accepted, calls that have not begun are answered DEAD_OBJECT, and
     // joinThreadPool() returns once the running ones have finished. Does not wait itself, so a call
-    // may ask for it. There is no way back.
+    // may ask for it.
     void shutDown();
 
   private:

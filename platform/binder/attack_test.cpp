@@ -1,4 +1,4 @@
-// What clients that keep to no rules can do: cost their own connection.
+// Clients that break the protocol cost their own connection, nothing else.
 #include <gtest/gtest.h>
 #include <ipeltoservice/IPeltoNativeClient.h>
 #include <malloc.h>
@@ -18,7 +18,7 @@ using namespace transport;
 
 constexpr size_t kHeader = sizeof(FrameHeader);
 
-// A frame's bytes, and its header to be changed.
+// The bytes of a frame, with a header that tests can change.
 struct Outgoing {
     FrameHeader header;
     std::string rest;
@@ -26,7 +26,7 @@ struct Outgoing {
     operator std::string() const {
         return std::string(reinterpret_cast<const char*>(&header), kHeader) + rest;
     }
-    // With that in a field of the header.
+    // A copy with one header field replaced.
     template <typename T>
     Outgoing with(T FrameHeader::*field, T value) const {
         Outgoing changed = *this;
@@ -47,7 +47,7 @@ std::string bytesOf(const Parcel& parcel) {
     return std::string(reinterpret_cast<const char*>(parcel.data()), parcel.dataSize());
 }
 
-// A call that carries an object, as an honest parcel would.
+// A call that carries an object, as a sound parcel would.
 Outgoing withObject(uint32_t code, ObjectEntry entry, const std::string& more = "") {
     Parcel parcel;
     parcel.writeStrongBinder(sp<TestService>::make());
@@ -81,7 +81,7 @@ class RawClient {
         mEnded = count >= 0 || errno != EAGAIN;
         return false;
     }
-    // The next frame of that kind; its data are skipped.
+    // Waits for the next frame of that kind; skips its data.
     FrameHeader next(uint32_t kind) {
         FrameHeader header{};
         while (receive(&header, kHeader)) {
@@ -91,13 +91,13 @@ class RawClient {
         }
         return FrameHeader{};
     }
-    // Whether it is let in and served.
+    // Whether it is accepted and served.
     bool served() {
         greet();
         send(frame(CALL, 0, IBinder::PING_TRANSACTION));
         return next(REPLY).callId == 1;
     }
-    // Whether the other side hangs up.
+    // Whether the other side closes the connection.
     bool ended() {
         char c;
         while (receive(&c, 1)) {
@@ -118,7 +118,7 @@ class AttackTest : public BinderTest {
     void expectServing() { EXPECT_TRUE(echoes(mRemote)); }
 };
 
-// What a client sends that has greeted, or has not.
+// Bytes that a client sends after, or instead of, its handshake.
 const struct {
     const char* reason;
     std::string bytes;
@@ -177,8 +177,8 @@ TEST_F(AttackTest, repliesThatAreNotReadEndTheConnection) {
     expectServing();
 }
 
-// While a thread waits for a reply of the client, reading goes on past a full backlog: what does
-// not fit is refused, and the reply behind it arrives.
+// While a thread waits for a reply of the client, reading goes on past a full backlog: calls
+// that do not fit are refused, and the reply behind them arrives.
 TEST_F(AttackTest, aFloodBeforeAReplyIsCutAndTheReplyArrives) {
     ProcessState::self()->setThreadPoolMaxThreadCount(0);
     publishAndServe();
@@ -203,12 +203,12 @@ TEST_F(AttackTest, aFloodBeforeAReplyIsCutAndTheReplyArrives) {
     EXPECT_EQ(std::vector<std::string>{"calls of process " + std::to_string(getpid()) +
                                        " are dropped: too many wait"},
               logLines("Binder"));
-    expectServing();  // by the one thread, behind the calls that were taken
+    expectServing();  // by the only thread, after the calls that were accepted
     EXPECT_GE(mService->notes(), 1);
     EXPECT_LT(mService->notes(), static_cast<int32_t>(kTooMany));
 }
 
-// One that died within a big frame, too.
+// Also one that died in the middle of a big frame.
 TEST_F(AttackTest, aClientThatDiedCostsLittleAndIsTold) {
     publishAndServe();
     constexpr size_t kClients = 32;
@@ -260,7 +260,7 @@ TEST_F(AttackTest, aClientHasSoManyLiveObjectsAndTheNextCallWithOneFails) {
 
 TEST_F(AttackTest, aSilentCrowdGivesWayAndAGreetedOneIsBounded) {
     publishAndServe();
-    expectServing();  // is let in
+    expectServing();  // completes a handshake
     constexpr size_t kPlaces = 64;
     const rlimit few{4 * kPlaces, 4 * kPlaces};
     ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &few));
@@ -292,7 +292,7 @@ TEST_F(AttackTest, withoutDescriptorsNobodyIsLetInUntilSomeAreFree) {
     do {
         taken.emplace_back(dup(STDERR_FILENO));
     } while (taken.back().valid());
-    taken.resize(taken.size() - 2);  // one is free, for the client's own end
+    taken.resize(taken.size() - 2);  // frees one, for the client's end
     RawClient late(socketPath());
     ASSERT_TRUE(waitLogged(ANDROID_LOG_ERROR, "Binder",
                            "test lets nobody in for now: Too many open files"));

@@ -60,13 +60,7 @@ status_t BBinder::onTransact(uint32_t /*code*/, const Parcel& /*data*/, Parcel* 
     return UNKNOWN_TRANSACTION;
 }
 
-status_t BBinder::linkToDeath(const sp<DeathRecipient>& /*recipient*/, void* /*cookie*/,
-                              uint32_t /*flags*/) {
-    return INVALID_OPERATION;
-}
-
-status_t BBinder::unlinkToDeath(const wp<DeathRecipient>& /*recipient*/, void* /*cookie*/,
-                                uint32_t /*flags*/, wp<DeathRecipient>* /*removed*/) {
+status_t BBinder::linkToDeath(const sp<DeathRecipient>& /*recipient*/) {
     return INVALID_OPERATION;
 }
 

@@ -23,7 +23,7 @@ TEST_F(BinderTest, callsArriveAndResultsComeBack) {
     EXPECT_EQ(mService, find("test"));
     EXPECT_EQ(INVALID_OPERATION, mService->linkToDeath(sp<Watcher>::make()));
 
-    // What is too big fails at the caller and nothing is sent.
+    // A call that is too big fails at the caller; nothing is sent.
     data.writeInplace(kMaxPayload);
     EXPECT_EQ(OK, mRemote->transact(TestService::ECHO, data, &reply));
     EXPECT_EQ(kMaxPayload, reply.dataSize());
@@ -33,7 +33,7 @@ TEST_F(BinderTest, callsArriveAndResultsComeBack) {
     EXPECT_EQ(0, mService->notes());
 }
 
-// Notes that it is gone.
+// Opens the latch when it is destroyed.
 class Child : public BBinder {
   public:
     explicit Child(Latch* gone) : mGone(gone) {}
@@ -56,7 +56,7 @@ TEST_F(BinderTest, oneObjectIsOneProxyAndComesHomeAsItself) {
     EXPECT_EQ(OK, keep(child, &back, &again));
     EXPECT_TRUE(again);
 
-    // Its owner keeps it for the proxy alone; with the last proxy it goes.
+    // The connection keeps the object for its proxy, and releases it with the last proxy.
     child.clear();
     back.clear();
     EXPECT_EQ(proxy, mService->keep(nullptr));
@@ -64,7 +64,7 @@ TEST_F(BinderTest, oneObjectIsOneProxyAndComesHomeAsItself) {
     proxy.clear();
     EXPECT_TRUE(gone.wait());
 
-    // Those of others are not passed on.
+    // Objects of other processes are not passed on.
     ASSERT_EQ(OK, defaultServiceManager()->addService(String16("b"), sp<TestService>::make()));
     EXPECT_EQ(BAD_TYPE, keep(transport::Process::get().services().connect("b"), &back, &again));
     EXPECT_EQ(BAD_TYPE, defaultServiceManager()->addService(String16("third"), mRemote));
@@ -99,7 +99,7 @@ TEST_F(BinderTest, oneWayCallsToAnObjectRunOneAtATimeInOrder) {
     }
     ASSERT_TRUE(mService->noted(kCalls));
 
-    // The second waits for the first one's end, while others are served.
+    // The second one-way call waits for the first to end; two-way calls are served meanwhile.
     Parcel none;
     EXPECT_EQ(OK, mRemote->transact(TestService::WAIT, none, nullptr, IBinder::FLAG_ONEWAY));
     ASSERT_TRUE(mService->entered.wait());
@@ -111,7 +111,7 @@ TEST_F(BinderTest, oneWayCallsToAnObjectRunOneAtATimeInOrder) {
 }
 
 // Without a thread to execute them, calls fill the receiver's backlog, the sockets and the sender's
-// queue; then sending fails at once. What was taken arrives, in order.
+// queue; then sending fails at once. Accepted calls arrive, in order.
 TEST_F(BinderTest, aFullConnectionFailsCallsAndLosesNone) {
     publish();
     int32_t sent = 0;
@@ -138,7 +138,7 @@ TEST_F(BinderTest, namesAreCheckedHeldAndTakenOver) {
     EXPECT_EQ(BAD_VALUE, manager->addService(String16("nothing"), nullptr));
     EXPECT_EQ(nullptr, find("nobody"));
 
-    // A socket that nobody listens at: what a killed process leaves.
+    // A socket without a listener, as a killed process leaves it.
     sockaddr_un address{};
     address.sun_family = AF_UNIX;
     socketPath().copy(address.sun_path, sizeof(address.sun_path) - 1);

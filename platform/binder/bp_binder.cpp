@@ -35,8 +35,10 @@ const String16& BpBinder::getInterfaceDescriptor() const {
     }
     Parcel data, reply;
     if (mConnection->transact(mHandle, INTERFACE_TRANSACTION, data, &reply, 0) != OK) return none;
+    String16 descriptor;
+    reply.readString16(&descriptor);
     Mutex::Autolock lock(mLock);
-    if (mDescriptor == nullptr) mDescriptor.reset(new String16(reply.readString16()));
+    if (mDescriptor == nullptr) mDescriptor.reset(new String16(descriptor));
     return *mDescriptor;
 }
 
@@ -44,38 +46,23 @@ status_t BpBinder::transact(uint32_t code, const Parcel& data, Parcel* reply, ui
     return mConnection->transact(mHandle, code, data, reply, flags);
 }
 
-status_t BpBinder::linkToDeath(const sp<DeathRecipient>& recipient, void* cookie, uint32_t flags) {
+status_t BpBinder::linkToDeath(const sp<DeathRecipient>& recipient) {
     if (recipient == nullptr) return BAD_VALUE;
     Mutex::Autolock lock(mLock);
     if (mDeathReported || !mConnection->alive()) return DEAD_OBJECT;
-    mLinks.push_back(Link{recipient, cookie, flags});
-    return OK;
-}
-
-status_t BpBinder::unlinkToDeath(const wp<DeathRecipient>& recipient, void* cookie, uint32_t flags,
-                                 wp<DeathRecipient>* removed) {
-    Mutex::Autolock lock(mLock);
-    if (mDeathReported) return DEAD_OBJECT;
-    const auto link = std::find_if(mLinks.begin(), mLinks.end(), [&](const Link& other) {
-        const bool named = recipient.unsafe_get() != nullptr;
-        return (named ? other.recipient == recipient : other.cookie == cookie) &&
-               other.flags == flags;
-    });
-    if (link == mLinks.end()) return NAME_NOT_FOUND;
-    if (removed != nullptr) *removed = link->recipient;
-    mLinks.erase(link);
+    mRecipients.push_back(recipient);
     return OK;
 }
 
 void BpBinder::reportDeath() {
-    std::vector<Link> links;
+    std::vector<wp<DeathRecipient>> recipients;
     {
         Mutex::Autolock lock(mLock);
         mDeathReported = true;
-        links.swap(mLinks);
+        recipients.swap(mRecipients);
     }
-    for (const Link& link : links) {
-        const sp<DeathRecipient> recipient = link.recipient.promote();
+    for (const wp<DeathRecipient>& linked : recipients) {
+        const sp<DeathRecipient> recipient = linked.promote();
         if (recipient != nullptr) recipient->binderDied(wp<IBinder>(this));
     }
 }

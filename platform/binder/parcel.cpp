@@ -17,26 +17,9 @@ constexpr size_t padded(size_t size) {
 
 }  // namespace
 
-void Parcel::freeData() {
-    *this = Parcel();
-}
-
 status_t Parcel::fail(status_t error) {
     if (mError == OK) mError = error;
     return error;
-}
-
-status_t Parcel::setDataSize(size_t size) {
-    if (size > kMaxSize) return fail(NO_MEMORY);
-    forgetObjects(size, mData.size());
-    mData.resize(size);
-    return OK;
-}
-
-status_t Parcel::setDataCapacity(size_t size) {
-    if (size > kMaxSize) return fail(NO_MEMORY);
-    mData.reserve(size);
-    return OK;
 }
 
 status_t Parcel::setData(const uint8_t* bytes, size_t size) {
@@ -58,7 +41,7 @@ bool Parcel::isObjectMark(const uint8_t* bytes) {
     return mark == kObjectMark;
 }
 
-// Objects whose mark lies, even in part, between `begin` and `end` are overwritten.
+// Drops the objects whose mark overlaps the bytes from `begin` to `end`.
 void Parcel::forgetObjects(size_t begin, size_t end) {
     if (mObjects.empty()) return;
     const auto overwritten = [&](const Object& object) {
@@ -90,25 +73,14 @@ status_t Parcel::write(const void* bytes, size_t size) {
     return OK;
 }
 
-template <typename T>
-status_t Parcel::writeValue(T value) {
+status_t Parcel::writeInt32(int32_t value) {
     return write(&value, sizeof(value));
 }
-
-status_t Parcel::writeInt32(int32_t value) {
-    return writeValue(value);
-}
-status_t Parcel::writeUint32(uint32_t value) {
-    return writeValue(value);
-}
 status_t Parcel::writeInt64(int64_t value) {
-    return writeValue(value);
-}
-status_t Parcel::writeUint64(uint64_t value) {
-    return writeValue(value);
+    return write(&value, sizeof(value));
 }
 status_t Parcel::writeBool(bool value) {
-    return writeValue<int32_t>(value ? 1 : 0);
+    return writeInt32(value ? 1 : 0);
 }
 
 status_t Parcel::writeCString(const char* text) {
@@ -162,22 +134,11 @@ status_t Parcel::read(void* bytes, size_t size) const {
     return OK;
 }
 
-template <typename T>
-status_t Parcel::readValue(T* value) const {
+status_t Parcel::readInt32(int32_t* value) const {
     return read(value, sizeof(*value));
 }
-
-status_t Parcel::readInt32(int32_t* value) const {
-    return readValue(value);
-}
-status_t Parcel::readUint32(uint32_t* value) const {
-    return readValue(value);
-}
 status_t Parcel::readInt64(int64_t* value) const {
-    return readValue(value);
-}
-status_t Parcel::readUint64(uint64_t* value) const {
-    return readValue(value);
+    return read(value, sizeof(*value));
 }
 
 status_t Parcel::readBool(bool* value) const {
@@ -187,39 +148,23 @@ status_t Parcel::readBool(bool* value) const {
     return status;
 }
 
-namespace {
-
-// A read that gives the value itself, `none` when it fails.
-template <typename T, typename Read>
-T valueOr(T none, Read read) {
-    return read(&none), none;
-}
-
-}  // namespace
-
 int32_t Parcel::readInt32() const {
-    return valueOr(int32_t{0}, [this](int32_t* v) { return readInt32(v); });
-}
-uint32_t Parcel::readUint32() const {
-    return valueOr(uint32_t{0}, [this](uint32_t* v) { return readUint32(v); });
-}
-int64_t Parcel::readInt64() const {
-    return valueOr(int64_t{0}, [this](int64_t* v) { return readInt64(v); });
-}
-uint64_t Parcel::readUint64() const {
-    return valueOr(uint64_t{0}, [this](uint64_t* v) { return readUint64(v); });
+    int32_t value = 0;
+    readInt32(&value);
+    return value;
 }
 bool Parcel::readBool() const {
-    return valueOr(false, [this](bool* v) { return readBool(v); });
+    return readInt32() != 0;
 }
 String8 Parcel::readString8() const {
-    return valueOr(String8(), [this](String8* v) { return readString8(v); });
-}
-String16 Parcel::readString16() const {
-    return valueOr(String16(), [this](String16* v) { return readString16(v); });
+    String8 text;
+    readString8(&text);
+    return text;
 }
 sp<IBinder> Parcel::readStrongBinder() const {
-    return valueOr(sp<IBinder>(), [this](sp<IBinder>* v) { return readNullableStrongBinder(v); });
+    sp<IBinder> object;
+    readNullableStrongBinder(&object);
+    return object;
 }
 
 const char* Parcel::readCString() const {
@@ -232,7 +177,7 @@ const char* Parcel::readCString() const {
     return text;
 }
 
-// The length in front of a string; the position is behind it.
+// Reads the length in front of a string.
 status_t Parcel::readLength(size_t* length) const {
     int32_t number = 0;
     const status_t status = readInt32(&number);
@@ -266,7 +211,7 @@ status_t Parcel::readString16(String16* text) const {
     size_t length = 0;
     status_t status = readLength(&length);
     if (status == OK) {
-        // Whole before anything is allocated for it.
+        // Checked before anything is allocated for it.
         if (dataAvail() / sizeof(char16_t) <= length) {
             status = NOT_ENOUGH_DATA;
         } else {

@@ -46,7 +46,7 @@ const Item kItems[] = {
     item<sp<IBinder>>(&Parcel::writeStrongBinder, &Parcel::readNullableStrongBinder, nullptr),
 };
 
-// How many items, from the first on, read back; a failed one must not move the position.
+// Counts the items that read back before the first failure, which must not move the position.
 size_t readBack(const Parcel& parcel) {
     size_t count = 0, end = 0;
     for (; count < std::size(kItems) && kItems[count].read(parcel); ++count)
@@ -117,7 +117,7 @@ TEST(Parcel, objectsAreThoseWrittenAsSuch) {
     EXPECT_EQ(BAD_TYPE, bytes.readStrongBinder(&read));
     EXPECT_EQ(nullptr, read);
 
-    // One overwritten in part is none any more; its neighbour still is.
+    // Overwriting part of a mark drops its object; the neighbour stays.
     parcel.setDataPosition(4);
     parcel.writeInt32(1);
     ASSERT_EQ(1u, parcel.objects().size());
@@ -134,7 +134,7 @@ TEST(Parcel, growthIsBoundedAndTheFirstFailureStays) {
     parcel.setDataPosition(0);
     EXPECT_EQ(NO_MEMORY, parcel.writeInt32(1));
     EXPECT_EQ(NO_MEMORY, parcel.errorCheck());
-    parcel.freeData();
+    parcel = Parcel();
     EXPECT_EQ(OK, parcel.writeInt32(1));
     parcel.setDataPosition(SIZE_MAX - 2);
     EXPECT_EQ(NO_MEMORY, parcel.writeInt32(1));

@@ -30,7 +30,7 @@ status_t Compositor::onTransact(uint32_t code, const Parcel& data, Parcel* reply
     if (infoStatus != OK) return infoStatus;
     Mutex::Autolock lock(mLock);
     mNotices.push_back(notice);
-    if (mNotices.size() > kHistory) mNotices.pop_front();
+    if (mNotices.size() > kMaxNotices) mNotices.pop_front();
     return OK;
 }
 

@@ -11,20 +11,20 @@
 
 namespace android {
 
-// The display compositor, "SurfaceFlinger", as far as the service calls it: keeps what the notices
-// of display conditions carried.
+// The display compositor "SurfaceFlinger", reduced to what the service calls: keeps the notices of
+// display conditions.
 // Threads: any.
 class Compositor : public BBinder {
   public:
     static constexpr uint32_t kDisplayNotice = 22006;
-    static constexpr size_t kHistory = 1000;
+    static constexpr size_t kMaxNotices = 1000;
 
     struct Notice {
         int32_t eventId;
         String8 info;
     };
 
-    // The last kHistory ones, oldest first.
+    // The latest kMaxNotices ones, oldest first.
     std::vector<Notice> notices() EXCLUDES(mLock);
 
   protected:

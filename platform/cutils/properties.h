@@ -6,9 +6,7 @@
 extern "C" {
 #endif
 
-// Of a value with its terminator.
-#define PROP_VALUE_MAX 92
-#define PROPERTY_VALUE_MAX PROP_VALUE_MAX
+#define PROPERTY_VALUE_MAX 92  // bytes of a value with its terminator
 
 // Fills `value`, which has PROPERTY_VALUE_MAX bytes, with the property, or with `default_value`
 // (cut to fit; null leaves the text empty) when it is not set or empty. Returns the length.

@@ -12,7 +12,7 @@ namespace android {
 //
 // Threads: any. It never waits for the service.
 // Order: events of one thread arrive in the order they were sent.
-// Errors: one log line; the event is lost. A service that went away and came back is found again.
+// Errors: one log line; the event is lost. A restarted service is found again.
 class PeltoEventUploadUtils : public Singleton<PeltoEventUploadUtils> {
   public:
     void setEvent(const String8& type, const String8& info) EXCLUDES(mLock);

@@ -11,7 +11,8 @@ namespace android {
 // The operations of IPeltoService called on its object, each with the status of its transaction:
 // OK, DEAD_OBJECT when the service has gone, FAILED_TRANSACTION when the texts do not fit into one
 // transaction (together with up to 64 bytes of framing, 1 MiB less 8 KiB) or the service does not
-// take its calls, else what the service refused it with. `flags` as for IBinder::transact().
+// read, else the status with which the service refused the call. `flags` as for
+// IBinder::transact().
 //
 // The object is borrowed.
 class PeltoServiceCalls {

@@ -32,7 +32,7 @@ class NotingService : public BnPeltoService {
     }
     void setDebugLog(bool on) override { note("debug " + std::to_string(on)); }
 
-    // Since the last time, when so many have come.
+    // Waits for `count` notes and takes them.
     Notes notes(size_t count) {
         std::unique_lock<std::mutex> lock(mMutex);
         mNoted.wait_for(lock, kPatience, [&] { return mNotes.size() >= count; });
@@ -47,7 +47,7 @@ class NotingService : public BnPeltoService {
         mNoted.notify_all();
     }
 
-    sp<IPeltoNativeClient> mClient;  // by one test thread's waiting calls only
+    sp<IPeltoNativeClient> mClient;  // used by the waiting calls of one test thread only
     std::mutex mMutex;
     std::condition_variable mNoted;
     Notes mNotes;
@@ -91,7 +91,7 @@ TEST_F(PeltoInterfaceTest, theSevenOperationsArriveInSlotOrder) {
                      "event type$key:\xc3\xa9", "native $info", "debug 0"}),
               mService->notes(7));
 
-    // The same by code, each operation fed with what would fit every one of them.
+    // By code: every operation accepts the same arguments.
     for (uint32_t code = 1; code <= 7; ++code) {
         Parcel data, reply;
         data.writeInterfaceToken(IPeltoService::descriptor);
@@ -132,7 +132,7 @@ TEST_F(PeltoInterfaceTest, aNativeClientIsToldAndKnownAgain) {
     PeltoServiceCalls calls(mRemote.get());
     EXPECT_EQ(17, calls.registerNativeClient(client));
     EXPECT_EQ(17, calls.registerNativeClient(client));
-    // What just fits into a call to the service fits into the one to the client.
+    // A text that just fits into a call to the service fits into the one to the client.
     Parcel framing;
     framing.writeInterfaceToken(IPeltoService::descriptor);
     framing.writeString8(String8("type"));
@@ -162,7 +162,7 @@ TEST_F(PeltoInterfaceTest, uploadsArriveAsAClientsCallsDoAndFindTheServiceThatCa
         upload.setEvent(String8("type"), String8("to the first"));
     }
     ASSERT_EQ(OK, defaultServiceManager()->addService(String16(kPeltoServiceName), mService));
-    // No thread executes calls yet: sending does not wait for one.
+    // No thread executes calls yet; sending does not wait for one.
     Notes expected;
     for (int i = 0; i < 500; ++i) {
         expected.push_back("event type$" + std::to_string(i));

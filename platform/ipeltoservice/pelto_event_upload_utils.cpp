@@ -22,7 +22,7 @@ status_t PeltoEventUploadUtils::sendLocked(const String8& type, const String8& i
 void PeltoEventUploadUtils::setEvent(const String8& type, const String8& info) {
     Mutex::Autolock lock(mLock);
     status_t status = sendLocked(type, info);
-    // The service may have gone and come back since the last event.
+    // The service may have restarted since the last event.
     if (status == DEAD_OBJECT) status = sendLocked(type, info);
     if (status == OK) return;
     __android_log_print(ANDROID_LOG_ERROR, "PeltoEventUploadUtils", "event %s is not sent: %d",

@@ -10,7 +10,7 @@ class BpPeltoNativeClient : public BpInterface<IPeltoNativeClient> {
     using BpInterface::BpInterface;
 
     status_t onNativeEvent(const char* type, const char* info) override {
-        // The service calls under its lock: no parcel is made for those that died.
+        // The service calls with its lock held: dead clients are skipped before a parcel is made.
         if (!remote()->isBinderAlive()) return DEAD_OBJECT;
         Parcel data;
         data.writeInterfaceToken(descriptor);
@@ -22,7 +22,8 @@ class BpPeltoNativeClient : public BpInterface<IPeltoNativeClient> {
 
 }  // namespace
 
-// No longer than the service's own: an event that fits into a call to it fits into the one onwards.
+// Not longer than the service's descriptor: an event that fits into a call to the service fits into
+// the calls to its clients.
 IMPLEMENT_META_INTERFACE(PeltoNativeClient, "pelto.INativeClient")
 
 status_t BnPeltoNativeClient::onTransact(uint32_t code, const Parcel& data, Parcel* reply,

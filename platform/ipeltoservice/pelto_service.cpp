@@ -1,3 +1,4 @@
+// Both ends of the interface: the calls that a client sends and their unmarshalling in the service.
 #include <android/log.h>
 #include <binder/IPCThreadState.h>
 #include <binder/Parcel.h>
@@ -8,7 +9,70 @@ namespace android {
 
 namespace {
 
-// Drops what PeltoServiceCalls tells: the interface's operations report no failure.
+Parcel begin() {
+    Parcel data;
+    data.writeInterfaceToken(IPeltoService::descriptor);
+    return data;
+}
+
+status_t callWithTexts(IBinder* service, uint32_t code, const String8& first, const String8& second,
+                       uint32_t flags) {
+    Parcel data = begin();
+    data.writeString8(first);
+    data.writeString8(second);
+    return service->transact(code, data, nullptr, flags);
+}
+
+}  // namespace
+
+status_t PeltoServiceCalls::registerNativeClient(const sp<IPeltoNativeClient>& client,
+                                                 uint32_t flags) {
+    Parcel data = begin(), reply;
+    data.writeStrongBinder(IInterface::asBinder(client));
+    const status_t status =
+        mService->transact(IPeltoService::REGISTER_NATIVE_CLIENT, data, &reply, flags);
+    // A one-way call has no reply to read.
+    return status == OK && reply.dataAvail() > 0 ? reply.readInt32() : status;
+}
+
+status_t PeltoServiceCalls::notifyVideoStutter(const String8& detector, int frameGap,
+                                               uint32_t flags) {
+    Parcel data = begin();
+    data.writeString8(detector);
+    data.writeInt32(frameGap);
+    return mService->transact(IPeltoService::NOTIFY_VIDEO_STUTTER, data, nullptr, flags);
+}
+
+status_t PeltoServiceCalls::updateSFStateFlag(bool state, uint32_t flags) {
+    Parcel data = begin();
+    data.writeBool(state);
+    return mService->transact(IPeltoService::UPDATE_SF_STATE_FLAG, data, nullptr, flags);
+}
+
+status_t PeltoServiceCalls::updateTopActivity(int64_t minIntervalMillis, uint32_t flags) {
+    Parcel data = begin();
+    data.writeInt64(minIntervalMillis);
+    return mService->transact(IPeltoService::UPDATE_TOP_ACTIVITY, data, nullptr, flags);
+}
+
+status_t PeltoServiceCalls::setEvent(const String8& type, const String8& info, uint32_t flags) {
+    return callWithTexts(mService, IPeltoService::SET_EVENT, type, info, flags);
+}
+
+status_t PeltoServiceCalls::setEventToNative(const String8& type, const String8& info,
+                                             uint32_t flags) {
+    return callWithTexts(mService, IPeltoService::SET_EVENT_TO_NATIVE, type, info, flags);
+}
+
+status_t PeltoServiceCalls::setDebugLog(bool on, uint32_t flags) {
+    Parcel data = begin();
+    data.writeBool(on);
+    return mService->transact(IPeltoService::SET_DEBUG_LOG, data, nullptr, flags);
+}
+
+namespace {
+
+// Drops the status of each call: the interface's operations report no failure.
 class BpPeltoService : public BpInterface<IPeltoService> {
   public:
     using BpInterface::BpInterface;
@@ -34,11 +98,6 @@ class BpPeltoService : public BpInterface<IPeltoService> {
   private:
     PeltoServiceCalls calls() const { return PeltoServiceCalls(remote()); }
 };
-
-status_t readTexts(const Parcel& data, String8* first, String8* second) {
-    const status_t status = data.readString8(first);
-    return status == OK ? data.readString8(second) : status;
-}
 
 status_t registerClient(IPeltoService& service, const Parcel& data, Parcel* reply) {
     sp<IBinder> client;
@@ -77,7 +136,8 @@ status_t withFlag(IPeltoService& service, const Parcel& data,
 status_t withTexts(IPeltoService& service, const Parcel& data,
                    void (IPeltoService::*operation)(const String8&, const String8&)) {
     String8 type, info;
-    const status_t status = readTexts(data, &type, &info);
+    status_t status = data.readString8(&type);
+    if (status == OK) status = data.readString8(&info);
     if (status == OK) (service.*operation)(type, info);
     return status;
 }

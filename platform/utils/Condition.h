@@ -7,8 +7,8 @@
 
 namespace android {
 
-// A condition variable on the monotonic clock. wait() may return early: callers that need more than
-// a hint test their condition in a loop.
+// A condition variable on the monotonic clock. wait() may return early: callers that rely on their
+// condition test it in a loop.
 class Condition {
   public:
     Condition() {
@@ -23,7 +23,7 @@ class Condition {
     Condition& operator=(const Condition&) = delete;
 
     void wait(Mutex& mutex) REQUIRES(mutex) { pthread_cond_wait(&mCond, &mutex.mMutex); }
-    // OK when notified (or early), TIMED_OUT after so many nanoseconds.
+    // OK when notified or woken early, TIMED_OUT after `nanos` nanoseconds.
     status_t waitRelative(Mutex& mutex, int64_t nanos) REQUIRES(mutex);
     void signal() { pthread_cond_signal(&mCond); }
     void broadcast() { pthread_cond_broadcast(&mCond); }

@@ -10,8 +10,8 @@ constexpr int32_t kNeverHeld = 1 << 30;
 }  // namespace
 
 // The counts of one object. Every strong reference holds a weak one too, and the object holds one
-// weak reference itself from its construction to the end of its destructor: the counts go with the
-// last weak reference, whoever holds it.
+// weak reference itself from its construction to the end of its destructor: the last weak reference
+// frees the counts.
 class RefBase::Counts : public RefBase::weakref_type {
   public:
     explicit Counts(RefBase* base) : object(base) {}
@@ -20,7 +20,7 @@ class RefBase::Counts : public RefBase::weakref_type {
         if (weak.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
     }
 
-    // The reference just counted was on top of `before`.
+    // `before` is the strong count without the new reference.
     void firstIfNeverHeld(int32_t before) {
         if (before != kNeverHeld) return;
         strong.fetch_sub(kNeverHeld, std::memory_order_relaxed);
@@ -31,12 +31,7 @@ class RefBase::Counts : public RefBase::weakref_type {
         return lifetime.load(std::memory_order_relaxed) == OBJECT_LIFETIME_WEAK;
     }
 
-    bool mayComeBack(const void* id) {
-        return livesWithWeak() && object->onIncStrongAttempted(FIRST_INC_STRONG, id);
-    }
-
     void destroyObject() { delete object; }
-    void lastWeak(const void* id) { object->onLastWeakRef(id); }
 
     std::atomic<int32_t> strong{kNeverHeld};
     std::atomic<int32_t> weak{1};
@@ -47,7 +42,7 @@ class RefBase::Counts : public RefBase::weakref_type {
 RefBase::RefBase() : mRefs(new Counts(this)) {}
 
 RefBase::~RefBase() {
-    // An object that was destroyed without ever being held strongly can no longer be promoted.
+    // An object that is destroyed without ever being held strongly cannot be promoted.
     mRefs->strong.fetch_and(~kNeverHeld, std::memory_order_relaxed);
     mRefs->releaseOwn();
 }
@@ -87,7 +82,7 @@ void RefBase::weakref_type::incWeak(const void* /*id*/) {
     static_cast<Counts*>(this)->weak.fetch_add(1, std::memory_order_relaxed);
 }
 
-void RefBase::weakref_type::decWeak(const void* id) {
+void RefBase::weakref_type::decWeak(const void* /*id*/) {
     auto* refs = static_cast<Counts*>(this);
     const bool livesWithWeak = refs->livesWithWeak();
     const int32_t before = refs->weak.fetch_sub(1, std::memory_order_acq_rel);
@@ -95,31 +90,20 @@ void RefBase::weakref_type::decWeak(const void* id) {
         delete refs;
     } else if (before == 2 && livesWithWeak) {
         // Only the object's own reference is left.
-        refs->lastWeak(id);
         refs->destroyObject();
     }
 }
 
 bool RefBase::weakref_type::attemptIncStrong(const void* id) {
-    auto* refs = static_cast<Counts*>(this);
+    auto* const refs = static_cast<Counts*>(this);
     int32_t count = refs->strong.load(std::memory_order_relaxed);
     do {
-        if (count == 0 && !refs->mayComeBack(id)) return false;
+        if (count == 0 && !refs->livesWithWeak()) return false;
     } while (!refs->strong.compare_exchange_weak(count, count + 1, std::memory_order_acq_rel,
                                                  std::memory_order_relaxed));
     incWeak(id);
     refs->firstIfNeverHeld(count);
     return true;
-}
-
-int32_t RefBase::weakref_type::getWeakCount() const {
-    // The object's own reference is not shown.
-    const int32_t count = static_cast<const Counts*>(this)->weak.load(std::memory_order_relaxed);
-    return count > 0 ? count - 1 : 0;
-}
-
-RefBase* RefBase::weakref_type::refBase() const {
-    return static_cast<const Counts*>(this)->object;
 }
 
 }  // namespace android

@@ -24,15 +24,13 @@ class RefBase {
     weakref_type* createWeak(const void* id) const;
     weakref_type* getWeakRefs() const;
 
-    // What weak references point at; it outlives the object while one of them is left.
+    // The target of weak references; outlives the object until the last of them goes.
     class weakref_type {
       public:
         void incWeak(const void* id);
         void decWeak(const void* id);
         // Takes a strong reference unless the object is gone or on its way out.
         bool attemptIncStrong(const void* id);
-        int32_t getWeakCount() const;
-        RefBase* refBase() const;
 
       protected:
         weakref_type() = default;
@@ -41,7 +39,6 @@ class RefBase {
 
   protected:
     enum { OBJECT_LIFETIME_STRONG = 0, OBJECT_LIFETIME_WEAK = 1 };
-    enum { FIRST_INC_STRONG = 1 };
 
     RefBase();
     virtual ~RefBase();
@@ -53,17 +50,14 @@ class RefBase {
 
     virtual void onFirstRef() {}
     virtual void onLastStrongRef(const void* /*id*/) {}
-    virtual bool onIncStrongAttempted(uint32_t flags, const void* /*id*/) {
-        return (flags & FIRST_INC_STRONG) != 0;
-    }
-    virtual void onLastWeakRef(const void* /*id*/) {}
 
   private:
     class Counts;
     Counts* const mRefs;
 };
 
-// A weak reference: does not keep the object alive, promote() tells whether it still is.
+// A weak reference: does not keep the object alive. promote() gives a strong one, null when the
+// object is gone.
 template <typename T>
 class wp {
   public:
@@ -76,8 +70,9 @@ class wp {
           mRefs(std::exchange(other.mRefs, nullptr)) {}
     template <typename U>
     wp(const sp<U>& other) : wp(static_cast<T*>(other.get())) {}
-    // Upcasting reads the object when its base is virtual, so it is done from a promoted pointer:
-    // null when the object is gone, and an object that was never held strongly ends with it.
+    // Upcasting to a virtual base reads the object, so it goes through a promoted pointer: null
+    // when the object is gone. An object that was never held strongly is destroyed with that
+    // pointer.
     template <typename U>
     wp(const wp<U>& other) : wp(other.promote()) {}
     ~wp() { drop(); }
@@ -95,12 +90,8 @@ class wp {
     }
 
     void clear() { *this = wp(); }
-    // Only to compare, never to look inside.
-    T* unsafe_get() const { return mPointer; }
 
     bool operator==(const wp& other) const { return mRefs == other.mRefs; }
-    bool operator!=(const wp& other) const { return mRefs != other.mRefs; }
-    bool operator<(const wp& other) const { return std::less<const void*>()(mRefs, other.mRefs); }
 
   private:
     void hold() {

@@ -4,14 +4,14 @@
 
 namespace android {
 
-// The static members are defined in another source file than most of those that use them.
+// Most source files see the static members without their definition, which clang warns about.
 #if defined(__clang__)
 #pragma clang diagnostic push
 #pragma clang diagnostic ignored "-Wundefined-var-template"
 #endif
 
 // The one instance of T in the process: made by the first getInstance() under a static lock, never
-// deleted. Exactly one source file says ANDROID_SINGLETON_STATIC_INSTANCE(T).
+// deleted. Exactly one source file contains ANDROID_SINGLETON_STATIC_INSTANCE(T).
 template <typename T>
 class Singleton {
   public:
@@ -19,10 +19,6 @@ class Singleton {
         Mutex::Autolock lock(sLock);
         if (sInstance == nullptr) sInstance = new T();
         return *sInstance;
-    }
-    static bool hasInstance() {
-        Mutex::Autolock lock(sLock);
-        return sInstance != nullptr;
     }
 
     Singleton(const Singleton&) = delete;

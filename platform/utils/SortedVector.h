@@ -11,24 +11,21 @@ template <typename T>
 class SortedVector {
   public:
     size_t size() const { return mItems.size(); }
-    bool isEmpty() const { return mItems.empty(); }
-    void clear() { mItems.clear(); }
 
     const T& operator[](size_t index) const {
         if (index >= mItems.size()) fatalIndexOutOfRange("SortedVector", index, mItems.size());
         return mItems[index];
     }
-    const T& itemAt(size_t index) const { return (*this)[index]; }
     T& editItemAt(size_t index) { return const_cast<T&>((*this)[index]); }
 
-    // NAME_NOT_FOUND when it is not there.
+    // NAME_NOT_FOUND for a missing item.
     ssize_t indexOf(const T& item) const {
         const auto place = std::lower_bound(mItems.begin(), mItems.end(), item);
         if (place == mItems.end() || item < *place) return NAME_NOT_FOUND;
         return place - mItems.begin();
     }
 
-    // The item's index; an equal one is replaced.
+    // Replaces an equal item; returns the item's index.
     ssize_t add(const T& item) {
         auto place = std::lower_bound(mItems.begin(), mItems.end(), item);
         if (place == mItems.end() || item < *place) {
@@ -39,11 +36,6 @@ class SortedVector {
         return place - mItems.begin();
     }
 
-    ssize_t remove(const T& item) {
-        const ssize_t index = indexOf(item);
-        if (index >= 0) mItems.erase(mItems.begin() + index);
-        return index;
-    }
     void removeItemsAt(size_t index) {
         mItems.erase(mItems.begin() + static_cast<ptrdiff_t>(index));
     }

@@ -11,11 +11,11 @@ namespace {
 
 constexpr char32_t kReplacement = 0xFFFD;
 
-// What a lead byte announces: how many bytes follow, its own bits, the least value allowed.
+// A decoded lead byte: how many bytes follow, its payload bits, the least value of that length.
 struct Lead {
     int following;
     char32_t bits;
-    char32_t least;
+    char32_t min;
 };
 
 Lead leadOf(unsigned char byte) {
@@ -40,7 +40,7 @@ char32_t nextFromUtf8(const std::string& text, size_t& at) {
         if (end >= text.size() || (text[end] & 0xC0) != 0x80) return kReplacement;
         value = value << 6 | (static_cast<unsigned char>(text[end]) & 0x3Fu);
     }
-    if (value < lead.least || value > 0x10FFFF || isSurrogate(value)) return kReplacement;
+    if (value < lead.min || value > 0x10FFFF || isSurrogate(value)) return kReplacement;
     at = end;
     return value;
 }
@@ -97,7 +97,7 @@ __attribute__((format(printf, 1, 0))) std::string formatted(const char* format, 
 
 String8::String8(const String16& text) {
     for (size_t at = 0; at < text.size();) {
-        appendUtf8(mText, nextFromUtf16(text.string(), text.size(), at));
+        appendUtf8(mText, nextFromUtf16(text.c_str(), text.size(), at));
     }
 }
 

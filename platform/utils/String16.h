@@ -15,13 +15,10 @@ class String16 {
     explicit String16(const String8& utf8);
     String16(const char16_t* text, size_t length) : mText(text, length) {}
 
-    const char16_t* string() const { return mText.c_str(); }
     const char16_t* c_str() const { return mText.c_str(); }
     size_t size() const { return mText.size(); }
 
     bool operator==(const String16& other) const { return mText == other.mText; }
-    bool operator!=(const String16& other) const { return mText != other.mText; }
-    bool operator<(const String16& other) const { return mText < other.mText; }
 
   private:
     std::u16string mText;

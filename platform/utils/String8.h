@@ -17,26 +17,17 @@ class String8 {
     explicit String8(const String16& text);
 
     const char* c_str() const { return mText.c_str(); }
-    const char* string() const { return mText.c_str(); }
     size_t size() const { return mText.size(); }
     size_t length() const { return mText.size(); }
-    size_t bytes() const { return mText.size(); }
     bool isEmpty() const { return mText.empty(); }
 
     void append(const char* text) { mText += text; }
-    void append(const String8& other) { mText += other.mText; }
     void appendFormat(const char* format, ...) __attribute__((format(printf, 2, 3)));
     static String8 format(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-    String8& operator+=(const String8& other) {
-        mText += other.mText;
-        return *this;
-    }
     String8 operator+(const String8& other) const { return String8(mText + other.mText); }
 
     bool operator==(const String8& other) const { return mText == other.mText; }
-    bool operator!=(const String8& other) const { return mText != other.mText; }
-    bool operator<(const String8& other) const { return mText < other.mText; }
 
   private:
     std::string mText;

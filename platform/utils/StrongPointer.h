@@ -47,7 +47,6 @@ class sp {
     T& operator*() const { return *mPointer; }
     T* operator->() const { return mPointer; }
     T* get() const { return mPointer; }
-    explicit operator bool() const { return mPointer != nullptr; }
 
   private:
     template <typename U>
@@ -78,14 +77,6 @@ bool operator<(const sp<T>& a, const sp<T>& b) {
     return std::less<T*>()(a.get(), b.get());
 }
 template <typename T>
-bool operator==(const sp<T>& a, const T* b) {
-    return a.get() == b;
-}
-template <typename T>
-bool operator!=(const sp<T>& a, const T* b) {
-    return a.get() != b;
-}
-template <typename T>
 bool operator==(const sp<T>& a, std::nullptr_t) {
     return a.get() == nullptr;
 }
@@ -93,7 +84,6 @@ template <typename T>
 bool operator!=(const sp<T>& a, std::nullptr_t) {
     return a.get() != nullptr;
 }
-
 template <typename T>
 bool operator==(std::nullptr_t, const sp<T>& b) {
     return b.get() == nullptr;

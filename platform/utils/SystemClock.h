@@ -4,8 +4,6 @@
 
 namespace android {
 
-int64_t uptimeMillis();         // milliseconds, without sleep
-int64_t elapsedRealtime();      // milliseconds since boot, sleep included
-int64_t elapsedRealtimeNano();  // the same in nanoseconds
+int64_t elapsedRealtime();  // milliseconds since boot, sleep included
 
 }  // namespace android

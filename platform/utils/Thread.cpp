@@ -3,15 +3,14 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 #include <utils/Thread.h>
+#include <utils/ThreadControl.h>
 
 #include <memory>
 #include <string>
 
-#include "platform/utils/thread_gate.h"
-
 namespace android {
 
-// What a new thread needs before it can look at its object; holds the object until it does.
+// The arguments of a new thread; holds the object until the thread does.
 struct Thread::Start {
     sp<Thread> thread;
     std::string name;
@@ -24,7 +23,7 @@ pid_t currentTid() {
     return static_cast<pid_t>(syscall(SYS_gettid));
 }
 
-// Detached; 0 when it was made.
+// Makes a detached thread; 0 on success.
 int makeThread(pthread_t* thread, size_t stack, void* (*entry)(void*), void* argument) {
     pthread_attr_t attributes;
     pthread_attr_init(&attributes);
@@ -50,7 +49,7 @@ status_t Thread::run(const char* name, int32_t priority, size_t stack) {
     mStatus = OK;
     mExitPending = false;
     auto start = std::unique_ptr<Start>(new Start{this, name != nullptr ? name : "", priority});
-    if (threadGate().refuses(start->name) ||
+    if (thread_control::refused(start->name) ||
         makeThread(&mThread, stack, &Thread::entry, start.get()) != 0) {
         mStatus = UNKNOWN_ERROR;
         return UNKNOWN_ERROR;
@@ -66,7 +65,7 @@ void* Thread::entry(void* argument) {
     if (start->priority != PRIORITY_DEFAULT) {
         setpriority(PRIO_PROCESS, static_cast<id_t>(currentTid()), start->priority);
     }
-    threadGate().pass(start->name);
+    thread_control::waitWhileHeld(start->name);
     sp<Thread> self = std::move(start->thread);
     start.reset();
     loop(std::move(self));
@@ -82,7 +81,7 @@ void Thread::loop(sp<Thread> self) {
     } while (!self->endUnlessGoingOn(goOn));
 }
 
-// The first pass runs readyToRun() too; an error of it ends the thread.
+// The first pass also runs readyToRun(), whose error ends the thread.
 bool Thread::passOnce(bool first) {
     if (!first) return threadLoop();
     {
@@ -102,8 +101,8 @@ bool Thread::passOnce(bool first) {
 
 bool Thread::endUnlessGoingOn(bool goOn) {
     Mutex::Autolock lock(mThreadLock);
-    // Decided while it is still held, not by letting go and looking whether that was the end: an
-    // owner whose last reference went in between would wait for a thread that never says it ended.
+    // Decided while the thread still holds its object: after it dropped its reference, an owner
+    // that drops the last one could wait for an end that nobody reports.
     if (goOn && !mExitPending && getStrongCount() > 1) return false;
     mExitPending = true;
     mRunning = false;

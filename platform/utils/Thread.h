@@ -10,10 +10,7 @@
 
 namespace android {
 
-enum {
-    PRIORITY_DEFAULT = 0,
-
-};
+enum { PRIORITY_DEFAULT = 0 };
 
 // A thread as an object. run() starts it: readyToRun() once, then threadLoop() again and again
 // while that returns true, no exit was requested and someone else holds a strong reference.
@@ -21,8 +18,8 @@ enum {
 // Ownership: the thread holds its object strongly from run() to its end, and reports "not running"
 //   before it lets go.
 // Threads: run(), requestExit(), requestExitAndWait(), join() and isRunning() from any thread;
-//   waiting on the own thread returns WOULD_BLOCK at once.
-// Errors: a priority that cannot be set is none; names are cut to 15 characters.
+//   waiting on the thread itself returns WOULD_BLOCK at once.
+// Errors: a priority that cannot be set is ignored. Names are cut to 15 characters.
 class Thread : virtual public RefBase {
   public:
     explicit Thread(bool canCallJava = true);

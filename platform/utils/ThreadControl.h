@@ -1,5 +1,7 @@
-// What a test, or a workstation's host, can do to the threads that are about to be made in its
-// process. The phone has none of this: the product never includes it.
+// Lets a test, or a workstation's host, act on threads that are about to start in its process. The
+// phone has none of this: the product never includes it.
+//
+// Threads: every function from any thread.
 #pragma once
 
 #include <string>
@@ -14,5 +16,9 @@ void release(const std::string& name);
 
 // run() of this name fails as if the system had no more threads.
 void refuse(const std::string& name);
+
+// For Thread: whether run() of this name fails, and the place where a held thread waits.
+bool refused(const std::string& name);
+void waitWhileHeld(const std::string& name);
 
 }  // namespace android::thread_control

@@ -5,16 +5,12 @@
 using nsecs_t = int64_t;  // nanoseconds
 
 enum {
-    SYSTEM_TIME_REALTIME = 0,   // wall clock since 1970
     SYSTEM_TIME_MONOTONIC = 1,  // stands still while the phone sleeps
-    SYSTEM_TIME_BOOTTIME = 4,   // since boot, sleep included
 };
 
+// Any other clock than the monotonic one ends the process.
 nsecs_t systemTime(int clock = SYSTEM_TIME_MONOTONIC);
 
-// Milliseconds from one time to a later one, rounded up, at most INT32_MAX; 0 when it has passed.
+// Milliseconds from one time to a later one, rounded up, at most INT_MAX; 0 when the later
+// one has passed.
 int toMillisecondTimeoutDelay(nsecs_t referenceTime, nsecs_t timeoutTime);
-
-constexpr nsecs_t nanoseconds_to_milliseconds(nsecs_t nanos) {
-    return nanos / 1000000;
-}

@@ -8,7 +8,7 @@
 namespace android {
 namespace {
 
-// Writes what happens to it into a log that outlives it.
+// Records its callbacks in a log that outlives it.
 class Subject : public virtual RefBase {
   public:
     explicit Subject(std::string* log, bool liveWithWeak = false) : mLog(log) {
@@ -19,7 +19,6 @@ class Subject : public virtual RefBase {
   protected:
     void onFirstRef() override { *mLog += "first "; }
     void onLastStrongRef(const void*) override { *mLog += "last-strong "; }
-    void onLastWeakRef(const void*) override { *mLog += "last-weak "; }
 
   private:
     std::string* const mLog;
@@ -60,14 +59,14 @@ TEST(RefBaseTest, WithLifetimeExtendedTheLastWeakReferenceDecides) {
     weak.promote().clear();
     EXPECT_EQ("first last-strong last-strong ", log) << "referenced strongly again, not anew";
     weak.clear();
-    EXPECT_EQ("first last-strong last-strong last-weak destroyed ", log);
+    EXPECT_EQ("first last-strong last-strong destroyed ", log);
 
     log.clear();
     sp<Subject>(new Subject(&log, true)).clear();
-    EXPECT_EQ("first last-strong last-weak destroyed ", log) << "without weak references";
+    EXPECT_EQ("first last-strong destroyed ", log) << "without weak references";
 }
 
-// The object that is its own first owner: it survives a fall to zero while it is being built.
+// Holds itself weakly, and so survives losing its last strong reference during construction.
 class Started : public Subject {
   public:
     explicit Started(std::string* log) : Subject(log, true), mSelf(this) {
@@ -90,7 +89,7 @@ TEST(RefBaseTest, AnObjectCanOutliveReferencesTakenInItsConstructor) {
     sp<Started> started = new Started(&log);
     EXPECT_EQ("first ", log);
     started.clear();
-    EXPECT_EQ("first last-weak destroyed ", log);
+    EXPECT_EQ("first destroyed ", log);
 }
 
 TEST(RefBaseTest, CountsAreExactUnderThreads) {
@@ -107,7 +106,7 @@ TEST(RefBaseTest, CountsAreExactUnderThreads) {
         };
         std::thread one(promote), two(promote), three(promote);
         one.join(), two.join(), three.join();
-        // Without an owner the first fall to zero ends it, exactly once.
+        // Without an owner, the first drop to zero destroys it, exactly once.
         EXPECT_EQ(keep != nullptr ? "first " : "first last-strong destroyed ", log);
         EXPECT_TRUE(keep == nullptr || promoted == 300) << promoted;
     }

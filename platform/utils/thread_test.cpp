@@ -14,7 +14,7 @@ namespace {
 using namespace std::chrono_literals;
 constexpr auto kDeadline = 20s;
 
-// Runs what the test gives it, and says when it has been destroyed.
+// Runs a function of the test and signals its own destruction.
 class Worker : public Thread {
   public:
     explicit Worker(std::function<bool(Worker&)> body, status_t ready = OK)

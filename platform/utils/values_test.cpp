@@ -46,7 +46,7 @@ TEST(ValuesTest, TextSurvivesTheWayToUtf16AndBack) {
          {"\xff", "\xe2\x82", "\xc0\x80", "\xed\xa0\x80", "\xf4\x90\x80\x80"}) {
         const String16 wide(broken);
         ASSERT_LE(1u, wide.size()) << broken;
-        for (size_t i = 0; i < wide.size(); ++i) EXPECT_EQ(0xFFFD, wide.string()[i]) << broken;
+        for (size_t i = 0; i < wide.size(); ++i) EXPECT_EQ(0xFFFD, wide.c_str()[i]) << broken;
     }
     const char16_t lone[] = {0xD800, 'x'};
     EXPECT_EQ(String8("\uFFFDx"), String8(String16(lone, 2)));

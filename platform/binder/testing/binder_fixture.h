@@ -29,7 +29,8 @@ class BinderTest : public PhoneTest {
     }
     std::string socketPath() { return phone().runDir() + "/services/test"; }
 
-    // Gives the service an object to keep; what it gave back.
+    // Gives the service an object to keep; `back` is the object it returns, `again` whether it had
+    // it.
     status_t keep(const sp<IBinder>& object, sp<IBinder>* back, bool* again) {
         Parcel data, reply;
         data.writeStrongBinder(object);
@@ -43,7 +44,7 @@ class BinderTest : public PhoneTest {
     sp<IBinder> mRemote;
 };
 
-// Another process of the same phone in that role, see test_peer.cpp.
+// Another process on the same phone, in a role of test_peer.cpp.
 class Peer : public Program {
   public:
     Peer(sim::Phone& phone, const char* role, const char* name)

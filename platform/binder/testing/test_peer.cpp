@@ -1,8 +1,8 @@
-// A process for tests of binder between processes. Arguments: FOLDER ROLE NAME. On the phone in
+// The second process of the binder tests. Arguments: FOLDER ROLE NAME. On the phone in
 // FOLDER it
 //   serve   publishes a TestService under NAME
 //   give    finds NAME and gives it a TestService of its own to keep
-// and says "up"; then it is there until it is killed.
+// and prints "up", then waits to be killed.
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
 #include <sim/phone.h>

@@ -1,4 +1,4 @@
-// An object for tests with an operation for everything that can travel, and a latch.
+// The object that the binder tests call: an operation for each kind of argument, and a latch.
 #pragma once
 
 #include <binder/IInterface.h>
@@ -15,7 +15,7 @@ namespace android::binder_test {
 
 constexpr std::chrono::seconds kPatience{30};  // a deadline that only fails
 
-// Opens once; those who wait for it give up after kPatience.
+// A one-shot event; wait() gives up after kPatience.
 class Latch {
   public:
     void open() { mOpen.set_value(); }
@@ -40,11 +40,11 @@ class TestService : public BBinder {
   public:
     enum : uint32_t {
         ECHO = FIRST_CALL_TRANSACTION,  // bytes: the same bytes
-        NOTE,                           // int32: counted
+        NOTE,                           // int32: counted, and its order checked
         NOTED,                          // int32: as noted()
-        KEEP,                           // object: kept; object, the same; true when it was kept
-        CALL_BACK,                      // object, text: what the object's ECHO answers
-        WAIT,                           // none, once released: the caller's pid
+        KEEP,                           // object to keep: the object, whether it was kept already
+        CALL_BACK,                      // object, text: the answer of the object's ECHO
+        WAIT,                           // none; answers the caller's pid once released
     };
 
     const String16& getInterfaceDescriptor() const override {
@@ -52,7 +52,7 @@ class TestService : public BBinder {
         return name;
     }
 
-    // Whether so many notes come in time, numbered 0, 1, 2 and so on.
+    // Waits for `count` notes; whether they came in time and in the order 0, 1, 2...
     bool noted(int32_t count) {
         std::unique_lock<std::mutex> lock(mMutex);
         return mChanged.wait_for(lock, kPatience, [&] { return mNotes >= count; }) && mInOrder;
@@ -65,7 +65,7 @@ class TestService : public BBinder {
         const std::lock_guard<std::mutex> lock(mMutex);
         return mKept;
     }
-    // Instead of what is kept, which it returns.
+    // Replaces the kept object and returns the old one.
     sp<IBinder> keep(sp<IBinder> object) {
         const std::lock_guard<std::mutex> lock(mMutex);
         std::swap(mKept, object);

@@ -14,7 +14,7 @@ class ByteQueue {
     bool empty() const { return size() == 0; }
     const uint8_t* front() const { return mBytes.data() + mHead; }
 
-    // Room for so many bytes at the back; filled() says how many came.
+    // Room for `size` bytes at the back; filled() tells how many were written.
     uint8_t* room(size_t size) {
         if (mBytes.size() - mTail < size) makeRoom(size);
         return mBytes.data() + mTail;
@@ -34,11 +34,11 @@ class ByteQueue {
 
     void clear() {
         mHead = mTail = 0;
-        if (mBytes.size() > kKept) std::vector<uint8_t>().swap(mBytes);
+        if (mBytes.size() > kMaxKept) std::vector<uint8_t>().swap(mBytes);
     }
 
   private:
-    static constexpr size_t kKept = 256u << 10;  // a bigger buffer is given back when empty
+    static constexpr size_t kMaxKept = 256u << 10;  // larger buffers are freed when empty
 
     void makeRoom(size_t size) {
         const size_t held = this->size();

@@ -14,7 +14,7 @@ namespace {
 
 void execute(IncomingCall& call) {
     call.from->begun(call.charge);
-    const IPCThreadState::Caller caller(call.from->peerPid(), call.from->peerUid());
+    const IPCThreadState::Caller caller(call.from->peerPid());
     Parcel reply;
     const status_t status = call.target->transact(call.code, call.data, &reply, call.flags);
     if (!call.oneWay()) call.from->reply(call.id, status, reply);

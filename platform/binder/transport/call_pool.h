@@ -22,16 +22,16 @@ struct IncomingCall {
     uint32_t code = 0;
     uint32_t flags = 0;
     uint64_t id = 0;
-    size_t charge = 0;  // what it counts in its connection's backlog
+    size_t charge = 0;  // its share of its connection's backlog
     Parcel data;
 
     bool oneWay() const { return (flags & IBinder::FLAG_ONEWAY) != 0; }
 };
 
-// The threads that execute incoming calls. It starts further ones while calls wait and none is
-// free, up to its maximum.
+// The threads that execute incoming calls. The pool grows up to its maximum while calls wait and no
+// thread is free.
 //
-// Order: calls begin in the order they came, but one-way calls to one object run one at a time:
+// Order: calls begin in the order they arrived, but one-way calls to one object run one at a time:
 //   the next begins when the one before has returned.
 // Threads: every operation from any thread; no lock is held while a call runs.
 class CallPool {
@@ -39,7 +39,7 @@ class CallPool {
     void setMaxThreads(size_t count) EXCLUDES(mLock);
     void start() EXCLUDES(mLock);
     void post(IncomingCall call) EXCLUDES(mLock);
-    // Executes calls on this thread until stop() and until no call is running any more.
+    // Executes calls on this thread until stop(), then waits until no call is running.
     void join() EXCLUDES(mLock);
     void stop() EXCLUDES(mLock);
 
@@ -54,7 +54,7 @@ class CallPool {
     Condition mWork;
     Condition mQuiet;
     std::deque<IncomingCall> mReady GUARDED_BY(mLock);
-    // Objects with a one-way call ready or running, and those that wait behind it.
+    // Objects with a one-way call ready or running, each with the calls queued behind it.
     std::unordered_map<const BBinder*, std::deque<IncomingCall>> mLanes GUARDED_BY(mLock);
     size_t mMaxThreads GUARDED_BY(mLock) = 15;
     size_t mSpawned GUARDED_BY(mLock) = 0;

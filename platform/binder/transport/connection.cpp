@@ -5,7 +5,7 @@
 
 namespace android::transport {
 
-// What a dead connection leaves to be told and let go of.
+// The parts of a dead connection that the notice thread notifies and releases.
 struct Connection::Remains {
     std::vector<sp<BpBinder>> proxies;
     std::unordered_map<uint32_t, Export> exports;
@@ -23,7 +23,7 @@ bool Connection::open() {
     FrameHeader hello{};
     hello.kind = HELLO;
     hello.code = kVersion;
-    sendLocked(hello, nullptr, kReplyQueue);
+    sendLocked(hello, nullptr, kMaxReplyQueue);
     return true;
 }
 
@@ -33,7 +33,7 @@ sp<IBinder> Connection::root() {
     return proxyLocked(0);
 }
 
-// The proxy of the other side's object, counted as received once more.
+// The proxy of the other side's object; counts it as received once more.
 sp<BpBinder> Connection::proxyLocked(uint32_t handle) {
     Proxy& entry = mProxies[handle];
     sp<BpBinder> proxy = entry.proxy.promote();
@@ -49,7 +49,7 @@ sp<BpBinder> Connection::proxyLocked(uint32_t handle) {
 void Connection::forgetProxy(const BpBinder* proxy) {
     Mutex::Autolock lock(mLock);
     const auto entry = mProxies.find(proxy->handle());
-    // The object may have come again meanwhile: then a new proxy has taken over the count.
+    // When the object was received again meanwhile, a new proxy has taken over the count.
     if (entry == mProxies.end() || entry->second.address != proxy) return;
     const uint32_t count = entry->second.count;
     mProxies.erase(entry);
@@ -62,7 +62,7 @@ void Connection::releaseLocked(uint32_t handle, uint32_t count) {
     release.kind = RELEASE;
     release.handle = handle;
     release.code = count;
-    if (sendLocked(release, nullptr, kReplyQueue) == FAILED_TRANSACTION) {
+    if (sendLocked(release, nullptr, kMaxReplyQueue) == FAILED_TRANSACTION) {
         breakLocked("it does not take what is released");
     }
 }
@@ -88,7 +88,7 @@ status_t Connection::transact(uint32_t handle, uint32_t code, const Parcel& data
         header.callId = oneWay ? 0 : ++mLastCall;
         header.handle = handle;
         header.code = code;
-        const status_t status = sendLocked(header, &data, kCallQueue);
+        const status_t status = sendLocked(header, &data, kMaxCallQueue);
         if (oneWay || status != OK) return status;
         mPending.emplace(header.callId, &call);
         updateInterestLocked();
@@ -115,12 +115,12 @@ void Connection::reply(uint64_t callId, status_t status, const Parcel& parcel) {
     // A call that failed has no results.
     const Parcel* const results = header.status == OK ? &parcel : nullptr;
     Mutex::Autolock lock(mLock);
-    if (sendLocked(header, results, kReplyQueue) == FAILED_TRANSACTION) {
+    if (sendLocked(header, results, kMaxReplyQueue) == FAILED_TRANSACTION) {
         breakLocked("it does not take its replies");
     }
 }
 
-// Ends the connection from any thread: the loop finds it readable and tears it down.
+// Ends the connection from any thread: its socket becomes readable and the loop tears it down.
 void Connection::breakLocked(const char* why) {
     if (mBroken || mClosed) return;
     logEnd(why);
@@ -152,9 +152,9 @@ bool Connection::ended() {
     return mClosed;
 }
 
-bool Connection::endUnlessGreeted() {
-    if (!mGreeted) onReady(EPOLLIN);  // a greeting that has arrived counts
-    if (mGreeted) return false;
+bool Connection::endWithoutHandshake() {
+    if (!mHandshakeDone) onReady(EPOLLIN);  // a handshake that has arrived counts
+    if (mHandshakeDone) return false;
     if (!ended()) logEnd("it has not greeted and others want in");
     tearDown();
     return true;
@@ -192,7 +192,7 @@ void Connection::tearDown() {
         remains->exports.clear();
         remains->root.clear();
     });
-    mProcess.io().restedNow();
+    mProcess.io().retryNow();
 }
 
 }  // namespace android::transport

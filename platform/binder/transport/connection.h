@@ -22,46 +22,49 @@ namespace android::transport {
 
 class Process;
 
-// One socket between a client process and a published object of another, calls going both ways.
+// One socket between a client process and a published object of another process; calls go both
+// ways.
 //
-// Ownership: the loop keeps it while the socket is open, its proxies and waiting calls beyond. It
-//   keeps the objects it has given out, and knows its proxies only weakly.
+// Ownership: the loop keeps it while the socket is open; its proxies and waiting calls keep it
+// longer.
+//   It keeps the objects it has given out, and holds its proxies weakly.
 // Threads: onReady() on the loop's thread, the rest from any. No lock is held while foreign code
-//   runs: objects are let go of and deaths told on the notice thread.
+//   runs: the notice thread releases objects and reports deaths.
 //
-// Nobody waits to send. What the kernel does not take at once goes to mOut and is sent by the loop
-//   as the other side reads. A call for which mOut has no room fails at once with
-//   FAILED_TRANSACTION and the connection stands; a reply without room ends the connection, as its
-//   caller would wait for ever.
+// Sending never waits. Bytes that the kernel does not take at once go to mOut, and the loop sends
+//   them as the other side reads. A call that does not fit into mOut fails at once with
+//   FAILED_TRANSACTION and the connection stays open; a reply that does not fit ends the
+//   connection, since its caller would wait for ever.
 //
-// Reading is paused while more calls wait for a thread than kPauseBacklog: then the other side's
-//   socket and queue fill up and its calls fail or wait there, and nothing read is ever lost.
-//   Except: while a thread of this process waits for a reply on this connection, reading goes on,
-//   for the calls ahead of the reply may not be able to run before it comes (they may need the
-//   waiting thread, or a lock it holds). The backlog is then bounded by kMaxBacklog, beyond which
-//   calls are not kept: two-way ones are answered FAILED_TRANSACTION and one-way ones dropped with
-//   one log line a spell, which is what their sender would have met with a full queue. So no two
-//   processes can bring each other to a stand, and a slow one is never cut off.
+// Backpressure: reading pauses while the calls that wait for a thread exceed kPauseBacklog. The
+// other
+//   side's socket and queue then fill up, its calls fail or wait there, and nothing that was read
+//   is lost. While a thread of this process waits for a reply on this connection, reading goes on:
+//   calls ahead of the reply may need that thread, or a lock it holds. The backlog is then bounded
+//   by kMaxBacklog. Of the calls beyond it, two-way ones are answered FAILED_TRANSACTION and
+//   one-way ones dropped, as by a full queue; logged once until the backlog drains. So no two
+//   processes deadlock each other, and a slow one is never disconnected.
 //
-// A frame that no honest peer sends ends the connection with one log line. At the end, whoever
-//   ended it, waiting callers get DEAD_OBJECT, proxies are dead and their links told once, objects
-//   given out are let go; calls already read are still executed. What proxies then keep of it is
-//   this object without its buffers: with the proxy itself about 1.4 KiB on a 64-bit machine.
+// A frame that breaks the protocol ends the connection with one log line. At the end, whichever
+// side
+//   caused it, waiting callers get DEAD_OBJECT, death recipients are notified once, objects given
+//   out are released; calls already read are still executed. A proxy then costs about 1.4 KiB on a
+//   64-bit machine, this object without its buffers included.
 class Connection : public IoSource, public std::enable_shared_from_this<Connection> {
   public:
-    // What mOut may hold when a call, or anything else, is added.
-    static constexpr size_t kCallQueue = kMaxFrame;
-    static constexpr size_t kReplyQueue = 4 * kMaxFrame;
+    // Limits of mOut when a call, or anything else, is added.
+    static constexpr size_t kMaxCallQueue = kMaxFrame;
+    static constexpr size_t kMaxReplyQueue = 4 * kMaxFrame;
     static constexpr size_t kPauseBacklog = 1u << 20;
     static constexpr size_t kMaxBacklog = 8u << 20;
-    // Objects of the other side with a living proxy here. A call or a reply that brings one more
-    // fails with FAILED_TRANSACTION; its objects are released at once.
+    // Living proxies of objects of the other side. A call or a reply with one more fails with
+    // FAILED_TRANSACTION; its objects are released at once.
     static constexpr size_t kMaxProxies = 1024;
 
     // `root` is the published object on the side that publishes, else null.
     Connection(Process& process, sim::Fd socket, const ucred& peer, sp<BBinder> root);
 
-    // Starts with a HELLO. False when the loop cannot watch it.
+    // Joins the loop and sends a HELLO; false when the loop cannot watch the socket.
     bool open() EXCLUDES(mLock);
 
     // The published object of the other side; null when the connection is dead.
@@ -71,15 +74,14 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
     void forgetProxy(const BpBinder* proxy) EXCLUDES(mLock);
     bool alive() const { return !mGone.load(std::memory_order_acquire); }
     pid_t peerPid() const { return mPeer.pid; }
-    uid_t peerUid() const { return mPeer.uid; }
 
-    // For the pool: a call begins; a call has its result.
+    // For the pool: a call begins, a call has its result.
     void begun(size_t charge) EXCLUDES(mLock);
     void reply(uint64_t callId, status_t status, const Parcel& parcel) EXCLUDES(mLock);
 
-    // On the loop's thread, to make room for others: whether it has ended, not having greeted.
-    bool endUnlessGreeted() EXCLUDES(mLock);
-    // Its descriptor is closed.
+    // Loop's thread only: ends a connection without a handshake; whether it ended.
+    bool endWithoutHandshake() EXCLUDES(mLock);
+    // Whether the descriptor is closed.
     bool ended() EXCLUDES(mLock);
 
     void onReady(uint32_t events) override EXCLUDES(mLock);
@@ -117,7 +119,7 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
     void updateInterestLocked() REQUIRES(mLock);
     bool readingLocked() const REQUIRES(mLock);
 
-    // Receiving: each gives what is wrong with the frame, else null.
+    // Receiving: each returns the fault of the frame, or null.
     void receive() EXCLUDES(mLock);
     const char* consumeFrames() EXCLUDES(mLock);
     const char* take(const Frame& frame) EXCLUDES(mLock);
@@ -141,7 +143,7 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
 
     // The loop's thread only.
     ByteQueue mIn;
-    bool mGreeted = false;
+    bool mHandshakeDone = false;
 
     Mutex mLock;
     sp<BBinder> mRoot GUARDED_BY(mLock);
@@ -149,7 +151,7 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
     sim::Fd mSocket GUARDED_BY(mLock);  // closed at the end
     uint64_t mWatch GUARDED_BY(mLock) = 0;
     uint32_t mInterest GUARDED_BY(mLock) = 0;
-    bool mBroken GUARDED_BY(mLock) = false;  // to be torn down whatever is still to read
+    bool mBroken GUARDED_BY(mLock) = false;  // torn down even if bytes are left to read
     bool mClosed GUARDED_BY(mLock) = false;
     ByteQueue mOut GUARDED_BY(mLock);
     size_t mBacklog GUARDED_BY(mLock) = 0;

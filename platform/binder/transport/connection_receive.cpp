@@ -11,7 +11,7 @@ namespace android::transport {
 
 namespace {
 
-// What a call counts in the backlog: its bytes and about what the objects made for it take.
+// A call's share of the backlog: its bytes and the approximate size of the objects made for it.
 size_t chargeOf(const Frame& frame) {
     constexpr size_t kOverhead = 256;
     return frame.header.size + kOverhead * (1 + frame.objects.size());
@@ -29,7 +29,7 @@ void Connection::onReady(uint32_t events) {
     {
         Mutex::Autolock lock(mLock);
         if (mClosed) return;
-        // A hang-up while reading is paused ends the sending alone.
+        // A hang-up while reading is paused only ends the sending.
         if (!mOut.empty()) flushLocked();
         broken = mBroken;
         readable = readable && readingLocked();
@@ -38,7 +38,7 @@ void Connection::onReady(uint32_t events) {
     if (readable) receive();
 }
 
-// One read a turn, so that no connection keeps the others waiting.
+// Reads once per turn, so that no connection starves the others.
 void Connection::receive() {
     constexpr size_t kChunk = 64u << 10;
     int socket;
@@ -76,9 +76,9 @@ const char* Connection::consumeFrames() {
 }
 
 const char* Connection::take(const Frame& frame) {
-    if (!mGreeted) {
-        mGreeted = frame.header.kind == HELLO && frame.header.code == kVersion;
-        return mGreeted ? nullptr : "no greeting of our version";
+    if (!mHandshakeDone) {
+        mHandshakeDone = frame.header.kind == HELLO && frame.header.code == kVersion;
+        return mHandshakeDone ? nullptr : "no greeting of our version";
     }
     switch (frame.header.kind) {
         case CALL:
@@ -118,7 +118,7 @@ const char* Connection::takeCall(const Frame& frame) {
     return nullptr;
 }
 
-// Whether there is still room for a call of that charge.
+// Adds the charge of a call; false when the backlog has no room for it.
 bool Connection::noteBacklogLocked(size_t charge) {
     if (mBacklog + charge > kMaxBacklog) {
         if (!mDropping) {
@@ -186,8 +186,8 @@ void Connection::refuseObjectLocked(uint32_t handle) {
     releaseLocked(handle, 1);
 }
 
-// The objects of a frame: our own come home, or proxies; fewer when there is no room for all. On a
-// fault the caller lets go of those taken so far without the lock.
+// The objects of a frame: our own, or proxies of the other side's; fewer when there is no room for
+// all. On a fault the caller releases those found so far, without the lock.
 const char* Connection::adoptLocked(const Frame& frame, std::vector<Parcel::Object>* objects) {
     for (const ObjectEntry& entry : frame.objects) {
         sp<IBinder> object;

@@ -34,7 +34,7 @@ status_t Connection::checkSendable(const Parcel& parcel) const {
     return OK;
 }
 
-// How the object is named to the other side; one of ours is counted as given out once more.
+// The name of the object for the other side; counts one of ours as given out once more.
 ObjectEntry Connection::giveOutLocked(const Parcel::Object& object) {
     const BpBinder* const remote = object.binder->remoteBinder();
     if (remote != nullptr) return {object.offset, RECEIVER, remote->handle()};
@@ -52,7 +52,7 @@ ObjectEntry Connection::giveOutLocked(const Parcel::Object& object) {
     return {object.offset, SENDER, handle};
 }
 
-// DEAD_OBJECT, or FAILED_TRANSACTION when the queue would pass `limit`; then nothing is sent.
+// DEAD_OBJECT, or FAILED_TRANSACTION when the queue would exceed `limit`; then nothing is sent.
 status_t Connection::sendLocked(const FrameHeader& header, const Parcel* parcel, size_t limit) {
     if (!alive()) return DEAD_OBJECT;
     const size_t objects = parcel != nullptr ? parcel->objects().size() : 0;
@@ -85,8 +85,8 @@ void Connection::writeLocked(const uint8_t* head, size_t headSize, const uint8_t
     if (!mOut.empty()) updateInterestLocked();
 }
 
-// How much the kernel took. A socket that takes nothing any more makes the connection gone; what
-// the other side sent before is still read.
+// Returns how many bytes the kernel took. A socket closed by the other side ends the sending; bytes
+// that arrived before are still read.
 size_t Connection::sendNowLocked(const uint8_t* head, size_t headSize, const uint8_t* body,
                                  size_t bodySize) {
     iovec parts[] = {span(head, headSize), span(body, bodySize)};

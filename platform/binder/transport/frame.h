@@ -1,10 +1,10 @@
-// What crosses the sockets between two processes, the same bytes from 32-bit and 64-bit ones.
+// The wire format between two processes, the same for 32-bit and 64-bit builds.
 //
 // A frame is a header, a table of the objects in the data, and the data (a parcel's bytes). Each
 // side opens with a HELLO. An object is named by a handle of the side that owns it: 0 is the
-// published one, further ones are given out as objects are sent. Who receives an object counts how
-// often; when its proxy goes, RELEASE takes that many back, so that a release and a new sending
-// that cross each other cannot meet wrongly.
+// published one, further ones are assigned as objects are sent. The receiver counts how often it
+// got an object; when the proxy goes, RELEASE returns that count, so that a release and a new
+// sending of the object may cross on the way.
 #pragma once
 
 #include <cstddef>
@@ -53,7 +53,7 @@ constexpr size_t kMaxPayload = (1u << 20) - (8u << 10);
 constexpr size_t kMaxObjects = 1024;
 constexpr size_t kMaxFrame = sizeof(FrameHeader) + kMaxObjects * sizeof(ObjectEntry) + kMaxPayload;
 
-// A received frame; the data are still the connection's.
+// A received frame; `data` points into the connection's buffer.
 struct Frame {
     FrameHeader header;
     std::vector<ObjectEntry> objects;
@@ -61,9 +61,9 @@ struct Frame {
     size_t dataSize;
 };
 
-// What is wrong with a header, looked at before anything is allocated for its frame; else null.
+// The fault of a header, or null; called before anything is allocated for its frame.
 const char* headerFault(const FrameHeader& header);
-// Takes the frame of a sound header apart; what is wrong with its objects, else null.
+// Splits a frame whose header is sound; returns the fault of its objects, or null.
 const char* parseFrame(const FrameHeader& header, const uint8_t* payload, Frame* frame);
 
 }  // namespace android::transport

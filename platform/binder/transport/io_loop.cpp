@@ -44,7 +44,7 @@ uint64_t IoLoop::add(const std::shared_ptr<IoSource>& source, int fd, uint32_t e
 
 void IoLoop::change(uint64_t id, int fd, uint32_t before, uint32_t after) {
     if (before == after) return;
-    // A socket without wanted events tells a hang-up still: once, not endlessly.
+    // epoll reports a hang-up even with no events asked for; once is enough.
     control(mEpoll.get(), EPOLL_CTL_MOD, id, fd, after != 0 ? after : uint32_t{EPOLLONESHOT});
 }
 
@@ -71,22 +71,22 @@ std::vector<std::shared_ptr<IoSource>> IoLoop::sources() {
     return result;
 }
 
-void IoLoop::restedNow() {
-    std::vector<std::weak_ptr<IoSource>> resting;
-    resting.swap(mResting);
-    for (const auto& entry : resting) {
-        if (const auto source = entry.lock()) source->onRested();
+void IoLoop::retryNow() {
+    std::vector<std::weak_ptr<IoSource>> retrying;
+    retrying.swap(mRetrying);
+    for (const auto& entry : retrying) {
+        if (const auto source = entry.lock()) source->onRetry();
     }
 }
 
 void IoLoop::run() {
-    constexpr int kRestMillis = 1000;
-    constexpr int kEvents = 64;
-    epoll_event events[kEvents];
+    constexpr int kMaxBackoffMillis = 1000;
+    constexpr int kMaxEvents = 64;
+    epoll_event events[kMaxEvents];
     for (;;) {
-        const int count =
-            epoll_wait(mEpoll.get(), events, kEvents, mResting.empty() ? -1 : kRestMillis);
-        if (count == 0) restedNow();
+        const int count = epoll_wait(mEpoll.get(), events, kMaxEvents,
+                                     mRetrying.empty() ? -1 : kMaxBackoffMillis);
+        if (count == 0) retryNow();
         for (int i = 0; i < count; ++i) {
             if (const auto source = find(events[i].data.u64)) source->onReady(events[i].events);
         }

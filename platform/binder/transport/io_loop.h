@@ -10,15 +10,15 @@
 
 namespace android::transport {
 
-// Something with a socket that the loop watches.
+// The owner of a socket that the loop watches.
 class IoSource {
   public:
     virtual ~IoSource() = default;
     // On the loop's thread, with the epoll events of the socket.
     virtual void onReady(uint32_t events) = 0;
-    // On the loop's thread, some time after rest(): descriptors may be free again.
-    virtual void onRested() {}
-    // Waits, no longer than so many nanoseconds, until what it has to send is sent.
+    // On the loop's thread, after retryLater(): descriptors may be free again.
+    virtual void onRetry() {}
+    // Waits up to `nanos` nanoseconds until its queued bytes are sent.
     virtual void drain(int64_t /*nanos*/) {}
 };
 
@@ -31,13 +31,14 @@ class IoLoop {
   public:
     // The watch's number, or 0 when the system gives no epoll instance or thread.
     uint64_t add(const std::shared_ptr<IoSource>& source, int fd, uint32_t events) EXCLUDES(mLock);
-    // Cannot fail for want of anything: the watch stays the same one, without wanted events too.
+    // Cannot fail for lack of memory: the watch stays registered, even with no events asked for.
     void change(uint64_t id, int fd, uint32_t before, uint32_t after);
     void remove(uint64_t id, int fd) EXCLUDES(mLock);
 
-    // On the loop's thread: calls onRested() after the next restedNow() or after a second.
-    void rest(std::weak_ptr<IoSource> source) { mResting.push_back(std::move(source)); }
-    void restedNow();
+    // Loop's thread only: calls onRetry() at the next retryNow(), or when the loop was idle for a
+    // second.
+    void retryLater(std::weak_ptr<IoSource> source) { mRetrying.push_back(std::move(source)); }
+    void retryNow();
 
     std::vector<std::shared_ptr<IoSource>> sources() EXCLUDES(mLock);
 
@@ -50,7 +51,7 @@ class IoLoop {
     sim::Fd mEpoll;  // set once under the lock, before the thread and any watch
     uint64_t mLastId GUARDED_BY(mLock) = 0;
     std::unordered_map<uint64_t, std::shared_ptr<IoSource>> mSources GUARDED_BY(mLock);
-    std::vector<std::weak_ptr<IoSource>> mResting;  // the loop's thread only
+    std::vector<std::weak_ptr<IoSource>> mRetrying;  // the loop's thread only
 };
 
 }  // namespace android::transport

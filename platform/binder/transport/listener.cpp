@@ -2,12 +2,45 @@
 #include <binder/transport/listener.h>
 #include <binder/transport/process.h>
 #include <sys/epoll.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
 namespace android::transport {
+
+namespace {
+
+size_t maxConnections() {
+    constexpr size_t kMax = AcceptedConnections::kMaxConnections;
+    rlimit descriptors{};
+    if (getrlimit(RLIMIT_NOFILE, &descriptors) != 0) return kMax;
+    return static_cast<size_t>(std::min<rlim_t>(kMax, descriptors.rlim_cur / 4));
+}
+
+}  // namespace
+
+void AcceptedConnections::forgetEnded() {
+    const auto ended = [](const std::weak_ptr<Connection>& entry) {
+        const auto connection = entry.lock();
+        return connection == nullptr || connection->ended();
+    };
+    mConnections.erase(std::remove_if(mConnections.begin(), mConnections.end(), ended),
+                       mConnections.end());
+}
+
+bool AcceptedConnections::makeRoom() {
+    if (mConnections.size() < maxConnections()) return true;
+    forgetEnded();
+    if (mConnections.size() < maxConnections()) return true;
+    for (const auto& entry : mConnections) {
+        const auto connection = entry.lock();
+        if (connection != nullptr && connection->endWithoutHandshake()) return true;
+    }
+    return false;
+}
 
 bool mayTalkTo(const ucred& peer, const std::string& name) {
     if (peer.uid == geteuid() || peer.uid == 0) return true;
@@ -53,19 +86,19 @@ sim::Fd Listener::acceptOne(int* error) {
     return socket;
 }
 
-// A few a turn, so that a crowd at the door does not keep those inside waiting.
+// Accepts a few per turn, so that a crowd of new clients does not starve the accepted ones.
 void Listener::onReady(uint32_t /*events*/) {
-    constexpr int kPerTurn = 16;
-    for (int i = 0; i < kPerTurn; ++i) {
+    constexpr int kMaxAccepts = 16;
+    for (int i = 0; i < kMaxAccepts; ++i) {
         int error = 0;
         sim::Fd socket = acceptOne(&error);
         if (socket.valid()) {
             welcome(std::move(socket));
         } else if (error == EAGAIN || error == EWOULDBLOCK) {
-            mStarved = false;
+            mBackedOff = false;
             return;
         } else if (error != EINTR && error != ECONNABORTED) {
-            return rest(error);
+            return backOff(error);
         }
     }
 }
@@ -93,18 +126,18 @@ void Listener::welcome(sim::Fd socket) {
     if (connection->open()) mProcess.accepted().add(connection);
 }
 
-void Listener::rest(int error) {
-    if (!mStarved) {
+void Listener::backOff(int error) {
+    if (!mBackedOff) {
         __android_log_print(ANDROID_LOG_ERROR, "Binder", "%s lets nobody in for now: %s",
                             mName.c_str(), strerror(error));
     }
-    mStarved = true;
+    mBackedOff = true;
     Mutex::Autolock lock(mLock);
     listenForLocked(0);
-    mProcess.io().rest(weak_from_this());
+    mProcess.io().retryLater(weak_from_this());
 }
 
-void Listener::onRested() {
+void Listener::onRetry() {
     Mutex::Autolock lock(mLock);
     listenForLocked(EPOLLIN);
 }

@@ -6,44 +6,67 @@
 #include <sys/socket.h>
 #include <utils/Mutex.h>
 
+#include <cstddef>
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace android::transport {
 
+class Connection;
 class Process;
 
-// Whether we talk to that process: it runs as our user or as root. Else a log line.
+// Whether the process runs as our user or as root; a refusal is logged.
 bool mayTalkTo(const ucred& peer, const std::string& name);
 
-// The listening socket of one published object; makes a connection of whoever comes.
+// The connections that this process has accepted under all its names: at most kMaxConnections and
+// at most a quarter of its descriptors, so that clients leave descriptors for its other work.
+//
+// A full set closes its oldest connection without a handshake for a new one, so that silent sockets
+// keep nobody out.
+// Threads: the loop's only.
+class AcceptedConnections {
+  public:
+    static constexpr size_t kMaxConnections = 256;
+
+    // Whether one more may be accepted.
+    bool makeRoom();
+    void add(const std::shared_ptr<Connection>& connection) { mConnections.push_back(connection); }
+
+  private:
+    void forgetEnded();
+
+    std::vector<std::weak_ptr<Connection>> mConnections;  // oldest first, some ended
+};
+
+// The listening socket of one published object; accepts its connections.
 //
 // Threads: open() and close() from any thread.
-// Errors: when descriptors run out it stops listening, with one log line until everybody
-//   is in, and tries again when a connection ends or a second has passed; who came meanwhile
-//   waits in the kernel. When the process has as many connections as it may, see
-//   AcceptedConnections, who comes is hung up on, with one log line until somebody gets in.
+// Errors: without free descriptors it backs off until a connection ends or a second has passed,
+// while
+//   new clients wait in the kernel; logged once until all of them are accepted. When every place in
+//   AcceptedConnections is taken, a new client is disconnected; logged once until one is accepted.
 class Listener : public IoSource, public std::enable_shared_from_this<Listener> {
   public:
     Listener(Process& process, sim::Fd socket, std::string name, sp<BBinder> root);
 
     bool open() EXCLUDES(mLock);
-    // Lets go of the object on the calling thread.
+    // Releases the object on the calling thread.
     void close() EXCLUDES(mLock);
 
     void onReady(uint32_t events) override EXCLUDES(mLock);
-    void onRested() override EXCLUDES(mLock);
+    void onRetry() override EXCLUDES(mLock);
 
   private:
     sim::Fd acceptOne(int* error) EXCLUDES(mLock);
     void welcome(sim::Fd socket) EXCLUDES(mLock);
-    void rest(int error) EXCLUDES(mLock);
+    void backOff(int error) EXCLUDES(mLock);
     void listenForLocked(uint32_t interest) REQUIRES(mLock);
 
     Process& mProcess;
     const std::string mName;
     // The loop's thread only.
-    bool mStarved = false;
+    bool mBackedOff = false;
     bool mFull = false;
 
     Mutex mLock;

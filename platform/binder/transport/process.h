@@ -1,6 +1,5 @@
 #pragma once
 
-#include <binder/transport/accepted_connections.h>
 #include <binder/transport/call_pool.h>
 #include <binder/transport/io_loop.h>
 #include <binder/transport/service_directory.h>
@@ -8,10 +7,13 @@
 
 namespace android::transport {
 
-// What binder has once a process. Never destroyed.
+// The parts of binder that exist once per process. Never destroyed.
 class Process {
   public:
-    static Process& get();
+    static Process& get() {
+        static Process& process = *new Process();
+        return process;
+    }
 
     IoLoop& io() { return mIo; }
     CallPool& calls() { return mCalls; }

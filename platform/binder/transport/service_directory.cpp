@@ -35,8 +35,8 @@ bool addressOf(const std::string& path, sockaddr_un* address) {
 }  // namespace
 
 bool ServiceDirectory::validName(const std::string& name) {
-    constexpr size_t kMaxName = 64;
-    if (name.empty() || name.size() > kMaxName || name[0] == '.') return false;
+    constexpr size_t kMaxNameLength = 64;
+    if (name.empty() || name.size() > kMaxNameLength || name[0] == '.') return false;
     for (const char c : name) {
         const bool plain = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') ||
                            (c >= '0' && c <= '9') || c == '.' || c == '_' || c == '-';
@@ -59,7 +59,7 @@ bool ServiceDirectory::openFolderLocked() {
     return mFolder.valid();
 }
 
-// Reached through the descriptor: the folder's own path may be longer than a socket's address.
+// Goes through the descriptor: the folder's own path may be longer than a socket's address.
 std::string ServiceDirectory::pathLocked(const std::string& file) const {
     return "/proc/self/fd/" + std::to_string(mFolder.get()) + "/" + file;
 }
@@ -120,7 +120,7 @@ status_t ServiceDirectory::publish(const std::string& name, const sp<IBinder>& s
 }
 
 void ServiceDirectory::withdrawAll() {
-    std::map<std::string, Published> withdrawn;  // its objects are let go of without the lock
+    std::map<std::string, Published> withdrawn;  // its objects are released without the lock
     Mutex::Autolock lock(mLock);
     mWithdrawn = true;
     withdrawn.swap(mPublished);
@@ -166,7 +166,7 @@ std::shared_ptr<Connection> ServiceDirectory::connectLocked(const std::string& n
     if (!socket.valid() || !addressOf(pathLocked(name), &address) ||
         ::connect(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
         getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) {
-        // Nobody there, or a dead process's socket: nothing to say.
+        // No publisher, or a dead one's socket: not worth a log line.
         if (errno != ENOENT && errno != ECONNREFUSED) logFailure("connect", name);
         return nullptr;
     }

@@ -14,9 +14,9 @@
 
 namespace android::transport {
 
-// The published names: sockets in the phone's run/services. Who publishes a name holds a lock on
-// .NAME.lock, so that two cannot, and a socket whose lock is free was left by a dead process. The
-// socket appears under its name by a rename, listening already.
+// The published names: sockets in the phone's run/services. The publisher of a name holds a lock on
+// .NAME.lock, which keeps others from publishing it; a socket whose lock is free was left by a dead
+// process. A socket is renamed to its name once it listens.
 //
 // Threads: every operation from any thread; none waits for another process.
 class ServiceDirectory {
@@ -26,13 +26,13 @@ class ServiceDirectory {
     static bool validName(const std::string& name);
 
     status_t publish(const std::string& name, const sp<IBinder>& service) EXCLUDES(mLock);
-    // Takes back every name and publishes no more.
+    // Withdraws every name; publish() is refused afterwards.
     void withdrawAll() EXCLUDES(mLock);
 
     // This process's own object of that name, else null.
     sp<IBinder> own(const std::string& name) EXCLUDES(mLock);
     // The object of that name as a client sees it, also when this process publishes it: calls go
-    // over a socket. Null when nobody publishes it. One connection a name while both live.
+    // over a socket. Null for an unpublished name. A name has one connection while both sides live.
     sp<IBinder> connect(const std::string& name) EXCLUDES(mLock);
 
   private:
@@ -41,7 +41,7 @@ class ServiceDirectory {
         sp<IBinder> service;
         sim::Fd held;  // the lock
     };
-    // Which socket lies under a name: it is another one after the name was published anew.
+    // The identity of the socket under a name; publishing the name again changes it.
     struct Place {
         ino_t inode = 0;
         timespec changed{};

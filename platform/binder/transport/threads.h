@@ -9,13 +9,12 @@
 
 namespace android::transport {
 
-// A detached thread of that name with every signal blocked. False, and a log line, when the system
-// gives none.
+// Starts a detached thread with every signal blocked; false and a log line when the system has no
+// thread left.
 bool spawnThread(const std::string& name, std::function<void()> body);
 
-// One thread that does, in order, what must not be done on the thread that reads the sockets:
-// telling of deaths and letting go of objects, both of which run foreign code. Started when first
-// needed.
+// One thread that reports deaths and releases objects, in order. Both run foreign code, which must
+// not happen on the thread that reads the sockets. Started by the first post().
 class NoticeThread {
   public:
     void post(std::function<void()> notice) EXCLUDES(mLock);

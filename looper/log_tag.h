@@ -1,7 +1,0 @@
-#pragma once
-
-namespace android {
-
-constexpr char kLooperTag[] = "KELVO_Looper";
-
-}  // namespace android

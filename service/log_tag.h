@@ -1,7 +1,0 @@
-#pragma once
-
-namespace android {
-
-constexpr char kServiceTag[] = "PeltoService";
-
-}  // namespace android
