@@ -13,7 +13,7 @@ namespace {
 
 constexpr char kTag[] = "PeltoEvent";
 
-// The pieces between separators; never an empty one. `text` is cut up.
+// The non-empty pieces between separators; writes NULs into `text`.
 std::vector<char*> piecesOf(std::string& text, const char* separator) {
     std::vector<char*> pieces;
     char* rest = nullptr;

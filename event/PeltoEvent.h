@@ -7,9 +7,9 @@
 
 namespace android {
 
-// The parsed form of an event text: type, "$", information; where the information is written as
-// comma-separated pairs of a key, ":" and a value, the pairs are its extras. Runs of separators
-// count as one, nothing is trimmed, of a repeated key the last value is kept.
+// The parsed form of an event text: type, "$", information. Comma-separated pairs KEY:VALUE in the
+// information are its extras. Runs of separators count as one, nothing is trimmed, and the last
+// value of a repeated key wins.
 //
 // A plain record: set by the constructor, unchanged afterwards, read by one thread at a time.
 class PeltoEvent : public virtual RefBase {

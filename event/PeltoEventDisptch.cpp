@@ -59,7 +59,7 @@ void PeltoEventDisptch::setEvent(String8 event, String8 info) {
     }
     PeltoMessage message = {};
     message.what = PELTO_MSG_EVENT;
-    // All or nothing: a text that does not fit travels as an empty one.
+    // A text that does not fit is sent as an empty one, never cut.
     if (event.length() + 1 + info.length() < sizeof message.sValue) {
         memcpy(message.sValue, event.c_str(), event.length());
         message.sValue[event.length()] = '$';
@@ -100,7 +100,7 @@ void PeltoEventDisptch::dispatchEvent(std::string event) {
     }
 }
 
-// At most one call, however often the listener lists the type.
+// Calls a listener once, even if it lists the type several times.
 void PeltoEventDisptch::offerLocked(EventListener& listener, const std::string& type,
                                     const std::string& event) {
     if (listener.mEventTypes.isEmpty()) {

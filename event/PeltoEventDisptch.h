@@ -17,11 +17,11 @@
 
 namespace android {
 
-// Fans each event out to the process's listeners: whoever reports one only queues it, and the
-// handler thread "pelto_looper" hands it to every listener registered for its type.
+// Delivers each event to the listeners of this process: setEvent() only queues it, and the handler
+// thread "pelto_looper" calls every listener registered for its type.
 //
 // Ownership: the one instance, made by the first getInstance(), lives as long as the process: it is
-//   the handler of its own messages and holds itself. It keeps every listener for good.
+//   the handler of its own messages and holds itself. It keeps every listener for ever.
 // Threads: setEvent() from any thread, without a lock of its own; handleMessage() and
 //   dispatchEvent() on the handler thread, where mLock is held across every listener call.
 // Order: events are delivered one at a time in the order they were queued, each to its listeners in
@@ -54,7 +54,7 @@ class PeltoEventDisptch : public PeltoMessageHandler, public Singleton<PeltoEven
     sp<HandlerThread> mHandlerThread;
     sp<PeltoLooper> mLooper;  // null when the thread could not be started
     Mutex mLock;
-    // Racy by design: a stale value only costs or adds a verbose line.
+    // Racy by design: a stale value only drops or adds a verbose line.
     std::atomic<bool> mDebugLog{false};
     sp<PeltoMessageHandler> mHandler;  // this object
 };

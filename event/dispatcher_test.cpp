@@ -13,7 +13,7 @@ using namespace std::chrono_literals;
 using Texts = std::vector<std::string>;
 constexpr char kTag[] = "PeltoEventDisptch";
 
-// Puts every event it receives into the log, under "listener" and behind its own name.
+// Logs every event it receives, after its own name, under the tag "listener".
 class Listener : public EventListener {
   public:
     Listener(const char* name, const Texts& types, std::function<void()> then = {}) : mThen(then) {

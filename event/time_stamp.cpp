@@ -21,7 +21,7 @@ int32_t writeTimeStamp(const char* tag, const char* prefix, char* buffer, int32_
     if (buffer == nullptr || size < kTimeStampBytes) return fail(tag, "Invalid time buffer");
     const time_t now = phone::time(nullptr);
     if (now == 0) return fail(tag, "Unable to get time");
-    tzset();  // localtime_r() alone would keep the zone of its first call
+    tzset();  // localtime_r() alone keeps the zone of its first call
     struct tm local {};
     if (localtime_r(&now, &local) == nullptr) return fail(tag, "Unable to get local time");
     snprintf(buffer, kTimeStampBytes, "%s%04d-%02d-%02d_%02d-%02d-%02d", prefix,

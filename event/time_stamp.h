@@ -4,11 +4,11 @@
 
 namespace android {
 
-constexpr int32_t kTimeStampBytes = 64;  // what the buffer of a time stamp must have
+constexpr int32_t kTimeStampBytes = 64;  // the least size of a buffer for a time stamp
 
-// Writes the local wall-clock time as "%04d-%02d-%02d_%02d-%02d-%02d" behind `prefix`. Returns 0,
-// or -1 and an error line under `tag`, the buffer untouched, when it is null or too small or when
-// there is no time.
+// Writes `prefix` and the local wall-clock time as "%04d-%02d-%02d_%02d-%02d-%02d". Returns 0.
+// Returns -1 with an error line under `tag`, and leaves the buffer alone, when it is null or too
+// small or the time cannot be read.
 int32_t writeTimeStamp(const char* tag, const char* prefix, char* buffer, int32_t size);
 
 }  // namespace android

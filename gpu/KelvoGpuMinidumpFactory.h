@@ -6,7 +6,7 @@ namespace android {
 
 class KelvoGpuMinidump;
 
-// Makes the GPU fault monitor, in one allocation. Callers take null for a phone without one.
+// Makes the GPU fault monitor. Callers accept null, for a phone without one.
 class KelvoGpuMinidumpFactory {
   public:
     static std::shared_ptr<KelvoGpuMinidump> create();

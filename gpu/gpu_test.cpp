@@ -27,10 +27,10 @@ using Texts = std::vector<std::string>;
 
 constexpr char kTag[] = "KelvoGpuMinidump";
 const std::string kArchives = "/data/kelvo/mmdump/gpu/";
-// Longer than the 64 bytes that other readers of it have.
+// Longer than the 64-byte buffers of some of its readers.
 const std::string kVersion = "V12.1." + std::string(80, '0');
 
-// The lines of a fault that is reported: the service's, then the monitor's own.
+// The log lines of a reported fault: the service's, then the monitor's.
 std::string reported(const std::string& id) {
     const std::string info = "EventID,410,Reason," + id + "\n";
     return "I pelto_event_peltoserver_feedback$" + info + "D " + info;
@@ -59,7 +59,7 @@ class GpuTest : public PhoneTest {
         setenv("TZ", "UTC", 1);
         holdClock(1709647629s);
     }
-    // Never destroyed: with a started monitor that ends the process.
+    // Never destroyed: destroying a started monitor ends the process.
     KelvoGpuMinidump& make() {
         static auto& kept = *new std::vector<std::shared_ptr<KelvoGpuMinidump>>;
         return *kept.emplace_back(KelvoGpuMinidumpFactory::create());
@@ -88,7 +88,7 @@ class GpuTest : public PhoneTest {
     bool logs(const std::string& text, int times = 1) {
         return waitLogged("D KelvoGpuMinidump: " + text, times);
     }
-    // A read-only property is otherwise set once in a phone's life.
+    // A read-only property can otherwise be set only once.
     void setReadOnly(const std::string& key, const std::string& value) {
         unlink((phone().runDir() + "/properties/" + key).c_str());
         ASSERT_TRUE(setProperty(key, value));
@@ -96,7 +96,7 @@ class GpuTest : public PhoneTest {
     int polls() { return phone().attributes().polls(); }
     int dumpOpens() { return phone().attributes().opens(Gpu::kDump); }
     std::string host(const std::string& name) { return phone().fsDir() + kArchives + name; }
-    // The file in an archive whose name ends so.
+    // The content of the archived file whose name has this suffix.
     std::string packed(const std::string& archive, const std::string& ending) {
         const std::string tar =
             "tar --wildcards -xOzf '" + host(archive) + "' '*" + ending + "' > ";
@@ -127,7 +127,7 @@ TEST_F(GpuTest, RunsUnlessTheMemoryIsSmallAndOptimised) {
     }
 }
 
-// In processes of their own, as nobody may join the monitor's thread when it has ended.
+// In child processes, since a monitor whose thread has ended cannot be destroyed.
 TEST_F(GpuTest, EndsWithItsOwnerOrItsTimestampAndIsAnErrorWithoutAThread) {
     EXPECT_DEATH(KelvoGpuMinidumpFactory::create()->init(service), "terminate called");
     const auto expectEnd = [&](const char* line) {
@@ -233,7 +233,7 @@ TEST_F(GpuTest, ItsReaderIsAwaitedWhileTheClockIsMovedOn) {
 TEST_F(GpuTest, IdsAreUsedAsRead) {
     start();
     const std::string digits(64, '7');
-    using Case = std::array<std::string, 3>;  // timestamp, hash id, and the id made of them
+    using Case = std::array<std::string, 3>;  // timestamp, hash id, resulting id
     std::vector<Case> cases{
         {"77\n", "", "77"}, {digits, "", digits.substr(1)}, {"\n"}, {"7\n", digits + "8", digits}};
     for (const char* id : {"a/../../../../../../x", "h\n", "a b", "a/*", "a;b|c&$(d)`e`>f"})
@@ -254,7 +254,7 @@ TEST_F(GpuTest, TenFaultsInARowTwoOfThemDuringACollection) {
     fault("8");
     ASSERT_TRUE(waitForSleepers(1));
     fault("9");
-    fault("10");  // before anybody has looked at the ninth
+    fault("10");  // before the ninth is read
     pause();
     ASSERT_TRUE(logs("EventID,410,Reason,10"));
     pause();
@@ -327,7 +327,8 @@ TEST_F(GpuTest, PrunesWhatIsNamedAnArchiveAmongTheFirstTwentyEntries) {
     for (const char* name : {"x.tar.gz.bak", "tar.gz", "a tar.gz b", "keep.tar", "keep.gz"})
         file(kArchives + name, "");
     mkdir(host("keep1.tar.gz").c_str(), 0700);
-    mknod(host("keep2.tar.gz").c_str(), S_IFSOCK | 0600, 0);  // has a directory's bit too
+    mknod(host("keep2.tar.gz").c_str(), S_IFSOCK | 0600,
+          0);  // its type shares a bit with directories
     mknod(host("fifo.tar.gz").c_str(), S_IFIFO | 0600, 0);
     int count = 0;
     for (const int archives : {0, 12, 25, 1000}) {

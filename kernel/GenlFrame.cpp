@@ -4,8 +4,8 @@
 
 namespace android {
 
-// The attribute claims one byte more than header and data, and the last byte of the data is not
-// copied but comes from the zeroed frame: the kernel module is built against this.
+// The attribute claims one byte more than its header and data, and the last data byte is not copied
+// but stays zero: the kernel module expects this.
 void GenlFrame::fill(uint16_t type, uint32_t portId, uint8_t cmd, uint16_t attributeType,
                      const void* payload, int32_t length) {
     *this = {};

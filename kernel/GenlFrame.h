@@ -9,8 +9,8 @@
 namespace android {
 
 // One message of the audio module's generic-netlink protocol, both ways, in host byte order. A
-// frame is all zero before it is filled or received into, so whatever a message leaves out, or
-// claims beyond its bytes, reads as zeros.
+// frame is zeroed before it is filled or received into, so bytes that a message omits, or claims
+// beyond its end, read as zeros.
 struct GenlFrame {
     nlmsghdr header;
     genlmsghdr genl;
@@ -21,12 +21,12 @@ struct GenlFrame {
     void fill(uint16_t type, uint32_t portId, uint8_t cmd, uint16_t attributeType,
               const void* payload, int32_t length);
 
-    // Whether that many received bytes can hold what the header says.
+    // Whether `received` bytes contain the length that the header gives.
     bool isWhole(int32_t received) const;
     bool isMessage(int32_t received) const;
 
-    // The family id in the controller's reply: the value of the second attribute. 0 when that is
-    // of another type or lies outside the bytes received.
+    // The family id in the controller's reply: the value of the second attribute. 0 when that has
+    // another type or lies outside the received bytes.
     uint16_t familyId(int32_t received) const;
 
     // Bytes of data that the first attribute claims; negative when it is shorter than its header.

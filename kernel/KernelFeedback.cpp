@@ -14,7 +14,6 @@
 #include "event/phone_integer.h"
 #include "kernel/KelvoAudioKernelNativeCom.h"
 #include "service/PeltoService.h"
-#include "service/log_tag.h"
 
 namespace android {
 
@@ -60,7 +59,7 @@ int micStatus(int value) {
 }
 
 void reportMic(const char* event, const char* what, const char* payload, const String8& info) {
-    __android_log_print(ANDROID_LOG_DEBUG, kServiceTag,
+    __android_log_print(ANDROID_LOG_DEBUG, PeltoService::kServiceTag,
                         "The data from kernel is %s, %s value is %s", payload, what, info.c_str());
     PeltoEventUploadUtils::getInstance().setEvent(String8(event), info);
 }

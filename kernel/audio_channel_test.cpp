@@ -1,5 +1,5 @@
-// The channel to the audio kernel module: what it sends, how its set-up fails, which frames it
-// takes and how it bears many.
+// The channel to the audio kernel module: the messages it sends, failures of its set-up, the frames
+// it accepts and refuses, and its load.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <malloc.h>
@@ -26,19 +26,19 @@ std::string hexOf(const T& value) {
     return sim::hexOf({reinterpret_cast<const char*>(&value), sizeof(value)});
 }
 
-// In hex, with the port id of this process's channel in the place of "@".
+// In hex, with "@" for the port id of this process's channel.
 std::string packed(std::string frame) {
     frame.replace(frame.find('@'), 1, hexOf(static_cast<uint32_t>(getpid()) + 100000));
     return sim::hexOf(sim::bytesOfHex(frame));
 }
 
-// A channel to the simulated kernel, whose hook logs in hex what it gets.
+// A channel to the simulated kernel, whose hook logs its packets in hex.
 class AudioChannelTest : public PhoneTest {
   protected:
     Kernel& kernel() { return phone().netlink(); }
 
-    // Runs a channel; returns once it has sent `messages` to the kernel. It is never destroyed, as
-    // its thread may run on, or its socket's number be another's.
+    // Runs a channel; returns once it has sent `messages` to the kernel. Never destroys it: its
+    // thread may still run, or its socket's number may be in use elsewhere.
     void start(size_t messages = 2, Channel::Hook hook = &show) {
         static auto& kept = *new std::vector<sp<Channel>>;
         channel = kept.emplace_back(new Channel(&owner, "knl_nt_com", hook));
@@ -46,10 +46,10 @@ class AudioChannelTest : public PhoneTest {
         ASSERT_EQ(OK, channel->run("kelvo_audio_mic_check"));
         ASSERT_TRUE(kernel().waitReceived(before + messages));
     }
-    // As the fixture's, each message with a newline of its own.
+    // The fixture's said(); each message has a newline of its own.
     std::string said() { return PhoneTest::said(kTag); }
-    // What the running channel and its hook say to a datagram. They have done with it when a
-    // second, known one has been through.
+    // The log of the running channel and its hook for one datagram, complete once a second, known
+    // datagram has been logged.
     std::string answer(const std::string& datagram) {
         said();
         kernel().pushRaw(datagram);
@@ -64,7 +64,7 @@ class AudioChannelTest : public PhoneTest {
                ",!NLMSG_OK((&msg.n_hd), rcv_len) is " + std::to_string(badLength) +
                " , msg.n_hd.nlmsg_len is " + std::to_string(claimed) + "\n\n";
     }
-    // The packet is made of so many bytes of frame()'s data, and zeros.
+    // The packet holds `count` bytes of the data of frame(), then zeros.
     static std::string taken(int count) {
         kernel_to_native_packet packet{};
         memcpy(&packet, &frame(0)[24], static_cast<size_t>(count));
@@ -167,7 +167,7 @@ TEST_F(AudioChannelTest, AChannelWithoutASocketDoesNothing) {
     const std::pair<const char*, std::string> cases[] = {
         {nullptr, "E [ERROR]: module is null\n\n"},
         {&name[0], "E [ERROR]: module length exceeds limit\n\n"},
-        {&name[1], made + &name[1] + "\n\n"},  // and not yet run
+        {&name[1], made + &name[1] + "\n\n"},  // not run yet
         {"other", made + "other\n\nE [ERROR]: bind  socket err: Address already in use\n\n" +
                       "E [ERROR]: create or bind Netlink socket err \n\n"}};
     for (const auto& [module, lines] : cases) {
@@ -209,10 +209,11 @@ TEST_F(AudioChannelTest, EndsItsThreadWhenTheFamilyIsNotFound) {
         {head + name + id.substr(0, 14), refused(43, 16, 1)},
         {"0f" + after + name + id, refused(44, 16, 1)},
         {"2d" + after + name + id, refused(44, 16, 1)},
-        {head + id + name, ""},  // in another order, without an id, with an id of 0
+        {head + id + name, ""},  // other order, no id, id 0
         {head + name + "060003001c000000", ""},
         {head + name + "0600010000000000", ""},
-        {head + "0000" + name.substr(4) + id, ""},  // leading nowhere, or out
+        {head + "0000" + name.substr(4) + id,
+         ""},  // lengths that lead nowhere, or out of the frame
         {head + "0300" + name.substr(4) + id, ""},
         {head + "1300" + name.substr(4) + id, ""},
         {head + "ffff" + name.substr(4) + id, ""},
@@ -228,7 +229,7 @@ TEST_F(AudioChannelTest, EndsItsThreadWhenTheFamilyIsNotFound) {
             << reply;
         EXPECT_EQ(-1, channel->sendGenlMsg(16, 1, 1, "x", 2)) << "not -22, it keeps the number";
     }
-    start(1);  // an answer that comes late, and ends behind the id
+    start(1);  // an answer that comes late and ends after the id
     EXPECT_TRUE(channel->isRunning());
     kernel().pushRaw(sim::bytesOfHex("2a" + after + name + id.substr(0, 12)));
     EXPECT_TRUE(kernel().waitRegistered(kPatience));
@@ -237,7 +238,7 @@ TEST_F(AudioChannelTest, EndsItsThreadWhenTheFamilyIsNotFound) {
 TEST_F(AudioChannelTest, AfterAFailedRegistrationTheSocketsNumberIsClosedAgainAtTheEnd) {
     int fd = -1;
     std::string lines;
-    // Takes the socket away between the two messages, on the channel's own thread.
+    // Replaces the socket between the two messages, on the channel's own thread.
     phone().log().observe([&](const sim::Log::Record& record) {
         const std::string line(record.message);
         if (sscanf(line.c_str(), "threadLoop: mGenlFd=%d", &fd) == 1) dup2(STDERR_FILENO, fd);
@@ -250,7 +251,7 @@ TEST_F(AudioChannelTest, AfterAFailedRegistrationTheSocketsNumberIsClosedAgainAt
     EXPECT_THAT(lines, testing::EndsWith("E [ERROR]: sendto failed\n"
                                          "E [ERROR]: sendGenlMsg cmd 1 err ,ret is -1 \n"));
     EXPECT_EQ(-1, fcntl(fd, F_GETFD)) << "closed";
-    dup2(STDERR_FILENO, fd);  // the number is another's by now
+    dup2(STDERR_FILENO, fd);  // the number belongs to another file
     failing.clear();
     const auto deadline = std::chrono::steady_clock::now() + kPatience;
     while (fcntl(fd, F_GETFD) >= 0) ASSERT_LT(std::chrono::steady_clock::now(), deadline);
@@ -260,7 +261,7 @@ TEST_F(AudioChannelTest, TakesAFrameForWhatItsLengthsAndTypesSay) {
     start();
     for (unsigned size = 0; size <= 276; ++size) {
         const int got = static_cast<int>(size);
-        // What the attribute claims beyond the bytes is zero.
+        // Bytes that the attribute claims beyond the frame are zero.
         std::string expected = taken(std::max(got, 24) - 24);
         if (size < 23) expected = "E [ERROR]:p_na->nla_type err ,0\n\n";
         if (size < 16) expected = refused(got, size > 4 ? 28 : 0, true, size);
@@ -287,7 +288,7 @@ TEST_F(AudioChannelTest, TakesAFrameForWhatItsLengthsAndTypesSay) {
     EXPECT_EQ(taken(252), answer(frame(276) + "more"));
 }
 
-// Without a hook messages are only logged.
+// Without a hook, messages are only logged.
 TEST_F(AudioChannelTest, AHundredThousandPacketsArriveInOrderAndInTheSameMemory) {
     start(2, nullptr);
     size_t early = 0;

@@ -1,4 +1,4 @@
-// What becomes of a kernel report: events, and notices to the compositor.
+// Kernel reports become events and notices to the compositor.
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
 #include <compositor/compositor.h>
@@ -15,7 +15,7 @@ namespace {
 constexpr char kTag[] = "PeltoService";
 using Texts = std::vector<std::string>;
 
-// Takes the events that the service sends, into the test's log.
+// Logs the events that the service sends.
 class Client : public BnPeltoNativeClient {
   public:
     status_t onNativeEvent(const char* type, const char* info) override {

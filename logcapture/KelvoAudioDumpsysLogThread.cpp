@@ -16,7 +16,7 @@ namespace {
 
 constexpr char kTag[] = "KelvoAudioDumpsysLogThread";
 constexpr char kDumpPath[] = "/data/persist_log/TMP/audio_dumpsys/";
-constexpr int kMostDumpFiles = 10;
+constexpr int kMaxDumpFiles = 10;
 constexpr char kDumpTypeProperty[] = "kelvo.audio.dumpinfo.type";
 constexpr char kStartProperty[] = "ctl.start";
 constexpr char kDumpService[] = "audiodumpinfo";
@@ -27,13 +27,13 @@ struct DirectoryCloser {
 using Directory = std::unique_ptr<DIR, DirectoryCloser>;
 
 struct DumpFiles {
-    int count = 0;       // regular files, also those that could not be examined
-    std::string oldest;  // empty when none could
+    int count = 0;       // all regular files, even those that stat() fails on
+    std::string oldest;  // empty when stat() failed on all
     time_t oldestTime = 0;
 
     void add(const char* name) {
         ++count;
-        // The directory ends in "/" already; the second one does no harm.
+        // The directory already ends in "/"; the second one is harmless.
         const std::string path = (std::string(kDumpPath) + '/' + name).substr(0, kPathBytes - 1);
         struct stat status {};
         if (phone::stat(path.c_str(), &status) != 0) return;
@@ -70,7 +70,7 @@ bool KelvoAudioDumpsysLogThread::threadLoop() {
     }
     __android_log_print(ANDROID_LOG_DEBUG, kTag, "start audio dump info, mDumpType:%s",
                         mDumpType.c_str());
-    // The type first, so that the service started next reads it.
+    // Sets the type first: the service reads it at its start.
     property_set(kDumpTypeProperty, mDumpType.c_str());
     property_set(kStartProperty, kDumpService);
     return true;
@@ -87,7 +87,7 @@ void KelvoAudioDumpsysLogThread::checkDumpFiles() {
         if (entry->d_type == DT_REG) files.add(entry->d_name);
     }
     directory.reset();
-    if (files.count < kMostDumpFiles) return;
+    if (files.count < kMaxDumpFiles) return;
     runReported(kTag, String8::format("%s %s", "rm -rf", files.oldest.c_str()));
 }
 

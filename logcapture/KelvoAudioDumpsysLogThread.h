@@ -8,12 +8,11 @@
 
 namespace android {
 
-// Asks the phone's init to run the audio dump service with one dump type; dumps nothing itself.
-// Its constructor keeps the dump directory bounded: with ten regular files or more in it, the
-// oldest is removed.
+// Asks the phone's init to run the audio dump service for one dump type; dumps nothing itself. Its
+// constructor bounds the dump directory: of ten or more regular files it removes the oldest.
 //
 // Ownership: an owner that drops its reference right after start() gets the dump requested once,
-//   twice if the thread has been faster; while it keeps one, the request repeats until quit().
+//   or twice if the thread was faster; while it keeps one, the request repeats until quit().
 // Threads: the constructor prunes on its caller's thread; the request runs on the thread itself.
 // Errors: each is a log line. An empty dump type ends the thread without a request.
 class KelvoAudioDumpsysLogThread : public Thread {

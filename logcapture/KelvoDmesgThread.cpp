@@ -19,7 +19,7 @@ constexpr char kDumpLog[] = "event_audio_detect_dump_log";
 constexpr int32_t kUrgentAudio = -19;
 constexpr useconds_t kPauseMicros = 10000;
 
-// The directory is the phone's to provide.
+// The phone provides the directory.
 #define AD_DMESG "/data/ruvi/log/VRN/de/audioDetLog/ad_dmesg.txt"
 constexpr const char* kCommands[] = {
     "touch " AD_DMESG,
@@ -91,7 +91,7 @@ void KelvoDmesgThread::dumpKernelLog() {
     mCondition.notify_one();
 }
 
-// One call serves the thread's whole life.
+// Runs once, for the whole life of the thread.
 bool KelvoDmesgThread::threadLoop() {
     while (awaitRequest()) {
         mDumping.store(true, std::memory_order_relaxed);
@@ -108,7 +108,7 @@ bool KelvoDmesgThread::awaitRequest() {
     if (mDumping.load(std::memory_order_relaxed) || exit) return !exit;
     __android_log_print(ANDROID_LOG_DEBUG, kTag, "KelvoDmesgThread going to sleep");
     mSleeping = true;
-    // No loop, on purpose: whatever wakes it is a request.
+    // No loop, on purpose: every wake-up counts as a request.
     mCondition.wait(mLock);
     mSleeping = false;
     __android_log_print(ANDROID_LOG_DEBUG, kTag, "KelvoDmesgThread waking up");

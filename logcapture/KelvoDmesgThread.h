@@ -12,18 +12,19 @@
 
 namespace android {
 
-// Writes the kernel's ring buffer into one fixed file and empties it, whenever the audio detection
-// reports that it wants the log: each dump holds what the kernel said since the one before.
+// Writes the kernel's ring buffer into one fixed file and clears it, whenever the audio detection
+// asks for the log: each dump holds the kernel's lines since the one before.
 //
 // Ownership: the one instance comes from createLogThread(); the dispatcher and a static pointer
-//   keep it for the process's life.
+//   keep it until the process ends.
 // Threads: handleEvent() and dumpKernelLog() on "pelto_looper", the dumps on the thread
 //   "KelvoDmesgThread". No lock is held while a command runs.
-// Order: the thread starts while the instance is still being constructed, before the static pointer
-//   and flag are set, and ends at once when it looks at them too early. A request that finds the
-//   worker busy, not yet asleep or gone is dropped; requests are never queued. An exit requested
-//   while it sleeps takes effect after the next dump.
-// Errors: a command that fails has its line as every command has, and the next one runs.
+// Order: the thread starts during the construction of the instance, before the static pointer and
+// flag
+//   are set, and ends at once when it reads them too early. A request is dropped while the worker
+//   is busy, not yet asleep or gone; requests are never queued. An exit requested while it sleeps
+//   takes effect after the next dump.
+// Errors: a failed command has a log line like any other, and the next one runs.
 class KelvoDmesgThread : public Thread, public EventListener {
   public:
     // The instance; null in every call after the first.
@@ -42,11 +43,11 @@ class KelvoDmesgThread : public Thread, public EventListener {
   private:
     KelvoDmesgThread();
     void registerEventLister();
-    // Sleeps until a dump is requested; false when an exit was, before the sleep.
+    // Sleeps until a dump is requested; false when an exit was requested before the sleep.
     bool awaitRequest() EXCLUDES(mLock);
     void runCommands();
 
-    // The pointer is published by the flag that is set behind it.
+    // The flag is set after the pointer and publishes it.
     static std::atomic<bool> mInit;
     static sp<KelvoDmesgThread> mLogThread;
 

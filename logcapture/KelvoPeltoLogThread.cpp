@@ -15,7 +15,7 @@ namespace android {
 namespace {
 
 constexpr char kTag[] = "KelvoPeltoLogThread";
-constexpr size_t kLongestLogType = 7;
+constexpr size_t kMaxLogTypeLength = 7;
 constexpr int kLogTypeBits = 7;
 
 }  // namespace
@@ -61,7 +61,7 @@ bool KelvoPeltoLogThread::threadLoop() {
 }
 
 void KelvoPeltoLogThread::doLogCaputure() {
-    if (mEventInfo.isEmpty() || mLogType.isEmpty() || mLogType.length() > kLongestLogType) return;
+    if (mEventInfo.isEmpty() || mLogType.isEmpty() || mLogType.length() > kMaxLogTypeLength) return;
     if (!checkPath(mLogPath) || !checkPath(mTarPath)) return;
     const int types = phoneAtoi(mLogType.c_str());
     for (int bit = 0; bit < kLogTypeBits; ++bit) capture(static_cast<uint8_t>(types & (1 << bit)));
@@ -80,8 +80,8 @@ void KelvoPeltoLogThread::capture(uint8_t logType) {
         case kStackTrace:
         case kPcmDump:
         case kQxdmLog:
-            return;  // asked for, and nothing of it is captured here
-        // On purpose also for each bit that is not set.
+            return;  // accepted, but not captured here
+        // On purpose also reached for each bit that is not set.
         default:
             __android_log_print(ANDROID_LOG_ERROR, kTag, "Unknown log type!");
     }
@@ -118,7 +118,7 @@ String8 KelvoPeltoLogThread::archivePath() const {
 
 void KelvoPeltoLogThread::doCompressFile() {
     const String8 archive = archivePath();
-    // By length alone, whether or not the path ends with the event id and a "/".
+    // By length alone, even if the path does not end with the event id and a "/".
     const int n = static_cast<int>(mLogPath.length()) - static_cast<int>(mEventId.length()) - 1;
     if (n < 1) return;
     const String8 parent(mLogPath.c_str(), static_cast<size_t>(n - 1));

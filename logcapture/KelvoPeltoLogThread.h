@@ -8,15 +8,16 @@
 
 namespace android {
 
-// Captures a chosen set of logs into a directory, packs that directory into a dated archive and
-// removes it, as one log-capture information string says.
+// Captures the logs named by one log-capture information string into a directory, packs that
+// directory into a dated archive and removes it.
 //
 // Ownership: an owner that drops its reference right after start() gets one pass; while it keeps
-//   one, the pass repeats until quit() or requestExit(). The time in every name is that of the
+//   one, the pass repeats until quit() or requestExit(). Every name contains the time of the
 //   construction, so repeated passes write the same names.
-// Threads: made by one thread, unchanged afterwards; the steps run on the thread itself, or once
-//   on the caller's own when called directly, in the order of threadLoop().
-// Errors: each is a log line; whatever fails, the steps behind it run.
+// Threads: its fields are set by the constructor only. The steps run on the thread itself, or once
+// on
+//   the caller's own when called directly, in the order of threadLoop().
+// Errors: each is a log line; the steps after a failed one still run.
 class KelvoPeltoLogThread : public Thread {
   public:
     explicit KelvoPeltoLogThread(const String8& info);
@@ -28,7 +29,7 @@ class KelvoPeltoLogThread : public Thread {
 
     void doLogCaputure();
     void doCompressFile();
-    // The capture directory alone; the archive stays.
+    // Removes the capture directory; the archive stays.
     void deleteFiles();
 
     void getAndroidLog();
@@ -36,7 +37,7 @@ class KelvoPeltoLogThread : public Thread {
     void getAudioDumpLog();
     void getSystraceLog();
 
-    // True when the directory is there or could be made.
+    // True when the directory exists or could be made.
     bool checkPath(String8 logPath);
     // 0, or -1 and an error line; the buffer has at least 64 bytes.
     int32_t getCurrentTime(char* buf, int32_t size);

@@ -10,15 +10,15 @@
 
 namespace android {
 
-// The listener by which clients ask for diagnostic material: a capture event becomes an exception
-// report, an audio-dump event a thread that requests the dump.
+// The listener for requests of diagnostic material: it turns a capture event into an exception
+// report and an audio-dump event into a thread that requests the dump.
 //
 // Ownership: its constructor registers it with the dispatcher, which keeps it. It keeps nothing
-//   between events: each makes a worker and lets go of it.
-// Threads: handleEvent() on "pelto_looper", the two actions from any thread. mLock makes them one
-//   at a time; the exception report, with its commands and the call into the reporting library, is
-//   raised under it.
-// Errors: what a worker reports is one log line.
+//   between events: each makes a worker and drops it.
+// Threads: handleEvent() on "pelto_looper", the two actions from any thread. mLock
+//   serialises them and is held while the exception report is raised, with its commands and the
+//   call into the reporting library.
+// Errors: a worker's failure is one log line.
 class KelvoPeltoLogWriter : public EventListener {
   public:
     KelvoPeltoLogWriter();

@@ -21,10 +21,10 @@ namespace {
 constexpr char kTag[] = "KelvoWexRaiseException";
 constexpr char kTombstones[] = "/data/tombstones/";
 constexpr char kExceptionLog[] = "/data/persist_log/wex/exception_log/";
-constexpr size_t kShortestEventId = 5;
-constexpr size_t kLongestLogType = 9;
+constexpr size_t kMinEventIdLength = 5;
+constexpr size_t kMaxLogTypeLength = 9;
 
-// The verbose lines beside those that every making of a directory has.
+// Verbose lines in addition to those of makeDirectories().
 void logStep(PathStep step, const char* path) {
     switch (step) {
         case PathStep::kExists:
@@ -61,7 +61,7 @@ int numberOf(const char* eventId) {
 
 constexpr uint64_t kPcmLogs = uint64_t{0x20} << 32;
 
-// What each log type adds to the library's mask, and the line it has, from the lowest bit on.
+// The bits of each log type in the library's mask and its log line, from the lowest type on.
 constexpr struct {
     LogType type;
     uint64_t logs;
@@ -76,7 +76,7 @@ constexpr struct {
     {kPcmDump, kPcmLogs, ANDROID_LOG_DEBUG, "PCM_DUMP log, for pcm dump"},
     {kQxdmLog, 0, ANDROID_LOG_VERBOSE, "QXDM_LOG, nothing need to do now"},
     {kAdspMinidump, 0x80, ANDROID_LOG_DEBUG, "ADSP_MINIDUMP_LOG log"},
-    // The same bit as the PCM dump, and said so.
+    // The same bit as the PCM dump, as its line says.
     {kAdspTextLog, kPcmLogs, ANDROID_LOG_DEBUG, "PCM_DUMP log, for adsp txt log"},
 };
 
@@ -120,17 +120,17 @@ void KelvoWexRaiseException::runLogged(const String8& command) {
 }
 
 uint32_t KelvoWexRaiseException::getWexExceptionId(String8 eventId) {
-    if (eventId.length() < kShortestEventId) {
+    if (eventId.length() < kMinEventIdLength) {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "%s: eventid is wrong", "getWexExceptionId");
         return 0;
     }
-    // The category comes from one character and the low bits from the whole number, on purpose.
+    // On purpose: the category comes from one character, the low bits from the whole number.
     const uint32_t category = categoryOf(eventId.c_str()[1]);
     return category | (static_cast<uint32_t>(numberOf(eventId.c_str())) & 0xFFF);
 }
 
 uint64_t KelvoWexRaiseException::getWexAtomicLogs(String8 logType) {
-    if (logType.isEmpty() || logType.length() > kLongestLogType) return 0;
+    if (logType.isEmpty() || logType.length() > kMaxLogTypeLength) return 0;
     const int types = phoneAtoi(logType.c_str());
     uint64_t logs = 0;
     for (const auto& row : kTranslation) {
@@ -146,7 +146,7 @@ int32_t KelvoWexRaiseException::WexRaiseException() {
     wex_exception_info report = {};
     struct timeval now {};
     phone::gettimeofday(&now, nullptr);
-    // The phone's seconds have 32 bits.
+    // The phone counts seconds in 32 bits.
     report.exceptionTime = static_cast<int32_t>(now.tv_sec);
     report.exceptionId = getWexExceptionId(mEventId);
     report.atomicLogs = getWexAtomicLogs(mLogType);

@@ -9,25 +9,26 @@ namespace android {
 
 // Turns one log-capture information string into one exception report for the reporting library.
 //
-// Threads: all of it on the caller's thread, commands and report included; no lock of its own.
-// Order: the constructor reads the information and, when stack traces are asked for, copies the
-//   tombstones to where the library looks; the report is raised by one WexRaiseException().
-// Errors: information that cannot be read is one line, and the report is raised without it.
+// Threads: runs everything, commands and report included, on the caller's thread; no lock of its
+// own. Order: the constructor reads the information and, when stack traces are asked for, copies
+// the
+//   tombstones to where the library looks; WexRaiseException() raises the report.
+// Errors: information that cannot be read is one log line, and the report is raised without it.
 class KelvoWexRaiseException : public virtual RefBase {
   public:
     explicit KelvoWexRaiseException(const String8& info);
     ~KelvoWexRaiseException() override;
 
-    // 0, or -1 and a line when the library does not take the report.
+    // 0, or -1 and a log line when the library refuses the report.
     int32_t WexRaiseException();
 
-    // 0 for an id that is too short; one that is no number keeps its category alone.
+    // 0 for an id that is too short; an id that is no number gives its category alone.
     uint32_t getWexExceptionId(String8 eventId);
     // The library's mask of logs to attach.
     uint64_t getWexAtomicLogs(String8 logType);
 
     void getTombstoneFiles();
-    // True when the directory is there or could be made.
+    // True when the directory exists or could be made.
     bool checkPath(String8 logPath);
     bool isParamInvalid(String8 cmd);
 

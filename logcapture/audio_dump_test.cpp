@@ -17,7 +17,7 @@ class AudioDumpTest : public CaptureTest {
   protected:
     AudioDumpTest() : CaptureTest("KelvoAudioDumpsysLogThread") {}
 
-    // A dump file, so long after the start of the phone's time.
+    // A dump file, modified this long after the start of the phone's clock.
     void dumpFile(const std::string& name, int seconds, int millis = 0) {
         file(kDirectory + name, "");
         const timespec times[] = {{}, {seconds, millis * 1000000}};
@@ -28,7 +28,7 @@ class AudioDumpTest : public CaptureTest {
     }
     std::string host(const std::string& name) { return phone().fsDir() + kDirectory + name; }
     size_t files() { return names(kDirectory).size(); }
-    // What the constructor alone asks for.
+    // The commands of the constructor alone.
     std::string prune() {
         make<KelvoAudioDumpsysLogThread>("t");
         return ran();
@@ -73,7 +73,7 @@ TEST_F(AudioDumpTest, OfEqualSecondsTheFirstListedGoesOneADump) {
 }
 
 TEST_F(AudioDumpTest, TenFilesThatCannotBeExaminedNameNone) {
-    // With the directory they are longer than the buffer; cut, they name nothing.
+    // With the directory these names exceed the buffer; cut, they name no file.
     dumpFiles(10, std::string(240, 'n'));
     EXPECT_EQ("rm -rf \n", prune());
     EXPECT_EQ(10u, files());
@@ -89,7 +89,7 @@ TEST_F(AudioDumpTest, TheTypeIsSetBeforeTheServiceStarts) {
     phone().services().awaitStopped();
     EXPECT_THAT(contents(kDirectory + names(kDirectory)[0]),
                 testing::StartsWith("dump type: a,b c\n"));
-    // The service starts also when the property refuses the type.
+    // The service starts even when the property refuses the type.
     EXPECT_TRUE(make<KelvoAudioDumpsysLogThread>(std::string(92, 'x'))->threadLoop());
     phone().services().awaitStopped();
     EXPECT_EQ("a,b c", property("kelvo.audio.dumpinfo.type"));

@@ -4,16 +4,17 @@
 
 namespace android {
 
-// How the capture classes run command lines that hold outside text. Each logs under its own tag.
+// Commands of the capture classes, which contain text from outside. Each class logs under its own
+// tag.
 
-// Whether the command line holds one of "|", "&", ";", "`" and "$"; then there is one error line.
+// Whether the command line contains one of "|", "&", ";", "`" and "$"; logs an error line if so.
 bool holdsShellCharacter(const char* tag, const String8& command);
 
-// Runs the command unless it holds a shell character. Returns what system() did, 0 when it did not
-// run: the refusal has its line already.
+// Runs the command unless it contains a shell character. Returns the result of system(), or 0 when
+// the command was refused, which is logged.
 int runGuarded(const char* tag, const String8& command);
 
-// The same, with a debug line when the command fails.
+// As runGuarded(), with a debug line when the command fails.
 void runReported(const char* tag, const String8& command);
 
 }  // namespace android

@@ -26,7 +26,7 @@ class KernelLogThreadTest : public CaptureTest {
         thread_control::hold(kTag);
     }
     bool waitAsleep() { return waitLogged("D KelvoDmesgThread: KelvoDmesgThread going to sleep"); }
-    // The worker asleep, everything published; the log forgotten.
+    // Waits until the worker sleeps and everything is published; skips the log so far.
     sp<KelvoDmesgThread> started() {
         const sp<KelvoDmesgThread> thread = KelvoDmesgThread::createLogThread();
         thread_control::release(kTag);
@@ -79,7 +79,7 @@ TEST_F(KernelLogThreadTest, RequestsDuringADumpAndItsPauseAreDropped) {
     for (int i = 0; i < 9; ++i) thread->dumpKernelLog();
     phone().shell().release("dmesg");
     pause(10ms - 1ns);
-    // So many that they would meet one who has not slept long enough.
+    // Enough requests to catch a worker that has not slept long enough.
     for (int i = 0; i < 1000; ++i) thread->dumpKernelLog();
     pause(1ns);
     ASSERT_TRUE(waitAsleep());
@@ -122,7 +122,8 @@ D handleEvent event event_audio_detect_dump_log $mic
 
 TEST_F(KernelLogThreadTest, EndsAtOnceWhenItComesBeforeThePublication) {
     thread_control::release(kTag);
-    // A listener at work holds the dispatcher, and so the registration inside the constructor.
+    // A busy listener holds the dispatcher's lock and so blocks the registration in the
+    // constructor.
     const sp<KelvoPeltoLogWriter> writer = new KelvoPeltoLogWriter();
     phone().shell().hang("cp");
     report("pelto_event_multimedia_capture_logs", "A0345,4,/p/,/t/,n");

@@ -7,13 +7,13 @@
 
 namespace android {
 
-// What a client asks to be captured, as one text: event id, log types, capture directory, archive
-// directory, archive name, separated by ",". Empty fields vanish and shift those behind them;
-// fields after the fifth are ignored.
+// A capture request as one text: event id, log types, capture directory, archive directory, archive
+// name, separated by ",". Empty fields vanish, so later fields move up; fields after the fifth are
+// ignored.
 enum LogField { kEventId, kLogTypes, kLogPath, kTarPath, kTarName, kLogFields };
 using LogInformation = std::array<String8, kLogFields>;
 
-// False, and nothing filled in, when there are fewer than five fields.
+// False, with `fields` unchanged, when there are fewer than five.
 bool splitLogInformation(const String8& text, LogInformation& fields);
 
 // The bits of the decimal number in the field of log types.

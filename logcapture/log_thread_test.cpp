@@ -24,12 +24,12 @@ class LogThreadTest : public CaptureTest {
         setenv("TZ", "XYZ-5:30", 1);
         holdClock(1709647629s);
     }
-    // The three steps on this thread; the command lines they asked for.
+    // Runs the three steps on this thread; returns their command lines.
     std::string capture(const std::string& info) {
         make<KelvoPeltoLogThread>(info)->threadLoop();
         return ran();
     }
-    // With the time stamp in the place of each "%".
+    // Replaces each "%" by the time stamp.
     static std::string timed(std::string text) {
         while (text.find('%') != text.npos) text.replace(text.find('%'), 1, "2024-03-05_19-37-09");
         return text;
@@ -44,7 +44,7 @@ TEST_F(LogThreadTest, OnePassLeavesADatedArchiveAndNothingElse) {
     thread_control::hold("capture");
     ASSERT_EQ(OK, make<KelvoPeltoLogThread>("E1,127,/data/x/E1/,/data/arch/,name,ignored")
                       ->start("capture", 0, 0));
-    // Its owner has let go before it begins, so it runs once.
+    // Its owner drops it before it begins, so it runs once.
     thread_control::release("capture");
     ASSERT_TRUE(waitDestroyed(kTag));
     EXPECT_EQ(timed(R"(chmod 0777 /data/x
@@ -114,7 +114,7 @@ rm -rf /p/
 }
 
 TEST_F(LogThreadTest, ACommandWithAShellCharacterIsSkipped) {
-    const int kRefused[] = {1, 0, 3, 2, 2};  // by the field that holds the character
+    const int kRefused[] = {1, 0, 3, 2, 2};  // per field that holds the character
     for (const std::string& odd : {"|"s, "&"s, ";"s, "`"s, "$"s}) {
         for (size_t field = 0; field < 5; ++field) {
             SCOPED_TRACE(odd + std::to_string(field));
@@ -124,7 +124,8 @@ TEST_F(LogThreadTest, ACommandWithAShellCharacterIsSkipped) {
                                             "/E1/," + fields[3] + "/," + fields[4]);
             const std::string lines = said(), open = "chmod 0777 " + fields[field];
             EXPECT_EQ(kRefused[field], count(lines, "E isParamInvalid, invalid param!\n"));
-            // Making directories knows no guard: they are there, and the phone's shell refuses.
+            // Making directories has no guard: they exist, and the phone's shell refuses the
+            // command.
             EXPECT_EQ(count(run, odd), count(run, open)) << run;
             EXPECT_EQ(field == 2 || field == 3, exists(fields[field]));
             EXPECT_EQ(exists(fields[field]), count(lines, "D cmds: " + open + ", 32256\n") == 1);
@@ -141,7 +142,7 @@ TEST_F(LogThreadTest, DirectoriesThatCannotBeMadeSkipTheCapture) {
             HasSubstr("D checkPath : log path(/data/file/E1/) not exist errno=20, create it!\n"
                       "E checkPath : create path /data/file/E1 fail errno=20\n"));
     }
-    // Only what a "/" ends is made, and a path is cut.
+    // Only components that end in "/" are made; a long path is cut.
     const std::string longPath = "/data/q/" + std::string(4096, 'l') + "/";
     for (const std::string& path : {"/data/q/last"s, "/data/q/nul\0/"s, ""s, "r/"s, longPath})
         EXPECT_TRUE(make<KelvoPeltoLogThread>("")->checkPath(String8(path)));

@@ -45,14 +45,14 @@ TEST_F(LogWriterTest, TenDumpEventsAtOnceAreTenRequestsAndOneDump) {
     thread_control::hold("pelto_dump");
     for (int i = 0; i < 10; ++i) report(kDump, "codec,7");
     ASSERT_TRUE(waitLogged("D KelvoPeltoLogWriter: dumpsysAudioInfo", 10));
-    // The writer lets go of each under its lock: once that can be taken again, it has.
+    // The writer drops each worker under its lock: once the lock is free, the worker is gone.
     writer->caputureLogs(String8(""));
     thread_control::release("pelto_dump");
     ASSERT_TRUE(waitDestroyed("KelvoAudioDumpsysLogThread", 10));
     EXPECT_TRUE(
         logged("I init: service 'audiodumpinfo' requested start, but it is already running", 9));
     EXPECT_EQ("codec,7", property("kelvo.audio.dumpinfo.type"));
-    phone().services().awaitStopped();  // lets go of what hangs
+    phone().services().awaitStopped();  // releases the commands that hang
     EXPECT_EQ(1u, names("/data/persist_log/TMP/audio_dumpsys").size());
     EXPECT_EQ("", ran());
 }
@@ -70,7 +70,7 @@ TEST_F(LogWriterTest, AnActionWaitsForTheOtherAlsoWhenBothFail) {
         id.set_value(gettid());
         writer->dumpsysAudioInfo(String8("t"));
     });
-    // Until it sleeps, at the lock, or is gone.
+    // Waits until the thread sleeps at the lock or has ended.
     const std::string stat = "/proc/self/task/" + std::to_string(id.get_future().get()) + "/stat";
     std::string number, name, state;
     while (std::ifstream(stat) >> number >> name >> state && state != "S")

@@ -5,7 +5,8 @@
 
 namespace android {
 
-// Only a looper without messages in delivery dies; what still waits has been given back by then.
+// No message is in delivery any more and the queue has given back the waiting ones, so every block
+// is in the list.
 EnvelopePool::~EnvelopePool() {
     while (mOpen != nullptr) {
         Block* const block = mOpen;
@@ -56,7 +57,7 @@ void EnvelopePool::give(MessageEnvelope* envelope) {
 }
 
 void EnvelopePool::shrink() {
-    Block* kept = nullptr;  // the lowest: one that lay high would keep the heap below it
+    Block* kept = nullptr;  // the lowest address: a high one would keep the heap from shrinking
     for (Block* block = mOpen; mEmpty > 1;) {
         Block* empty = block;
         block = block->next;

@@ -18,10 +18,10 @@ struct MessageEnvelope {
     PeltoMessage message;
 };
 
-// The places in which envelopes lie: blocks that do not move, a freed place used again first, so
-// that a short queue stays in the cache.
+// The storage of envelopes: blocks that never move. A freed slot is reused first, so that a short
+// queue stays in the cache.
 //
-// Threads: none of its own; the looper's lock covers it.
+// Threads: not synchronised; the looper's lock guards it.
 class EnvelopePool {
   public:
     EnvelopePool() = default;
@@ -33,8 +33,8 @@ class EnvelopePool {
     MessageEnvelope* take();
     // The handler reference must have been dropped.
     void give(MessageEnvelope* envelope);
-    // Frees the blocks that are empty, but for one. For when a burst is over: what comes and goes
-    // during one does not get its memory from the system anew.
+    // Frees the empty blocks except one. Called after a burst, so that messages within one reuse
+    // their blocks.
     void shrink();
 
   private:
@@ -47,7 +47,7 @@ class EnvelopePool {
     struct Block {
         Slot slots[kBlockSlots];
         uint32_t freeSlots;  // one bit a slot
-        Block* previous;     // in the list of the open ones, while it has a free slot
+        Block* previous;     // in the list mOpen, while it has a free slot
         Block* next;
     };
     static constexpr uint32_t kAllFree = UINT32_MAX;
@@ -57,10 +57,10 @@ class EnvelopePool {
     void open(Block* block);
     void close(Block* block);
 
-    // Blocks with a free slot, the one to use next first. A list in the blocks: what grows with a
-    // burst would lie behind it in the heap and keep it there.
+    // Blocks with a free slot, the one to use next first. Intrusive free list: a separate array
+    // would grow above the blocks and keep the heap from shrinking.
     Block* mOpen = nullptr;
-    size_t mEmpty = 0;  // how many of them are empty
+    size_t mEmpty = 0;  // how many blocks in mOpen are empty
 };
 
 }  // namespace android

@@ -10,24 +10,23 @@
 
 namespace android {
 
-// A thread that makes a looper for itself and runs it until it is told to quit. There is no restart
-// after quit().
+// A thread that runs a looper of its own until quit(). It cannot be started again after that.
 //
 // Threads: start(), getLooper() and quit() from any thread. mLock is never held while the looper
 //   polls or a handler runs, nor while quit() wakes and joins.
-// Order: the poll in progress when quit() is called ends normally, and what is due in it is
-//   delivered; what is due later is not.
+// Order: the poll in progress when quit() is called ends normally and delivers the messages due in
+//   it; later ones are not delivered.
 class HandlerThread : public Thread {
   public:
     HandlerThread();
     ~HandlerThread() override;
 
-    // Starts the thread; a status other than 0 is the platform's, and there will be no looper.
+    // Starts the thread. A status other than 0 is the platform's; then there is no looper.
     status_t start(const char* name, int32_t priority, size_t stack);
-    // Waits until the thread has made its looper; may be null after an early wake-up. Only after a
+    // Waits until the thread has made its looper; null after an early wake-up. Only after a
     // successful start().
     sp<PeltoLooper> getLooper();
-    // Ends the loop and waits for the thread; nothing when it is not running.
+    // Ends the loop and waits for the thread; does nothing when it is not running.
     void quit();
 
   private:

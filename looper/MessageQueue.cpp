@@ -7,12 +7,12 @@ namespace android {
 
 namespace {
 
-constexpr size_t kLeastCapacity = 64;
-// What of a key array beyond this is hardly used any more is given back.
-constexpr size_t kKeptCapacity = 1024;
+constexpr size_t kMinCapacity = 64;
+// Larger key arrays shrink when mostly empty.
+constexpr size_t kMaxKeptCapacity = 1024;
 
-// The library's copy, the size hidden from the compiler: on x86-64 some put a string instruction in
-// place for a record of this size, which takes more than twice as long.
+// Hides the size from the compiler, so that it calls memcpy(): on x86-64 some compilers inline a
+// string instruction for a record of this size, which takes more than twice as long.
 void copyMessage(PeltoMessage* to, const PeltoMessage& from) {
     size_t size = sizeof from;
     asm("" : "+r"(size));
@@ -48,7 +48,8 @@ bool MessageQueue::joinsLease(int64_t uptime, int64_t now) const {
            !mLease->isFull();
 }
 
-// The first key that is due strictly later. Most messages are due now, so the end is tried first.
+// The place of the first key that is due strictly later. Most messages are due now, so the end is
+// tried first.
 size_t MessageQueue::placeFor(int64_t uptime) const {
     if (isEmpty() || uptime >= mKeys[mTail - 1].uptime) return mTail;
     const Key* const begin = mKeys.get() + mHead;
@@ -75,13 +76,13 @@ void MessageQueue::insertKey(size_t place, const Key& key) {
     }
 }
 
-// Gives both ends a free place, by sliding when half of the array is free, else by growing.
+// Makes free places at both ends: moves the keys when half of the array is free, else grows it.
 void MessageQueue::makeRoom() {
     const bool full = size() * 2 >= mCapacity;
-    resize(full ? std::max(mCapacity * 2, kLeastCapacity) : mCapacity);
+    resize(full ? std::max(mCapacity * 2, kMinCapacity) : mCapacity);
 }
 
-// Three of four free places are behind the keys: most messages are the last.
+// Puts three of four free places behind the keys: most messages go to the end.
 void MessageQueue::resize(size_t capacity) {
     const size_t count = size();
     const size_t head = (capacity - count) / 4 + 1;
@@ -97,16 +98,16 @@ void MessageQueue::resize(size_t capacity) {
     mTail = head + count;
 }
 
-// The messages first: the smaller array then finds room in front of the heap's end, which can be
-// given back.
+// Frees the messages first: the smaller array then fits below the end of the heap, which can
+// shrink.
 void MessageQueue::shrink() {
     mPool.shrink();
     size_t capacity = mCapacity;
-    while (capacity > kKeptCapacity && size() * 8 <= capacity) capacity /= 4;
+    while (capacity > kMaxKeptCapacity && size() * 8 <= capacity) capacity /= 4;
     if (capacity != mCapacity) resize(capacity);
 }
 
-// An empty array starts over.
+// Restores the free places at both ends of an empty array.
 void MessageQueue::rewindWhenEmpty() {
     if (isEmpty()) mHead = mTail = mCapacity / 4;
 }
@@ -134,7 +135,7 @@ void MessageQueue::revokeLease() {
 }
 
 void MessageQueue::settle(Lease* lease) {
-    // One may have joined after the last claim.
+    // A message may have joined after the last claim.
     if (mLease == lease) revokeLease();
     for (uint32_t i = 0; i < lease->claimed(); ++i) mPool.give(lease->mEnvelopes[i]);
 }
@@ -157,7 +158,7 @@ void MessageQueue::removeIf(Wanted wanted) {
     shrink();
 }
 
-// The caller holds the handler, so no reference dropped here is the last one.
+// The caller holds the handler, so no reference released here is the last one.
 void MessageQueue::remove(const sp<PeltoMessageHandler>& handler) {
     removeIf([&](const MessageEnvelope& envelope) { return envelope.handler == handler; });
 }

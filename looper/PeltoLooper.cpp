@@ -1,6 +1,8 @@
+// Construction, binding to a thread, waking and posting.
 #include "looper/PeltoLooper.h"
 
 #include <android/log.h>
+#include <pthread.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -8,14 +10,25 @@
 #include <cstring>
 
 #include "looper/ShortLock.h"
-#include "looper/log_tag.h"
 
 namespace android {
+
+namespace {
+
+pthread_once_t gTLSOnce = PTHREAD_ONCE_INIT;
+pthread_key_t gTLSKey = 0;
+
+// The id under which a thread holds its looper.
+const void* bindingId() {
+    return &gTLSKey;
+}
+
+}  // namespace
 
 PeltoLooper::PeltoLooper(bool allowNonCallbacks)
     : mAllowNonCallbacks(allowNonCallbacks), mWakeEventFd(eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC)) {
     if (mWakeEventFd < 0) {
-        __android_log_assert("mWakeEventFd < 0", kLooperTag, "Could not make wake event fd: %s",
+        __android_log_assert("mWakeEventFd < 0", kTag, "Could not make wake event fd: %s",
                              strerror(errno));
     }
     Mutex::Autolock lock(mLock);
@@ -28,6 +41,51 @@ PeltoLooper::~PeltoLooper() {
     if (mEpollFd >= 0) close(mEpollFd);
 }
 
+void PeltoLooper::initTLSKey() {
+    if (pthread_key_create(&gTLSKey, threadDestructor) != 0) {
+        __android_log_assert("result != 0", kTag, "Could not allocate TLS key.");
+    }
+}
+
+void PeltoLooper::requireTLSKey() {
+    if (pthread_once(&gTLSOnce, initTLSKey) != 0) {
+        __android_log_assert("result != 0", kTag, "pthread_once failed");
+    }
+}
+
+void PeltoLooper::threadDestructor(void* looper) {
+    if (looper != nullptr) static_cast<PeltoLooper*>(looper)->decStrong(bindingId());
+}
+
+void PeltoLooper::setForThread(const sp<PeltoLooper>& looper) {
+    requireTLSKey();
+    auto* old = static_cast<PeltoLooper*>(pthread_getspecific(gTLSKey));
+    if (looper != nullptr) looper->incStrong(bindingId());
+    pthread_setspecific(gTLSKey, looper.get());
+    if (old != nullptr) old->decStrong(bindingId());
+}
+
+sp<PeltoLooper> PeltoLooper::getForThread() {
+    requireTLSKey();
+    return static_cast<PeltoLooper*>(pthread_getspecific(gTLSKey));
+}
+
+sp<PeltoLooper> PeltoLooper::prepare(int32_t opts) {
+    const bool allowNonCallbacks = (opts & LOOPER_PREPARE_ALLOW_NON_CALLBACKS) != 0;
+    sp<PeltoLooper> looper = getForThread();
+    if (looper == nullptr) {
+        looper = new PeltoLooper(allowNonCallbacks);
+        setForThread(looper);
+    }
+    if (looper->getAllowNonCallbacks() != allowNonCallbacks) {
+        __android_log_print(
+            ANDROID_LOG_WARN, kTag,
+            "PeltoLooper already prepared for this thread with a different value for "
+            "the LOOPER_PREPARE_ALLOW_NON_CALLBACKS option.");
+    }
+    return looper;
+}
+
 void PeltoLooper::wake() {
     const uint64_t one = 1;
     ssize_t written;
@@ -36,7 +94,7 @@ void PeltoLooper::wake() {
     } while (written == -1 && errno == EINTR);
     // A saturated counter is a wake that has not been seen yet.
     if (written != sizeof one && errno != EAGAIN) {
-        __android_log_assert(nullptr, kLooperTag, "Could not write wake signal to fd %d: %s",
+        __android_log_assert(nullptr, kTag, "Could not write wake signal to fd %d: %s",
                              mWakeEventFd, strerror(errno));
     }
 }

@@ -99,9 +99,11 @@ class PeltoLooper : public RefBase {
     ~PeltoLooper() override;
 
   private:
+    static constexpr char kTag[] = "KELVO_Looper";
     static constexpr int kMaxEvents = 16;  // events taken from one wait
 
     static void initTLSKey();
+    static void requireTLSKey();
     static void threadDestructor(void* looper);
 
     void enqueue(int64_t uptime, int64_t latestReading, const sp<PeltoMessageHandler>& handler,

@@ -6,7 +6,7 @@
 
 namespace android {
 
-// Whoever is told that a watched descriptor is ready.
+// The receiver of the events of a watched descriptor.
 // Threads: handleEvent() runs on the looper's thread, with no lock of the looper held.
 class PeltoLooperCallback : public virtual RefBase {
   public:

@@ -6,7 +6,6 @@
 
 #include "looper/PeltoLooper.h"
 #include "looper/ShortLock.h"
-#include "looper/log_tag.h"
 
 namespace android {
 
@@ -98,8 +97,8 @@ int32_t PeltoLooper::collectEventsLocked(const epoll_event* items, int count, in
     }
     if (count < 0) {
         if (error == EINTR) return LOOPER_POLL_WAKE;
-        __android_log_print(ANDROID_LOG_WARN, kLooperTag,
-                            "Poll failed with an unexpected error: %s", strerror(error));
+        __android_log_print(ANDROID_LOG_WARN, kTag, "Poll failed with an unexpected error: %s",
+                            strerror(error));
         return LOOPER_POLL_ERROR;
     }
     if (count == 0) return LOOPER_POLL_TIMEOUT;
@@ -114,7 +113,7 @@ void PeltoLooper::collectEventLocked(const epoll_event& item) {
         if ((events & EPOLLIN) != 0) {
             awoken();
         } else {
-            __android_log_print(ANDROID_LOG_WARN, kLooperTag,
+            __android_log_print(ANDROID_LOG_WARN, kTag,
                                 "Ignoring unexpected epoll events 0x%x on wake event fd.", events);
         }
         return;
@@ -122,7 +121,7 @@ void PeltoLooper::collectEventLocked(const epoll_event& item) {
     const auto found = mRequests.find(fd);
     if (found == mRequests.end()) {
         __android_log_print(
-            ANDROID_LOG_WARN, kLooperTag,
+            ANDROID_LOG_WARN, kTag,
             "Ignoring unexpected epoll events 0x%x on fd %d that is no longer registered.", events,
             fd);
         return;

@@ -9,8 +9,8 @@
 
 namespace android {
 
-// What a descriptor is watched for, and what it is reported with. Errors and hang-ups are always
-// reported and need not be asked for.
+// The events of a descriptor, asked for and reported. Errors and hang-ups are always reported and
+// need not be asked for.
 enum : int32_t {
     LOOPER_EVENT_INPUT = 1,
     LOOPER_EVENT_OUTPUT = 2,
@@ -21,7 +21,7 @@ enum : int32_t {
 // One watched descriptor.
 struct Request {
     int32_t fd = -1;
-    int32_t ident = 0;   // LOOPER_POLL_CALLBACK, or the caller's own of 0 and above
+    int32_t ident = 0;   // LOOPER_POLL_CALLBACK, or the caller's own, 0 or above
     int32_t events = 0;  // LOOPER_EVENT_ flags asked for
     int32_t seq = 0;     // tells a watch from a later one of the same descriptor
     sp<PeltoLooperCallback> callback;
@@ -36,7 +36,7 @@ struct Response {
     Request request;
 };
 
-// The sequence number after this one; -1 is left out, since it stands for any.
+// The next sequence number; skips -1, which stands for any.
 int32_t requestSeqAfter(int32_t seq);
 
 // Looper flags from epoll's bits.

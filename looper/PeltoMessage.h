@@ -5,8 +5,8 @@
 
 namespace android {
 
-// What travels through a looper. A plain record: senders zero it themselves, and it is copied whole
-// wherever it goes, never only up to the end of its text.
+// A looper's message. A plain record: senders zero it themselves, and it is always copied whole,
+// never only up to the end of its text.
 struct PeltoMessage {
     int32_t what;
     char sValue[1024];  // NUL-terminated

@@ -6,7 +6,7 @@
 
 namespace android {
 
-// Whoever receives a looper's messages. A queued message keeps its handler alive.
+// The receiver of a looper's messages. A queued message keeps its handler alive.
 // Threads: handleMessage() runs on the looper's thread, with no lock of the looper held.
 class PeltoMessageHandler : public virtual RefBase {
   public:
@@ -15,13 +15,15 @@ class PeltoMessageHandler : public virtual RefBase {
     virtual void handleMessage(const PeltoMessage& message) = 0;
 };
 
-// Delivers to another handler as long as that exists, without keeping it alive; drops the message
-// silently once it is gone.
+// Delivers to another handler without keeping it alive; drops messages silently once it is gone.
 class PeltoWeakMessageHandler : public PeltoMessageHandler {
   public:
-    explicit PeltoWeakMessageHandler(const wp<PeltoMessageHandler>& handler);
+    explicit PeltoWeakMessageHandler(const wp<PeltoMessageHandler>& handler) : mHandler(handler) {}
     ~PeltoWeakMessageHandler() override = default;
-    void handleMessage(const PeltoMessage& message) override;
+    void handleMessage(const PeltoMessage& message) override {
+        const sp<PeltoMessageHandler> handler = mHandler.promote();
+        if (handler != nullptr) handler->handleMessage(message);
+    }
 
   private:
     wp<PeltoMessageHandler> mHandler;

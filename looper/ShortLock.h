@@ -7,8 +7,8 @@
 
 namespace android {
 
-// Holds, for a scope, a lock that others hold for less time than falling asleep would cost: tries
-// it for about as long as that takes before it waits.
+// Holds a lock for a scope. For locks that are held for less time than a thread needs to sleep and
+// wake: spins for about that long before it waits.
 class SCOPED_CAPABILITY ShortLock {
   public:
     explicit ShortLock(Mutex& mutex) ACQUIRE(mutex) : mMutex(mutex) { take(mutex); }
@@ -17,7 +17,7 @@ class SCOPED_CAPABILITY ShortLock {
     ShortLock& operator=(const ShortLock&) = delete;
 
     static void take(Mutex& mutex) ACQUIRE(mutex) {
-        for (int i = 0; i < kTries; ++i) {
+        for (int i = 0; i < kMaxTries; ++i) {
             if (mutex.tryLock() == 0) return;
             pauseBriefly();
         }
@@ -25,7 +25,7 @@ class SCOPED_CAPABILITY ShortLock {
     }
 
   private:
-    static constexpr int kTries = 300;
+    static constexpr int kMaxTries = 300;
 
     Mutex& mMutex;
 };

@@ -17,7 +17,7 @@ using namespace std::chrono_literals;
 using Codes = std::vector<int>;
 constexpr nsecs_t kHour = 3'600'000'000'000;
 
-// Notes the codes it receives, and does with each what the test wants.
+// Records the codes it receives and runs a function of the test on each.
 struct Recorder : PeltoMessageHandler {
     explicit Recorder(Codes& codes) : seen(codes) {}
     void handleMessage(const PeltoMessage& message) override {
@@ -28,7 +28,7 @@ struct Recorder : PeltoMessageHandler {
     std::function<void(const PeltoMessage&)> then;
 };
 
-// A looper polled by the test itself, on a held clock.
+// A looper that the test polls, on a held clock.
 class LooperTest : public PhoneTest {
   protected:
     LooperTest() { holdClock(); }
@@ -37,7 +37,7 @@ class LooperTest : public PhoneTest {
     int poll(int timeoutMillis = 0) {
         return looper->pollOnce(timeoutMillis, nullptr, nullptr, nullptr);
     }
-    // One poll delivers these.
+    // Expects one poll to deliver these codes.
     void expectPoll(const Codes& codes) {
         EXPECT_EQ(LOOPER_POLL_CALLBACK, poll());
         EXPECT_EQ(codes, std::exchange(seen, {}));
@@ -54,7 +54,7 @@ TEST_F(LooperTest, DeliversByDueTimeAndEqualTimesInPostingOrder) {
     postIn(20, 3);
     post(4);
     looper->sendMessageAtTime(-5, handler, {5, ""});
-    postIn(INT64_MAX, 6);  // beyond the end of time, which wraps
+    postIn(INT64_MAX, 6);  // the due time wraps
     expectPoll({6, 5, 4});
     advance(10ns);
     expectPoll({2});
@@ -83,7 +83,7 @@ TEST_F(LooperTest, OnlyANewFirstMessageWakes) {
     expectWake(true);
     looper->removeMessages(handler);
     expectWake(false);
-    // Nor does what a handler posts; what is due of it goes out in the same poll.
+    // Nor do messages that a handler posts; those that are due are delivered in the same poll.
     handler->then = [&](const PeltoMessage& message) {
         if (message.what < 4) post(message.what + 1);
         if (message.what == 4) looper->removeMessages(handler), postIn(50, 9);
@@ -144,7 +144,7 @@ TEST_F(LooperTest, WaitsForTheNextMessageAndNotLonger) {
     sim::Clock::get().release();
     const nsecs_t due = systemTime() + 30'000'000;
     looper->sendMessageAtTime(due, handler, {1, ""});
-    poll(-1);  // the wake of its posting, unless that took longer than its delay
+    poll(-1);  // woken by the post, unless posting took longer than the delay
     if (seen.empty()) poll(-1);
     EXPECT_EQ(Codes{1}, seen);
     EXPECT_GE(systemTime(), due);
@@ -213,8 +213,8 @@ TEST_F(LooperTest, AQuitWakesAHandlerThread) {
     thread->quit();
 }
 
-// Other threads reach into a batch that is being delivered: what they remove is gone, what they put
-// before it comes first. A poll from inside delivers the rest of it.
+// Other threads change a batch that is being delivered: messages they remove are gone, earlier ones
+// they post come first. A nested poll delivers the rest of the batch.
 TEST_F(LooperTest, OtherThreadsMayChangeWhatIsDueNext) {
     handler->then = [&](const PeltoMessage& message) {
         EXPECT_TRUE(message.what != 3 || poll() == LOOPER_POLL_CALLBACK);
@@ -229,12 +229,12 @@ TEST_F(LooperTest, OtherThreadsMayChangeWhatIsDueNext) {
     expectPoll({1, 10, 3, 4, 5});
 }
 
-// Under full contention; the messages of the first poster are not removed.
+// Full contention; the messages of the first poster are never removed.
 TEST_F(LooperTest, PostersKeepTheirOrderAndWhatWasRemovedIsNotDeliveredLater) {
     sim::Clock::get().release();
     constexpr int kPosters = 3, kEach = 10000;
     std::atomic<int> posted[kPosters] = {}, removed[kPosters] = {};
-    int least[kPosters] = {};  // number that may come next
+    int least[kPosters] = {};  // the least number that may come next
     handler->then = other->then = [&](const PeltoMessage& message) {
         if (message.what < 0) return;
         const int poster = message.what / kEach, number = message.what % kEach;

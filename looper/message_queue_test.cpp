@@ -21,8 +21,8 @@ PeltoMessage messageOf(int32_t what) {
     return message;
 }
 
-// A queue under the same random operations as its model, a map, which keeps equal times in the
-// order they came. Delivery nests up to three polls deep, and operations fall between any two
+// Runs the same random operations on a queue and on its model, a map that keeps equal times in
+// insertion order. Delivery nests up to three polls deep, and operations fall between any two
 // messages, as they do from inside handlers.
 class Comparison {
   public:
@@ -62,7 +62,7 @@ class Comparison {
         }
     }
 
-    // Everything due by now, as the looper does it.
+    // Delivers everything that is due, as the looper does.
     void deliver(int depth) {
         mQueue.revokeLease();
         while (!mQueue.isEmpty() && mQueue.firstUptime() <= mStep) {
@@ -106,7 +106,7 @@ TEST(MessageQueueTest, BehavesAsANaiveQueueUnderRandomOperations) {
     }
 }
 
-// Of the C library's heap; a sanitizer's own tells nothing.
+// Measures the C library's heap; under a sanitizer it means nothing.
 size_t heapInUse() {
     const auto heap = mallinfo2();
     return heap.uordblks + heap.hblkhd;

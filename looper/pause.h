@@ -2,8 +2,8 @@
 
 namespace android {
 
-// One turn of a loop that waits for another processor: some ten nanoseconds that leave the core's
-// other thread, or its power, alone.
+// One turn of a spin loop, some ten nanoseconds: leaves the core to its other hardware thread and
+// saves power.
 inline void pauseBriefly() {
 #if defined(__x86_64__) || defined(__i386__)
     __builtin_ia32_pause();

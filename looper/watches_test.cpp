@@ -21,7 +21,7 @@ class Bell {
     int fd = eventfd(0, EFD_NONBLOCK);
 };
 
-// Gives the events, or what a message carries, to the test.
+// Passes events and messages on to the test.
 struct Callback : PeltoLooperCallback, PeltoMessageHandler {
     explicit Callback(std::function<int(int)> toDo) : body(std::move(toDo)) {}
     int32_t handleEvent(int32_t, int32_t events, void*) override { return body(events); }
@@ -96,7 +96,7 @@ TEST_F(WatchesTest, AWatchAddedAgainReplacesTheOldOne) {
     const sp<Callback> first = new Callback([&](int) {
         calls += "first ";
         watch(bell.fd, [&](int events) { return calls += std::to_string(events), 0; });
-        return 0;  // ends the watch that was, not the one just made
+        return 0;  // ends the old watch, not the one just made
     });
     const sp<PeltoLooperCallback> callback = first;
     ASSERT_EQ(1, looper->addFd(bell.fd, 0, LOOPER_EVENT_INPUT, callback, nullptr));

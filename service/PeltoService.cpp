@@ -3,21 +3,20 @@
 #include <android/log.h>
 
 #include "event/PeltoEventDisptch.h"
-#include "service/log_tag.h"
 
 namespace android {
 
 status_t PeltoService::registerNativeClient(const sp<IPeltoNativeClient>& client) {
     if (client == nullptr) return 0;
     Mutex::Autolock lock(mLock);
-    // No death notification is asked for: the list only ever grows.
+    // Without a death notification: the list only grows.
     if (mNativeClients.indexOf(client) < 0) mNativeClients.add(client);
     return 0;
 }
 
 void PeltoService::setEvent(const String8& event, const String8& info) {
     if (debugLog()) {
-        // The count is read under the lock: a debug line may wait for a slow client.
+        // Takes the lock for the count, so this line may wait for a slow client.
         __android_log_print(ANDROID_LOG_VERBOSE, kServiceTag,
                             "PeltoService setEvent:%s cliensCount %d", event.c_str(),
                             static_cast<int>(clientCount()));

@@ -28,9 +28,9 @@ struct mm_kevent_packet;
 // The service object: its constructor brings up the whole system, its operations take the reports
 // of other processes.
 //
-// Ownership: whoever publishes it keeps it. It survives references taken and dropped while it is
-//   being constructed, and is destroyed when its last owner lets go afterwards. It keeps every
-//   native client for good, dead ones too.
+// Ownership: its publisher keeps it. It survives references taken and dropped during its
+//   construction, and is destroyed when the last one goes afterwards. It keeps every native client,
+//   dead ones too, for ever.
 // Threads: constructed on the host's thread before it is published; every operation from any
 //   binder thread, several at once. mLock is held while native clients are called: a slow one
 //   delays other events and registrations. Nothing else is called under it.
@@ -39,32 +39,34 @@ struct mm_kevent_packet;
 //   rest working.
 class PeltoService : public BnPeltoService, public IBinder::DeathRecipient {
   public:
+    static constexpr char kServiceTag[] = "PeltoService";  // of its log lines
+
     PeltoService();
     ~PeltoService() override;
 
-    // A client is called from now on, once for every event, whatever becomes of its process.
+    // The client is called once for every event from now on, even after its process has died.
     status_t registerNativeClient(const sp<IPeltoNativeClient>& client) override EXCLUDES(mLock);
     void notifyVideoStutter(const String8& detectorName, int frameGap) override EXCLUDES(mLock);
-    // While it is true, the stutter reports of "HwuiDetect" are dropped.
+    // True drops the stutter reports of "HwuiDetect".
     void updateSFStateFlag(bool state) override;
-    // Accepted, and told to clients and listeners, when it is the first or when more than so many
-    // milliseconds since boot have passed since the last accepted one.
+    // Accepts the first update, and any that comes more than `minIntervalMillis` after the last
+    // accepted one; sends clients and listeners an event for it.
     void updateTopActivity(int64_t minIntervalMillis) override EXCLUDES(mLock);
     void setEvent(const String8& event, const String8& info) override EXCLUDES(mLock);
-    // For the listeners of this process only.
+    // Delivers to the listeners of this process only.
     void setEventToNative(const String8& event, const String8& info) override;
-    // For the dispatcher too; every client and listener is told by an event.
+    // Sets the dispatcher too, and sends clients and listeners an event.
     void setDebugLog(bool debugLog) override EXCLUDES(mLock);
 
     status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) override;
     void binderDied(const wp<IBinder>& who) override;
     void onFirstRef() override;
 
-    // What the kernel channels call, each on its thread, with the service as owner. False when an
-    // argument is null or memory is short.
+    // The hooks of the kernel channels, each called on its channel's thread with the service as
+    // owner. False when an argument is null or memory is short.
     static bool handleKernelFeedback(void* owner, mm_kevent_packet* packet);
     static bool handleAudioKernelInfo(void* owner, kernel_to_native_packet* packet);
-    // Tells the display compositor, and waits for it.
+    // Notifies the display compositor and waits for its answer.
     static void notifySurfaceFlinger(int32_t eventId, const String8& info);
 
   protected:
@@ -78,7 +80,7 @@ class PeltoService : public BnPeltoService, public IBinder::DeathRecipient {
 
     SortedVector<sp<IPeltoNativeClient>> mNativeClients GUARDED_BY(mLock);
     Mutex mLock;
-    // Racy by design: a stale value only costs or adds a verbose line.
+    // Racy by design: a stale value only drops or adds a verbose line.
     std::atomic<bool> mDebugLog{false};
     sp<KelvoPeltoLogWriter> mLogWriter;
     sp<EventTest> mEventTest;
@@ -88,8 +90,8 @@ class PeltoService : public BnPeltoService, public IBinder::DeathRecipient {
     std::shared_ptr<KelvoGpuMinidump> mGpuMinidump;  // null where the phone has no such monitor
     std::atomic<bool> mSfState{false};
     int64_t mUpdateActivityTime GUARDED_BY(mLock) = 0;  // milliseconds since boot, 0 is never
-    // Start-up holds a weak reference of its own, so that a fall to no strong one does not end the
-    // object; once it is over, the next such fall gives it up.
+    // Start-up holds a weak reference, so that losing the last strong one does not destroy the
+    // object. The next such loss after start-up releases it.
     std::atomic<bool> mHeldForStartUp{false};
 };
 

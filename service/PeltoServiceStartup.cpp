@@ -1,4 +1,4 @@
-// Start-up, and what is left of it at the end.
+// Construction, start-up of the components, destruction.
 #include <android/log.h>
 #include <kelvo_multimedia_kernel_event/DisplayKevent.h>
 
@@ -8,7 +8,6 @@
 #include "logcapture/KelvoDmesgThread.h"
 #include "logcapture/KelvoPeltoLogWriter.h"
 #include "service/PeltoService.h"
-#include "service/log_tag.h"
 #include "testlistener/EventTest.h"
 
 namespace android {
@@ -21,7 +20,7 @@ PeltoService::PeltoService() {
     mHeldForStartUp = true;
 }
 
-// Nothing here checks whether a component could start: the rest works without it.
+// Ignores components that cannot start: the rest works without them.
 void PeltoService::init() {
     mDebugLog.store(false, std::memory_order_relaxed);
     mLogWriter = new KelvoPeltoLogWriter();  // makes the dispatcher, the first to need it
@@ -31,7 +30,7 @@ void PeltoService::init() {
     mAudioKernelCom = new KelvoAudioKernelNativeCom(this, "knl_nt_com", handleAudioKernelInfo);
     mAudioKernelCom->run("kelvo_audio_mic_check", 0, 0);
     mGpuMinidump = KelvoGpuMinidumpFactory::create();
-    // The first strong reference to the service, gone again at once when the monitor declines.
+    // Takes the first strong reference to the service and drops it again when the monitor declines.
     if (mGpuMinidump != nullptr) mGpuMinidump->init(this);
     mDmesgThread = KelvoDmesgThread::createLogThread();
     Mutex::Autolock lock(mLock);

@@ -1,4 +1,4 @@
-// What the graphics and window side reports: video stutter, display state, top activity.
+// Reports of the graphics and window side: video stutter, display state, top activity.
 #include <android-base/properties.h>
 #include <android/log.h>
 #include <utils/SystemClock.h>
@@ -6,7 +6,6 @@
 #include <cstring>
 
 #include "service/PeltoService.h"
-#include "service/log_tag.h"
 
 namespace android {
 

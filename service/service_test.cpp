@@ -29,8 +29,7 @@ using Texts = std::vector<std::string>;
 constexpr char kTag[] = "PeltoService";
 constexpr char kForTest[] = "pelto_event_for_test";
 
-// Puts what it receives, as a native client and as a listener, into the log: "client" and
-// "listener".
+// Logs what it receives as a native client under the tag "client", as a listener under "listener".
 class Witness : public BnPeltoNativeClient, public EventListener {
   public:
     void listen(const Texts& types) {
@@ -40,7 +39,7 @@ class Witness : public BnPeltoNativeClient, public EventListener {
     status_t onNativeEvent(const char* type, const char* info) override {
         __android_log_print(ANDROID_LOG_INFO, "client", "%s%s$%s", name.c_str(), type, info);
         if (onClient) onClient();
-        return DEAD_OBJECT;  // whatever it returns is ignored
+        return DEAD_OBJECT;  // the result is ignored
     }
     void handleEvent(std::string event) override {
         __android_log_print(ANDROID_LOG_INFO, "listener", "%s", event.c_str());
@@ -53,7 +52,7 @@ class Witness : public BnPeltoNativeClient, public EventListener {
 class ServiceTest : public PhoneTest {
   protected:
     void start() {
-        // Or it gives up on some runs: where it is faster than its own construction.
+        // Otherwise it ends on some runs, when it is faster than its own construction.
         thread_control::hold("KelvoDmesgThread");
         service = new PeltoService();
         thread_control::release("KelvoDmesgThread");
@@ -85,7 +84,7 @@ TEST_F(ServiceTest, ClientsSeeAnEventBeforeTheListenersAndNotWhatIsMeantForThese
     start();
     witness->listen({"x", "y", "behind"});
     witness->onClient = [&] {
-        // What is queued now comes out behind whatever was queued before.
+        // A message queued here is delivered after all those queued before.
         PeltoEventDisptch::getInstance().setEvent(String8("behind"), String8(""));
         EXPECT_TRUE(waitLogged("I listener: behind$"));
     };
@@ -181,7 +180,7 @@ void declineMonitor(sim::Phone& phone) {
 }
 
 TEST_F(ServiceTest, LivesUntilItsLastCallerLetsGoAndWhatIsQueuedArrivesAfterwards) {
-    declineMonitor(phone());  // one that starts keeps the service for good
+    declineMonitor(phone());  // a started one keeps the service for ever
     start();
     service->binderDied(nullptr);
     EXPECT_TRUE(logged("D PeltoService: PeltoService Died"));
@@ -206,8 +205,8 @@ TEST_F(ServiceTest, LivesUntilItsLastCallerLetsGoAndWhatIsQueuedArrivesAfterward
     EXPECT_TRUE(waitLogged("D EventTest: handleEvent:pelto_event_for_test eventInfo value0:1"));
 }
 
-// What answers when it is used, and the parts of the service that this takes: listeners, display,
-// audio, gpu, kernel log, compositor.
+// A log line of every part of the service that works, with the part's letter: listeners, display,
+// compositor, audio, gpu, kernel log.
 const std::pair<const char*, const char*> kAnswers[] = {
     {"", "I client: pelto_event_for_test$value0:1"},
     {"", "D KelvoAudioKernelNativeCom: audio kernel native genetlink module:knl_nt_com\n"},
@@ -219,8 +218,8 @@ const std::pair<const char*, const char*> kAnswers[] = {
     {"k", "D KelvoDmesgThread: KelvoDmesgThread waking up"},
 };
 
-// Something that is not there when the service starts: how that comes, the parts that go missing
-// with it, and the line that tells it, "" where nobody does.
+// A resource that is missing when the service starts: how it is taken away, the parts that fail
+// with it, and the log line that reports it, "" for none.
 using Lack = std::tuple<std::function<void(sim::Phone&)>, std::string, std::string>;
 
 auto noThread(const char* name) {
@@ -248,8 +247,8 @@ const std::vector<Lack> kLacks = {
     {[](auto&) {}, "d", "D DisplayKevent: mm_kevent_pelto has ended"},
 };
 
-// Each start is in a process, and on a phone, of its own; it ends by a signal, as the monitor's
-// thread may have ended and nobody may join it.
+// Each start has its own process and phone, and ends by a signal: a monitor whose thread has ended
+// cannot be destroyed.
 class LackTest : public ServiceTest {
   protected:
     void SetUp() override {}

@@ -1,4 +1,4 @@
-// Callers that were built elsewhere find operations by their place in the table.
+// Callers from other builds find virtual operations by their slot in the table.
 #include <gtest/gtest.h>
 #include <utils/Thread.h>
 
@@ -13,8 +13,8 @@
 namespace android {
 namespace {
 
-// The place of a virtual operation in its class's table. ARM marks the offset in the word behind
-// it, other machines by making it odd.
+// The slot of a virtual operation in its class's table. ARM marks a virtual offset in the second
+// word, other machines by an odd first word.
 template <typename Operation>
 ptrdiff_t slotOf(Operation operation) {
     ptrdiff_t raw[2];  // the offset, and an adjustment
@@ -33,7 +33,7 @@ Slots slotsOf(Operations... operations) {
 }
 
 TEST(SlotOrderTest, OperationsStandInTheirOrder) {
-    // A listener's stands before its destructor, a handler's behind.
+    // A listener's operation precedes its destructor, a handler's follows it.
     EXPECT_EQ((Slots{0, 2, 2}),
               slotsOf(&EventListener::handleEvent, &PeltoMessageHandler::handleMessage,
                       &PeltoLooperCallback::handleEvent));

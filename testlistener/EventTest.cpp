@@ -20,7 +20,7 @@ constexpr char kReplyType[] = "pelto_event_for_test_from_native";
 constexpr char kReplyInfo[] =
     "value0:4,value1:5,string0:evetn_frome_native,string1:evetn_frome_native";
 
-// What both test events carry.
+// The fields of both test events.
 struct TestFields {
     explicit TestFields(PeltoEvent& event)
         : value0(event.getIntFromStringExtra("value0", -1)),

@@ -8,8 +8,8 @@ namespace android {
 
 class PeltoEvent;
 
-// Exercises the event road end to end: logs what test events carry and what an audio-track creation
-// reports, and answers one particular test event with another through the upload utility.
+// Exercises the delivery of events end to end: logs the fields of test events and of audio-track
+// creations, and answers one particular test event with another through the upload utility.
 class EventTest : public EventListener {
   public:
     EventTest();

@@ -10,7 +10,7 @@
 
 namespace android {
 
-// What the tests of the capture classes share; `tag` is the log tag of the class under test.
+// Fixture of the tests of the capture classes; `tag` is the log tag of the class under test.
 class CaptureTest : public PhoneTest {
   protected:
     explicit CaptureTest(const char* tag) : mTag(tag) {}
@@ -23,7 +23,7 @@ class CaptureTest : public PhoneTest {
         PeltoEventDisptch::getInstance().setEvent(String8(type), String8(info));
     }
     std::string said() { return PhoneTest::said(mTag); }
-    // The command lines since the last time they were asked for, one a line.
+    // The command lines since the last call, one per line.
     std::string ran() {
         const auto all = commands();
         std::string text;
@@ -35,7 +35,7 @@ class CaptureTest : public PhoneTest {
         for (size_t at = text.find(part); at != text.npos; at = text.find(part, at + 1)) ++found;
         return found;
     }
-    // Waits until so many objects of the class of that name have been destroyed.
+    // Waits until `times` objects of that class have been destroyed.
     bool waitDestroyed(const std::string& name, int times = 1) {
         return waitLogged(ANDROID_LOG_DEBUG, name, "~" + name + "()", times);
     }
