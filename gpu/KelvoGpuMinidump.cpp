@@ -1,4 +1,4 @@
-// The monitor: waiting for faults and what is done about each.
+// The monitor: waits for faults and handles each.
 #include "gpu/KelvoGpuMinidump.h"
 
 #include <android-base/properties.h>
@@ -13,7 +13,6 @@
 #include <unistd.h>
 
 #include "event/phone_integer.h"
-#include "gpu/gpu_names.h"
 #include "phone/phone.h"
 
 namespace android {
@@ -23,9 +22,9 @@ namespace {
 constexpr char kTimestamp[] = "/sys/class/kgsl/kgsl-3d0/snapshot/timestamp";
 constexpr char kControl[] = "/sys/class/kgsl/kgsl-3d0/snapshot/snapshot_control";
 constexpr char kHashId[] = "/sys/class/kgsl/kgsl-3d0/snapshot/snapshot_hashid";
-constexpr size_t kTextBytes = 64;  // read of the timestamp and of the hash id
-constexpr int kMostFiles = 11;
-// The control file's first character, or one of these.
+constexpr size_t kTextBytes = 64;  // the buffer of the timestamp and of the hash id
+constexpr int kMaxArchives = 11;
+// Results of readControl() besides the first character of the control file.
 constexpr int kMissing = -1;
 constexpr int kEmpty = -2;
 constexpr int kAllowed = '0';
@@ -33,7 +32,7 @@ constexpr int kAllowed = '0';
 int readControl() {
     FILE* file = phone::fopen(kControl, "rb");
     if (file == nullptr) {
-        __android_log_print(ANDROID_LOG_DEBUG, kGpuTag,
+        __android_log_print(ANDROID_LOG_DEBUG, KelvoGpuMinidump::kGpuTag,
                             "gpu minidump control openfile error %s, sleep for a while!",
                             strerror(errno));
         return kMissing;
@@ -102,8 +101,8 @@ void KelvoGpuMinidump::threadMain() {
 }
 
 void KelvoGpuMinidump::handleNotification(int timestampFd) {
-    // Left unread while dumping is not allowed, so that the fault is collected once it is. An
-    // unread attribute stays ready: one pause a pass, whether or not the control file is there.
+    // While dumping is not allowed the attribute stays unread, so that the fault is collected once
+    // it is. An unread attribute stays ready: one pause per pass keeps the loop from spinning.
     if (readControl() != kAllowed) {
         phone::sleep(1);
         return;
@@ -119,7 +118,7 @@ void KelvoGpuMinidump::handleNotification(int timestampFd) {
         capture(timestamp);
     }
     acknowledge();
-    // The attribute of a vanished device is always ready.
+    // The attribute of a vanished device is always ready: do not spin.
     if (got < 0) phone::sleep(1);
 }
 
@@ -132,7 +131,7 @@ bool KelvoGpuMinidump::allowGpuDump() {
 void KelvoGpuMinidump::capture(const char* timestamp) {
     char reason[256] = {};
     readFaultReason(reason);
-    // The hash id goes in as the driver gave it, its newline too if it has one.
+    // The hash id is used as the driver gave it, including a newline.
     const char* const id = reason[0] != '\0' ? reason : timestamp;
     String8 name(kGpuDirectory);
     name.append("gpudump@");
@@ -146,7 +145,7 @@ void KelvoGpuMinidump::capture(const char* timestamp) {
     name.appendFormat("@%s@%s", version, time);
     copyDumpFile((name + String8(".snap")).c_str());
     getLogBytread(name);
-    if (getFileCount() >= kMostFiles) removefile();
+    if (getFileCount() >= kMaxArchives) removefile();
 }
 
 void KelvoGpuMinidump::readFaultReason(char* buf) {

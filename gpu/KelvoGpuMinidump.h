@@ -5,6 +5,7 @@
 #include <utils/RefBase.h>
 #include <utils/String8.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <thread>
 
@@ -12,28 +13,33 @@
 
 namespace android {
 
-// Waits for the graphics driver to signal a fault and has its snapshot and the logs around it
-// collected into one archive, named after the fault, below /data/kelvo/mmdump/gpu/.
+// Waits for the graphics driver to signal a fault and collects its snapshot and the logs around it
+// into one archive, named after the fault, below /data/kelvo/mmdump/gpu/.
 //
-// Ownership: held by a shared pointer, for as long as the process lives; it keeps the service it
-//   reports to. The monitor's thread is never joined: destroying a started monitor ends the
-//   process.
+// Ownership: held by a shared pointer until the process ends; it keeps the service that it reports
+//   to. The monitor's thread is never joined: destroying a started monitor ends the process.
 // Threads: init() from one thread. The monitor's thread takes one fault after the other and waits
 //   for the collector's thread of each; mLock is never held while calling out.
-// Order: of faults that land during a collection, or while dumping is not allowed, the last one is
-//   collected next, the others are lost with their snapshots. While one waits to be allowed the
-//   monitor looks once a second.
+// Order: of faults that occur during a collection, or while dumping is not allowed, the last one is
+//   collected next; the others are lost with their snapshots. The monitor checks once a second
+//   whether a waiting fault may be collected.
 // Errors: a thread that cannot be created raises std::system_error. The monitor ends for good when
-//   the timestamp file cannot be opened or polled. All else is a debug line, and it goes on.
+//   the timestamp file cannot be opened or polled. Any other error is a debug line, and it goes on.
 class KelvoGpuMinidump {
   public:
+    static constexpr char kGpuTag[] = "KelvoGpuMinidump";  // of its log lines
+    static constexpr char kGpuDump[] = "/sys/class/kgsl/kgsl-3d0/snapshot/dump";
+    static constexpr char kGpuDirectory[] = "/data/kelvo/mmdump/gpu/";
+    static constexpr char kOtaVersion[] = "ro.build.version.ota";
+    static constexpr size_t kPropertyBytes = 92;  // of a property's value with its terminator
+
     KelvoGpuMinidump();
     ~KelvoGpuMinidump();
 
     // Starts the monitor, once, where the phone's memory allows it; returns whether it is started.
     bool init(const sp<IPeltoService>& service);
 
-    // Whether the monitor may run on this phone, despite its name.
+    // Despite its name: whether the monitor may run on this phone.
     static bool disableFeature4G();
     // Whether the driver has a snapshot to give; sleeps for a second when its control is missing.
     static bool allowGpuDump();
@@ -48,7 +54,7 @@ class KelvoGpuMinidump {
     void getLogBytread(const String8& name) EXCLUDES(mLock);
     // Captures the logs twice and packs all files whose names start with `name`.
     void getLog(const String8& name) EXCLUDES(mLock);
-    // Removes every archive among the first 20 entries of the directory, whatever its age.
+    // Removes every archive among the first 20 entries of the directory, regardless of age.
     void removefile() EXCLUDES(mLock);
     // Archives made by this process and not pruned since.
     int32_t getFileCount() EXCLUDES(mLock);

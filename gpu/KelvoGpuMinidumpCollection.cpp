@@ -1,4 +1,4 @@
-// The collection: what is copied, captured, packed and pruned for a fault.
+// The collection of a fault: copies the snapshot, captures logs, packs them, prunes archives.
 #include <android/log.h>
 #include <cutils/properties.h>
 #include <errno.h>
@@ -10,7 +10,6 @@
 
 #include "event/time_stamp.h"
 #include "gpu/KelvoGpuMinidump.h"
-#include "gpu/gpu_names.h"
 #include "phone/phone.h"
 
 namespace android {
@@ -18,14 +17,15 @@ namespace android {
 namespace {
 
 constexpr size_t kBlockBytes = 4096;
-constexpr int kMostBlocks = 10242;  // so that a runaway snapshot does not fill the disk
-constexpr int kMostEntries = 20;
-constexpr uint32_t kLeastBytes = 64;  // of a buffer for a time or a version
+constexpr int kMaxBlocks = 10242;  // keeps a runaway snapshot from filling the disk
+constexpr int kMaxEntries = 20;
+constexpr uint32_t kMinBytes = 64;  // of a buffer for a version
 
 void runCommand(const String8& command) {
     const int status = phone::system(command.c_str());
     if (status == 0) return;
-    __android_log_print(ANDROID_LOG_DEBUG, kGpuTag, "cmds: %s, %d", command.c_str(), status);
+    __android_log_print(ANDROID_LOG_DEBUG, KelvoGpuMinidump::kGpuTag, "cmds: %s, %d",
+                        command.c_str(), status);
 }
 
 void captureLogs(const char* name, int round) {
@@ -35,10 +35,10 @@ void captureLogs(const char* name, int round) {
 
 void copyBlocks(int from, int to) {
     char block[kBlockBytes + 1] = {};
-    for (int blocks = 0; blocks < kMostBlocks; ++blocks) {
+    for (int blocks = 0; blocks < kMaxBlocks; ++blocks) {
         const ssize_t got = read(from, block, kBlockBytes);
         if (got <= 0) return;
-        // Not checked: on a full disk the logs are collected all the same.
+        // Not checked: the logs are collected even when the disk is full.
         [[maybe_unused]] const ssize_t ignored = write(to, block, static_cast<size_t>(got));
     }
 }
@@ -89,11 +89,11 @@ void KelvoGpuMinidump::removefile() {
                             strerror(errno));
         return;
     }
-    // Coarse on purpose: neither age nor what other processes made is looked at.
-    for (int i = 0; i < kMostEntries; ++i) {
+    // Coarse on purpose: ignores the age of archives, and which process made them.
+    for (int i = 0; i < kMaxEntries; ++i) {
         const struct dirent* const entry = readdir(directory);
         if (entry == nullptr) break;
-        // Asked of the bit: it is set for block devices and sockets too.
+        // On purpose tests the bit, which block devices and sockets have too.
         if ((entry->d_type & DT_DIR) != 0) continue;
         const String8 path = String8::format("%s%s", kGpuDirectory, entry->d_name);
         if (strstr(path.c_str(), "tar.gz") == nullptr) continue;
@@ -114,11 +114,11 @@ int32_t KelvoGpuMinidump::getCurrentTime(char* buf, int32_t len) {
 }
 
 void KelvoGpuMinidump::getOtaVersion(char* buf, uint32_t len) {
-    if (buf == nullptr || len < kLeastBytes) {
+    if (buf == nullptr || len < kMinBytes) {
         __android_log_print(ANDROID_LOG_ERROR, kGpuTag, "getOtaVersion buf is null");
         return;
     }
-    // A value may be longer than the caller's buffer.
+    // The value may be longer than the caller's buffer.
     char version[kPropertyBytes];
     property_get(kOtaVersion, version, "0");
     snprintf(buf, len, "%.*s", static_cast<int>(len - 1), version);

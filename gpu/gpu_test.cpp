@@ -349,13 +349,13 @@ TEST_F(GpuTest, PrunesWhatIsNamedAnArchiveAmongTheFirstTwentyEntries) {
 }
 
 TEST_F(GpuTest, CopiesTheDevicesBlocksOverWhatIsThere) {
-    const size_t kMost = 41951232;
-    for (const size_t size :
-         {size_t{0}, size_t{1}, size_t{4095}, size_t{4096}, size_t{4097}, kMost, kMost + 1}) {
+    const size_t kMaxBytes = 41951232;
+    for (const size_t size : {size_t{0}, size_t{1}, size_t{4095}, size_t{4096}, size_t{4097},
+                              kMaxBytes, kMaxBytes + 1}) {
         const std::string path = "/data/" + std::to_string(size), snapshot = Gpu::snapshotOf(size);
         fault("", snapshot);
         EXPECT_TRUE(KelvoGpuMinidump::copyDumpFile(path.c_str()));
-        EXPECT_TRUE(snapshot.substr(0, kMost) == contents(path)) << size;
+        EXPECT_TRUE(snapshot.substr(0, kMaxBytes) == contents(path)) << size;
     }
     fault("", "new");
     file("/data/copy", "older text");

@@ -58,7 +58,7 @@ KelvoAudioKernelNativeCom::KelvoAudioKernelNativeCom(void* owner, const char* mo
     LOG_DEBUG("audio kernel native genetlink module:%s\n", mModule);
 }
 
-// After a failed set-up this closes, on purpose, a number that may be another's by now.
+// On purpose closes the number kept after a failed set-up, even if it belongs to another file.
 KelvoAudioKernelNativeCom::~KelvoAudioKernelNativeCom() {
     free(mRecvData);
     if (fd() >= 0) close(fd());
@@ -96,7 +96,7 @@ int32_t KelvoAudioKernelNativeCom::sendGenlMsg(uint16_t nlmsgType, uint8_t cmd, 
         return kInvalid;
     }
     if (len > kMaxData) {
-        // The limit named is not the one tested.
+        // On purpose names another limit than the one tested.
         LOG_ERROR("[ERROR]: data len=%d > %d\n", len, kMaxAttribute);
         len = kMaxData;
     }

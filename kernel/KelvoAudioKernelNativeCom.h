@@ -10,10 +10,10 @@ namespace android {
 
 struct GenlFrame;
 
-// What the audio kernel module sends.
+// A message of the audio kernel module.
 struct kernel_to_native_packet {
     int32_t cmd;
-    uint32_t len;  // as the module says it; bounds nothing
+    uint32_t len;  // as sent by the module; not checked
     char payload[248];
 };
 static_assert(offsetof(kernel_to_native_packet, len) == 4);
@@ -23,13 +23,13 @@ static_assert(sizeof(kernel_to_native_packet) == 256);
 // The channel to the audio kernel module: a thread that looks up the module's generic-netlink
 // family, registers with it and hands every message of it to a hook.
 //
-// Ownership: `owner` is passed on to the hook and never looked at; it must outlive the thread.
+// Ownership: `owner` is passed on to the hook and never read; it must outlive the thread.
 //   The packet belongs to the channel: the hook copies what it keeps.
 // Threads: the hook runs on the channel's thread before the next message is received.
 //   sendToKernelMsg() from any thread; no lock guards the socket.
 // Order: once set up the thread receives for ever; it ends with the process. A thread that cannot
 //   be set up ends and is not started again.
-// Errors: a log line and what each operation says. After a failed set-up the socket's number is
+// Errors: a log line and the result of the operation. After a failed set-up the socket's number is
 //   kept though the socket is closed, and the destructor closes that number again.
 class KelvoAudioKernelNativeCom : public Thread {
   public:
@@ -41,13 +41,13 @@ class KelvoAudioKernelNativeCom : public Thread {
     ~KelvoAudioKernelNativeCom() override;
 
     // Sends a message to the module: the last count of bytes that the socket took, -1 when sending
-    // failed, -22 (EINVAL) when there is no family or no socket yet, or no data. `len` counts the
+    // failed, -22 (EINVAL) when there is no family or no socket yet, or no data. `len` includes the
     // terminator of a text; of 252 bytes and more, 250 are sent.
     int32_t sendToKernelMsg(uint8_t cmd, uint16_t nlaType, const void* data, int32_t len);
-    // The same to any family.
+    // As sendToKernelMsg(), to any family.
     int32_t sendGenlMsg(uint16_t nlmsgType, uint8_t cmd, uint16_t nlaType, const void* data,
                         int32_t len);
-    // Waits for one message and unpacks it for the hook: the bytes received, -1 for what is no
+    // Waits for one message and unpacks it for the hook: the bytes received, -1 when it is not a
     // message of the module, -22 when there is no socket.
     int32_t recvGenlMsg();
     // A bound socket, or -1.

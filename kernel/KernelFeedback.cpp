@@ -1,5 +1,5 @@
-// What the service does with the reports of the two kernel channels. Each handler runs on its
-// channel's thread and gets the service as its owner.
+// The service's handlers of the two kernel channels. Each runs on its channel's thread and gets the
+// service as its owner.
 #include <android/log.h>
 #include <binder/IServiceManager.h>
 #include <binder/Parcel.h>
@@ -26,17 +26,17 @@ constexpr int32_t kMicState = 0;
 constexpr int32_t kMicStatus = 1;
 constexpr uint32_t kDisplayNotice = 22006;
 constexpr size_t kMaxItem = 512;
-// Of a display packet, in bytes; the rest of it is the channel's business.
+// Byte offsets in a display packet; the other bytes belong to the channel.
 constexpr size_t kEventId = 132;
 constexpr size_t kPayload = 264;
 
-// The field itself may be without a terminator.
+// The field may lack a terminator.
 int idOf(const char* packet) {
     const char* const text = packet + kEventId;
     return phoneAtoi(std::string(text, strnlen(text, kPayload - kEventId)).c_str());
 }
 
-// Appends key and value of every item; any run of "$" parts items, and an item without "@@" is
+// Appends key and value of every item. Items are separated by runs of "$"; one without "@@" is
 // dropped. Changes the payload.
 void appendItems(char* payload, char* work, String8* info) {
     char* rest = nullptr;
@@ -53,7 +53,7 @@ void appendItems(char* payload, char* work, String8* info) {
     }
 }
 
-// 1 when bit 0 is set and bit 8 or 9 too.
+// 1 when bit 0 and at least one of bits 8 and 9 are set.
 int micStatus(int value) {
     return static_cast<int>((value & 0x300) != 0) & value;
 }
@@ -104,7 +104,7 @@ bool PeltoService::handleAudioKernelInfo(void* owner, kernel_to_native_packet* p
     return true;
 }
 
-// Waits for the compositor; what it answers changes nothing.
+// Waits for the compositor; ignores its answer.
 void PeltoService::notifySurfaceFlinger(int32_t eventId, const String8& info) {
     const sp<IServiceManager> manager = defaultServiceManager();
     if (manager == nullptr) {

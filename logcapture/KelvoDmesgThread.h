@@ -20,10 +20,9 @@ namespace android {
 // Threads: handleEvent() and dumpKernelLog() on "pelto_looper", the dumps on the thread
 //   "KelvoDmesgThread". No lock is held while a command runs.
 // Order: the thread starts during the construction of the instance, before the static pointer and
-// flag
-//   are set, and ends at once when it reads them too early. A request is dropped while the worker
-//   is busy, not yet asleep or gone; requests are never queued. An exit requested while it sleeps
-//   takes effect after the next dump.
+//   flag are set, and ends at once when it reads them too early. A request is dropped while the
+//   worker is busy, not yet asleep or gone; requests are never queued. An exit requested while it
+//   sleeps takes effect after the next dump.
 // Errors: a failed command has a log line like any other, and the next one runs.
 class KelvoDmesgThread : public Thread, public EventListener {
   public:

@@ -14,8 +14,7 @@ namespace android {
 // Ownership: an owner that drops its reference right after start() gets one pass; while it keeps
 //   one, the pass repeats until quit() or requestExit(). Every name contains the time of the
 //   construction, so repeated passes write the same names.
-// Threads: its fields are set by the constructor only. The steps run on the thread itself, or once
-// on
+// Threads: the constructor alone sets its fields. The steps run on the thread itself, or once on
 //   the caller's own when called directly, in the order of threadLoop().
 // Errors: each is a log line; the steps after a failed one still run.
 class KelvoPeltoLogThread : public Thread {

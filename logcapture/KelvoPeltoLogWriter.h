@@ -15,9 +15,9 @@ namespace android {
 //
 // Ownership: its constructor registers it with the dispatcher, which keeps it. It keeps nothing
 //   between events: each makes a worker and drops it.
-// Threads: handleEvent() on "pelto_looper", the two actions from any thread. mLock
-//   serialises them and is held while the exception report is raised, with its commands and the
-//   call into the reporting library.
+// Threads: handleEvent() on "pelto_looper", the two actions from any thread. mLock serialises them
+//   and is held while the exception report is raised, with its commands and the call into the
+//   reporting library.
 // Errors: a worker's failure is one log line.
 class KelvoPeltoLogWriter : public EventListener {
   public:

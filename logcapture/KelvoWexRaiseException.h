@@ -9,9 +9,8 @@ namespace android {
 
 // Turns one log-capture information string into one exception report for the reporting library.
 //
-// Threads: runs everything, commands and report included, on the caller's thread; no lock of its
-// own. Order: the constructor reads the information and, when stack traces are asked for, copies
-// the
+// Threads: commands and report run on the caller's thread; no lock of its own.
+// Order: the constructor reads the information and, when stack traces are asked for, copies the
 //   tombstones to where the library looks; WexRaiseException() raises the report.
 // Errors: information that cannot be read is one log line, and the report is raised without it.
 class KelvoWexRaiseException : public virtual RefBase {

@@ -4,8 +4,7 @@
 
 namespace android {
 
-// Commands of the capture classes, which contain text from outside. Each class logs under its own
-// tag.
+// Commands of the capture classes, which contain text from outside. Each class logs under its tag.
 
 // Whether the command line contains one of "|", "&", ";", "`" and "$"; logs an error line if so.
 bool holdsShellCharacter(const char* tag, const String8& command);

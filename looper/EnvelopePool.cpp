@@ -5,8 +5,7 @@
 
 namespace android {
 
-// No message is in delivery any more and the queue has given back the waiting ones, so every block
-// is in the list.
+// Every block is in the list: the queue has freed its messages, and none is in delivery.
 EnvelopePool::~EnvelopePool() {
     while (mOpen != nullptr) {
         Block* const block = mOpen;

@@ -48,8 +48,7 @@ bool MessageQueue::joinsLease(int64_t uptime, int64_t now) const {
            !mLease->isFull();
 }
 
-// The place of the first key that is due strictly later. Most messages are due now, so the end is
-// tried first.
+// The place of the first key that is due later. Most messages are due now, so the end comes first.
 size_t MessageQueue::placeFor(int64_t uptime) const {
     if (isEmpty() || uptime >= mKeys[mTail - 1].uptime) return mTail;
     const Key* const begin = mKeys.get() + mHead;
@@ -98,8 +97,7 @@ void MessageQueue::resize(size_t capacity) {
     mTail = head + count;
 }
 
-// Frees the messages first: the smaller array then fits below the end of the heap, which can
-// shrink.
+// Frees the messages first, so that the smaller array fits below the end of the heap.
 void MessageQueue::shrink() {
     mPool.shrink();
     size_t capacity = mCapacity;
@@ -114,7 +112,7 @@ void MessageQueue::rewindWhenEmpty() {
 
 void MessageQueue::grant(int64_t now, Lease* lease) {
     uint32_t count = 0;
-    while (count < Lease::kMost && !isEmpty() && mKeys[mHead].uptime <= now) {
+    while (count < Lease::kMaxMessages && !isEmpty() && mKeys[mHead].uptime <= now) {
         lease->mLastUptime = mKeys[mHead].uptime;
         lease->mEnvelopes[count++] = mKeys[mHead++].envelope;
     }

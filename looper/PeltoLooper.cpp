@@ -92,7 +92,7 @@ void PeltoLooper::wake() {
     do {
         written = write(mWakeEventFd, &one, sizeof one);
     } while (written == -1 && errno == EINTR);
-    // A saturated counter is a wake that has not been seen yet.
+    // EAGAIN: the counter is full, so a wake is already pending.
     if (written != sizeof one && errno != EAGAIN) {
         __android_log_assert(nullptr, kTag, "Could not write wake signal to fd %d: %s",
                              mWakeEventFd, strerror(errno));
@@ -132,7 +132,7 @@ void PeltoLooper::enqueue(int64_t uptime, int64_t latestReading,
         const ShortLock lock(mLock);
         if (latestReading > mLatestReading) mLatestReading = latestReading;
         const bool first = mMessageEnvelopes.insert(uptime, mLatestReading, handler, message);
-        // After a handler the queue is looked at again before the looper sleeps.
+        // A looper that runs a handler checks the queue again before it sleeps.
         sendWake = first && !mSendingMessage;
     }
     if (sendWake) wake();

@@ -43,8 +43,8 @@ enum : int32_t {
 //   Handlers and callbacks run on the looper's thread with mLock released, so they may post, watch,
 //   remove and poll again freely.
 // Order: messages go out by due time, equal times in the order they were sent, and always before
-//   the descriptor callbacks of the same poll. What a handler posts for now goes out in the same
-//   poll; as long as due messages come in, descriptor callbacks wait.
+//   the descriptor callbacks of the same poll. A message that a handler posts for now goes out in
+//   the same poll; as long as due messages arrive, descriptor callbacks wait.
 // Time: due times are nanoseconds of the monotonic clock; timeouts are milliseconds, where a
 //   negative value waits without limit and 0 never waits.
 // Errors: losing the wake descriptor or the epoll instance ends the process, and so does a handler
@@ -59,7 +59,7 @@ class PeltoLooper : public RefBase {
     static void setForThread(const sp<PeltoLooper>& looper);
     static sp<PeltoLooper> getForThread();
     // The calling thread's looper, made and bound if there is none. The options of the first call
-    // win; a call with others is told so in the log.
+    // win; a call with others is logged.
     static sp<PeltoLooper> prepare(int32_t opts);
 
     bool getAllowNonCallbacks() const { return mAllowNonCallbacks; }
@@ -84,7 +84,7 @@ class PeltoLooper : public RefBase {
     // A hint: it may have changed by the time the caller looks at it.
     bool isPolling() const { return mPolling.load(std::memory_order_relaxed); }
 
-    // Watches `fd`, or replaces its watch. With a callback `ident` is not looked at; without one it
+    // Watches `fd`, or replaces its watch. With a callback `ident` is ignored; without one it
     // must not be negative and the looper must allow it. 1, or -1 with a log line.
     int32_t addFd(int32_t fd, int32_t ident, int32_t events,
                   const sp<PeltoLooperCallback>& callback, void* data);
@@ -141,8 +141,8 @@ class PeltoLooper : public RefBase {
     // The looper's thread only, as are the next two.
     Vector<Response> mResponses;
     size_t mResponseIndex = 0;
-    int64_t mNextMessageUptime = INT64_MAX;  // of what the last poll left; INT64_MAX is none
-    // The latest time read by a poll or a poster; a message due by then needs no new reading.
+    int64_t mNextMessageUptime = INT64_MAX;  // due after the last poll; INT64_MAX is none
+    // The latest time read by a poll or a post; a message due by then needs no new reading.
     int64_t mLatestReading GUARDED_BY(mLock) = INT64_MIN;
 };
 

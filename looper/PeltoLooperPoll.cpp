@@ -1,4 +1,4 @@
-// One poll: wait, collect what woke it, deliver the due messages, call the callbacks.
+// One poll: wait, collect events, deliver due messages, call the callbacks.
 #include <android/log.h>
 
 #include <cerrno>
@@ -25,7 +25,7 @@ int32_t PeltoLooper::pollOnce(int32_t timeoutMillis, int32_t* outFd, int32_t* ou
     }
 }
 
-// The next collected event of a watch without callback; those with one have had their call.
+// The next collected event of a watch without a callback; skips those that had their callback.
 bool PeltoLooper::nextIdentifier(int32_t* outFd, int32_t* outEvents, void** outData,
                                  int32_t* ident) {
     while (mResponseIndex < mResponses.size()) {
@@ -90,7 +90,7 @@ int32_t PeltoLooper::untilNextMessage(int32_t timeoutMillis) const {
 
 int32_t PeltoLooper::collectEventsLocked(const epoll_event* items, int count, int error) {
     if (mEpollRebuildRequired) {
-        // What this wait brought is from the old set; what is still ready will be reported again.
+        // These events are from the old set; descriptors that are still ready are reported again.
         mEpollRebuildRequired = false;
         rebuildEpollLocked();
         return LOOPER_POLL_WAKE;
@@ -135,7 +135,7 @@ void PeltoLooper::pushResponse(int32_t events, const Request& request) {
 
 int32_t PeltoLooper::deliverMessagesLocked(int32_t result) {
     mNextMessageUptime = INT64_MAX;
-    mMessageEnvelopes.revokeLease();  // of the poll that this one is nested in
+    mMessageEnvelopes.revokeLease();  // of an outer poll
     while (!mMessageEnvelopes.isEmpty()) {
         if (!firstIsDueLocked()) {
             mNextMessageUptime = mMessageEnvelopes.firstUptime();
@@ -148,21 +148,21 @@ int32_t PeltoLooper::deliverMessagesLocked(int32_t result) {
     return result;
 }
 
-// The clock is read only when the latest reading does not settle it.
+// Reads the clock only when the first message is not due by the latest reading.
 bool PeltoLooper::firstIsDueLocked() {
     const int64_t uptime = mMessageEnvelopes.firstUptime();
     if (uptime > mLatestReading) mLatestReading = systemTime(SYSTEM_TIME_MONOTONIC);
     return uptime <= mLatestReading;
 }
 
-// The messages stay where they lie, out of the order, until their handlers are done with them. What
-// a handler posts or removes revokes the lease where it would change what comes next. A handler
-// that throws ends the process here, where its stack still shows, rather than leave a lease behind.
+// The messages are out of the order but stay in place until their handlers return. A post or a
+// removal that changes which message comes next revokes the lease. A handler that throws ends the
+// process here, where its stack still shows, rather than leave a lease behind.
 void PeltoLooper::deliverDueLocked() noexcept {
     Lease lease;
     mMessageEnvelopes.grant(mLatestReading, &lease);
     mSendingMessage = true;
-    MessageEnvelope* envelope = lease.claim();  // nobody takes the first one back any more
+    MessageEnvelope* envelope = lease.claim();  // a fresh lease gives at least one
     mLock.unlock();
     for (; envelope != nullptr; envelope = lease.claimSoon()) {
         if (envelope->handler != nullptr) envelope->handler->handleMessage(envelope->message);
@@ -173,7 +173,7 @@ void PeltoLooper::deliverDueLocked() noexcept {
     mSendingMessage = false;
 }
 
-// By index and with the callback taken out first: a poll from inside a callback replaces the list.
+// By index, and with the callback taken out first: a nested poll replaces the list.
 int32_t PeltoLooper::invokeCallbacks(int32_t result) {
     for (size_t i = 0; i < mResponses.size(); ++i) {
         if (mResponses[i].request.ident != LOOPER_POLL_CALLBACK) continue;

@@ -2,10 +2,19 @@
 
 #include <utils/Mutex.h>
 
-#include "looper/pause.h"
 #include "looper/thread_annotations.h"
 
 namespace android {
+
+// One turn of a spin loop, some ten nanoseconds: leaves the core to its other hardware thread and
+// saves power.
+inline void pauseBriefly() {
+#if defined(__x86_64__) || defined(__i386__)
+    __builtin_ia32_pause();
+#elif defined(__arm__) || defined(__aarch64__)
+    asm volatile("yield" ::: "memory");
+#endif
+}
 
 // Holds a lock for a scope. For locks that are held for less time than a thread needs to sleep and
 // wake: spins for about that long before it waits.

@@ -20,10 +20,10 @@ static_assert(sizeof(mm_kevent_packet) == 4096);
 
 // The channel of the display driver's kernel events: a thread that hands each record to a hook.
 //
-// Ownership: `owner` is passed on to the hook and never looked at; it must outlive the channel's
+// Ownership: `owner` is passed on to the hook and never read; it must outlive the channel's
 //   thread.
-// Threads: the hook runs on the channel's thread, one record at a time; the packet is its to
-//   change until it returns. What the hook returns is ignored.
+// Threads: the hook runs on the channel's thread, one record at a time, and may change the packet
+//   until it returns. Its result is ignored.
 // Order: records sent after the constructor are delivered, once run() has been called.
 class DisplayKevent : public Thread {
   public:

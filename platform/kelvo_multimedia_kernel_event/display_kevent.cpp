@@ -10,7 +10,7 @@ namespace android {
 
 namespace {
 
-// Cut to leave room for the terminator.
+// Cuts the text to leave room for the terminator.
 template <size_t kSize>
 void fill(char (&field)[kSize], const std::string& text) {
     memset(field, 0, kSize);
@@ -19,7 +19,7 @@ void fill(char (&field)[kSize], const std::string& text) {
 
 }  // namespace
 
-// Where the records come from.
+// The source of the records.
 struct DisplayKevent::Source {
     const std::shared_ptr<sim::DisplayChannel> channel = sim::Phone::get().displayKernel().open();
 };

@@ -10,11 +10,7 @@ class Condition;
 // A non-recursive lock. Autolock holds it for a scope.
 class CAPABILITY("mutex") Mutex {
   public:
-    enum { PRIVATE = 0 };
-
     Mutex() = default;
-    explicit Mutex(const char* /*name*/) {}
-    explicit Mutex(int /*type*/) {}
     ~Mutex() { pthread_mutex_destroy(&mMutex); }
     Mutex(const Mutex&) = delete;
     Mutex& operator=(const Mutex&) = delete;
@@ -27,7 +23,6 @@ class CAPABILITY("mutex") Mutex {
     class SCOPED_CAPABILITY Autolock {
       public:
         explicit Autolock(Mutex& mutex) ACQUIRE(mutex) : mLock(mutex) { mLock.lock(); }
-        explicit Autolock(Mutex* mutex) ACQUIRE(mutex) : mLock(*mutex) { mLock.lock(); }
         ~Autolock() RELEASE() { mLock.unlock(); }
         Autolock(const Autolock&) = delete;
         Autolock& operator=(const Autolock&) = delete;
@@ -40,7 +35,5 @@ class CAPABILITY("mutex") Mutex {
     friend class Condition;
     pthread_mutex_t mMutex = PTHREAD_MUTEX_INITIALIZER;
 };
-
-using AutoMutex = Mutex::Autolock;
 
 }  // namespace android

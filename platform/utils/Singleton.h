@@ -37,11 +37,11 @@ class Singleton {
 #pragma clang diagnostic pop
 #endif
 
-#define ANDROID_SINGLETON_STATIC_INSTANCE(TYPE)                                     \
-    template <>                                                                     \
-    ::android::Mutex(::android::Singleton<TYPE>::sLock)(::android::Mutex::PRIVATE); \
-    template <>                                                                     \
-    TYPE* ::android::Singleton<TYPE>::sInstance(nullptr);                           \
+#define ANDROID_SINGLETON_STATIC_INSTANCE(TYPE)           \
+    template <>                                           \
+    ::android::Mutex android::Singleton<TYPE>::sLock{};   \
+    template <>                                           \
+    TYPE* ::android::Singleton<TYPE>::sInstance(nullptr); \
     template class ::android::Singleton<TYPE>;
 
 }  // namespace android

@@ -31,7 +31,7 @@ class Thread : virtual public RefBase {
     virtual void requestExit();
     virtual status_t readyToRun();
 
-    // What readyToRun() returned, once the thread has ended.
+    // Wait for the end of the thread; the result of readyToRun().
     status_t requestExitAndWait();
     status_t join();
     bool isRunning() const;

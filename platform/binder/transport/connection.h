@@ -25,9 +25,8 @@ class Process;
 // One socket between a client process and a published object of another process; calls go both
 // ways.
 //
-// Ownership: the loop keeps it while the socket is open; its proxies and waiting calls keep it
-// longer.
-//   It keeps the objects it has given out, and holds its proxies weakly.
+// Ownership: the loop keeps it while the socket is open, its proxies and waiting calls keep it
+//   longer. It keeps the objects it has given out, and holds its proxies weakly.
 // Threads: onReady() on the loop's thread, the rest from any. No lock is held while foreign code
 //   runs: the notice thread releases objects and reports deaths.
 //
@@ -37,19 +36,17 @@ class Process;
 //   connection, since its caller would wait for ever.
 //
 // Backpressure: reading pauses while the calls that wait for a thread exceed kPauseBacklog. The
-// other
-//   side's socket and queue then fill up, its calls fail or wait there, and nothing that was read
-//   is lost. While a thread of this process waits for a reply on this connection, reading goes on:
-//   calls ahead of the reply may need that thread, or a lock it holds. The backlog is then bounded
-//   by kMaxBacklog. Of the calls beyond it, two-way ones are answered FAILED_TRANSACTION and
-//   one-way ones dropped, as by a full queue; logged once until the backlog drains. So no two
+//   other side's socket and queue then fill up, its calls fail or wait there, and nothing that was
+//   read is lost. While a thread of this process waits for a reply on this connection, reading goes
+//   on: calls ahead of the reply may need that thread, or a lock it holds. The backlog is then
+//   bounded by kMaxBacklog. Of the calls beyond it, two-way ones are answered FAILED_TRANSACTION
+//   and one-way ones dropped, as by a full queue; logged once until the backlog drains. So no two
 //   processes deadlock each other, and a slow one is never disconnected.
 //
 // A frame that breaks the protocol ends the connection with one log line. At the end, whichever
-// side
-//   caused it, waiting callers get DEAD_OBJECT, death recipients are notified once, objects given
-//   out are released; calls already read are still executed. A proxy then costs about 1.4 KiB on a
-//   64-bit machine, this object without its buffers included.
+//   side caused it, waiting callers get DEAD_OBJECT, death recipients are notified once, objects
+//   given out are released; calls already read are still executed. A proxy then costs about 1.4 KiB
+//   on a 64-bit machine, this object without its buffers included.
 class Connection : public IoSource, public std::enable_shared_from_this<Connection> {
   public:
     // Limits of mOut when a call, or anything else, is added.

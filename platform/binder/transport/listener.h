@@ -22,9 +22,8 @@ bool mayTalkTo(const ucred& peer, const std::string& name);
 // The connections that this process has accepted under all its names: at most kMaxConnections and
 // at most a quarter of its descriptors, so that clients leave descriptors for its other work.
 //
-// A full set closes its oldest connection without a handshake for a new one, so that silent sockets
-// keep nobody out.
-// Threads: the loop's only.
+// Closes the oldest connection without a handshake when full, so that silent sockets keep nobody
+// out. Threads: the loop's only.
 class AcceptedConnections {
   public:
     static constexpr size_t kMaxConnections = 256;
@@ -43,9 +42,9 @@ class AcceptedConnections {
 //
 // Threads: open() and close() from any thread.
 // Errors: without free descriptors it backs off until a connection ends or a second has passed,
-// while
-//   new clients wait in the kernel; logged once until all of them are accepted. When every place in
-//   AcceptedConnections is taken, a new client is disconnected; logged once until one is accepted.
+//   while new clients wait in the kernel; logged once until all of them are accepted. When every
+//   place in AcceptedConnections is taken, a new client is disconnected; logged once until one is
+//   accepted.
 class Listener : public IoSource, public std::enable_shared_from_this<Listener> {
   public:
     Listener(Process& process, sim::Fd socket, std::string name, sp<BBinder> root);
