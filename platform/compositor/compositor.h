@@ -1,7 +1,6 @@
 #pragma once
 
 #include <binder/Binder.h>
-#include <utils/Condition.h>
 #include <utils/Mutex.h>
 #include <utils/String8.h>
 

@@ -16,7 +16,6 @@ class SortedVector {
         if (index >= mItems.size()) fatalIndexOutOfRange("SortedVector", index, mItems.size());
         return mItems[index];
     }
-    T& editItemAt(size_t index) { return const_cast<T&>((*this)[index]); }
 
     // NAME_NOT_FOUND for a missing item.
     ssize_t indexOf(const T& item) const {
@@ -34,10 +33,6 @@ class SortedVector {
             *place = item;
         }
         return place - mItems.begin();
-    }
-
-    void removeItemsAt(size_t index) {
-        mItems.erase(mItems.begin() + static_cast<ptrdiff_t>(index));
     }
 
   private:
