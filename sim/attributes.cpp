@@ -66,7 +66,7 @@ struct Attributes::Open {
         ended = true;
         shutdown(kernelEnd.get(), SHUT_WR);
     }
-    // A byte more or less is the socket's own while a block is being taken.
+    // While the kernel frees a block just read, it still counts one byte of it.
     bool hasUnread() const {
         int bytes = 0;
         return ioctl(kernelEnd.get(), SIOCOUTQ, &bytes) == 0 && bytes > 1;
@@ -81,6 +81,8 @@ struct Attributes::Open {
             sent -= static_cast<size_t>(got);
     }
 };
+
+Attributes::Attributes(const Root& root) : mRoot(root), mFeeder(epoll_create1(EPOLL_CLOEXEC)) {}
 
 void Attributes::set(const std::string& path, Content content) {
     Lock lock(mMutex);
@@ -166,23 +168,20 @@ int Attributes::makeOpen(const std::string& path, const Attribute& attribute) {
     return processEnd.release();
 }
 
-// Nothing tells when a descriptor is closed but that its number is another file's, or none.
+// Forgets what its reader has closed. A descriptor of a vanished device stays known: the end that
+// would tell is closed.
 void Attributes::dropClosed() {
     for (auto open = mOpen.begin(); open != mOpen.end();) {
-        const bool closed = Open::keyOf(open->second->fd) != open->first;
+        pollfd end = {open->second->kernelEnd.get(), 0, 0};
+        const bool closed = ::poll(&end, 1, 0) > 0 && (end.revents & POLLHUP) != 0;
         open = closed ? mOpen.erase(open) : std::next(open);
     }
 }
 
 bool Attributes::startFeeder() try {
-    if (mFeeder.valid()) return true;
-    Fd epoll(epoll_create1(EPOLL_CLOEXEC));
-    if (!epoll.valid()) return false;
-    std::swap(mFeeder, epoll);
-    std::thread([this] { runFeeder(); }).detach();
-    return true;
+    if (!mFeederRuns) std::thread([this] { runFeeder(); }).detach();
+    return mFeederRuns = true;
 } catch (const std::system_error&) {
-    mFeeder = Fd();
     return false;
 }
 
@@ -211,7 +210,8 @@ std::function<void()> Attributes::feed(Open& open) {
     const std::string_view text = *attribute.content;
     const size_t end = std::min(text.size(), attribute.faults.endsAfter);
     if (open.sent < end) {
-        open.send(text.substr(open.sent, std::min(attribute.faults.readBytes, end - open.sent)));
+        const size_t size = std::min(attribute.faults.readBytes, end - open.sent);
+        if (!open.send(text.substr(open.sent, size)) && errno != EAGAIN) open.end();
         return nullptr;
     }
     if (end < text.size() && attribute.faults.atEnd) return attribute.faults.atEnd;

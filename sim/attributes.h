@@ -30,11 +30,12 @@ class Root;
 // does a plain read() of a binary attribute; that of a text one gives the content of open().
 // Neither gives more than 4096 bytes at once, and a plain read() for less loses the rest of its
 // block. When a device is removed, its descriptors are ready for ever, pread() fails with ENODEV,
-// and the next plain read fails with ECONNRESET.
+// and the next plain read fails with ECONNRESET. A plain reader of what was empty at open() meets
+// the end.
 //
 // Ownership: a descriptor handed out is closed plainly by its opener.
 // Threads: any. The thread "sim_attribute" feeds the readers of binary attributes, a block at a
-//   time.
+//   time; a child made by fork() has none.
 class Attributes {
   public:
     static constexpr size_t kReadBytes = 4096;
@@ -53,7 +54,7 @@ class Attributes {
     };
 
     // `root` outlives this.
-    explicit Attributes(const Root& root) : mRoot(root) {}
+    explicit Attributes(const Root& root);
 
     // The device's side. Paths are absolute, without "." and "..".
     void set(const std::string& path, Content content) SIM_EXCLUDES(mMutex);
@@ -110,7 +111,8 @@ class Attributes {
     // By what the descriptor refers to: its number may be another file's by now.
     std::map<Key, std::shared_ptr<Open>> mOpen SIM_GUARDED_BY(mMutex);
     int mPolls SIM_GUARDED_BY(mMutex) = 0;
-    Fd mFeeder;  // the feeder's epoll instance; set once under mMutex, before its thread runs
+    const Fd mFeeder;  // the feeder's epoll instance
+    bool mFeederRuns SIM_GUARDED_BY(mMutex) = false;
 };
 
 }  // namespace sim
