@@ -54,14 +54,17 @@ class Arguments {
         // A link below a source is copied as a link, one in the way of a copy is replaced by it.
         mOut.insert(mOut.end(), {"-P", "--remove-destination"});
         if (!options({"-r"})) return false;
-        // A source that is refused is told of, and the rest is copied, as cp itself does.
-        bool any = mNext + 1 >= mWords.size();
-        while (mNext + 1 < mWords.size()) {
-            const bool taken = path(mWords[mNext++], kRead);
-            if (!taken) mCommand.complaints += "cp: " + mWhy + '\n';
-            any |= taken;
+        // A source that is refused is told of and the rest copied, as cp itself does.
+        size_t refused = 0;
+        const size_t sources = mNext < mWords.size() ? mWords.size() - mNext - 1 : 0;
+        for (size_t i = 0; i < sources; ++i) {
+            if (path(mWords[mNext++], kRead)) continue;
+            mCommand.complaints += "cp: " + mWhy + '\n';
+            ++refused;
         }
-        return any && paths();
+        if (refused == 0) return paths();
+        // The one that is left must not be copied onto a file.
+        return refused < sources && isDirectory(mWords[mNext]) && paths();
     }
 
     bool chmod() {
@@ -114,6 +117,12 @@ class Arguments {
         auto other = std::find_if(mWords.begin() + mNext, mWords.end(),
                                   [](const std::string& word) { return word[0] == '-'; });
         return other == mWords.end() || refuse(*other, "is no option here");
+    }
+
+    bool isDirectory(const std::string& word) {
+        Root::Place where;
+        const bool found = mRoot.resolve(word, where) == 0 && S_ISDIR(statusOf(where).st_mode);
+        return found || refuse(word, strerror(ENOTDIR));
     }
 
     // What is left of the words, each a path that is written to.

@@ -113,6 +113,8 @@ TEST_F(ShellTest, ProgramsThatWalkATreeDoNotFollowItsLinks) {
     fs::remove(phone().fsDir() + "/data/y/mine");
     EXPECT_EQ(run("cp /data/y/* /data/x/mine /data/y"), 1) << "a link among the sources";
     EXPECT_EQ(contents("/data/y/mine"), "mine") << "does not keep the others from being copied";
+    fails("cp /data/y/escape /data/y/mine /data/x/", {"mine", "none"});
+    EXPECT_FALSE(exists("/data/x/none"));
     file("/data/src2/x/dir/planted", "new");
     EXPECT_NE(run("cp -r /data/src2/x /data"), 0);
     EXPECT_EQ(run("rm -rf /data/x /data/y/ /data/out"), 0);
