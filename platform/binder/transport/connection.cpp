@@ -53,11 +53,13 @@ void Connection::forgetProxy(const BpBinder* proxy) {
     if (entry == mProxies.end() || entry->second.address != proxy) return;
     const uint32_t count = entry->second.count;
     mProxies.erase(entry);
-    mRefusing = false;
-    if (proxy->handle() != 0) releaseLocked(proxy->handle(), count);
+    if (mProxies.size() < kMaxProxies / 4 * 3) mRefusing = false;
+    releaseLocked(proxy->handle(), count);
 }
 
+// The published object is not counted.
 void Connection::releaseLocked(uint32_t handle, uint32_t count) {
+    if (handle == 0) return;
     FrameHeader release{};
     release.kind = RELEASE;
     release.handle = handle;

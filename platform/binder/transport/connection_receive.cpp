@@ -149,6 +149,7 @@ const char* Connection::takeReply(const Frame& frame) {
         call.status = frame.header.status;
     } else {
         call.status = FAILED_TRANSACTION;
+        mProcess.notices().post([objects = std::move(objects)] {});
     }
     call.done = true;
     call.answered.signal();
