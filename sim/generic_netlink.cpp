@@ -68,16 +68,19 @@ ssize_t GenericNetlink::sendto(int fd, std::string_view bytes, int flags, const 
     if (to.nl_pid != 0) return refuse(ECONNREFUSED);
     {
         Lock lock(mMutex);
+        if (find(fd) == nullptr) return refuse(ENOTSOCK);
         if (!mSendResults.empty()) {
             const ssize_t result = mSendResults.front();
             mSendResults.pop_front();
             if (result < 0) return refuse(static_cast<int>(-result));
             bytes = bytes.substr(0, static_cast<size_t>(result));
+            if (result == 0) {
+                errno = EAGAIN;
+                return 0;
+            }
         }
     }
-    if (!bytes.empty()) return ::send(fd, bytes.data(), bytes.size(), flags);
-    errno = EAGAIN;
-    return 0;
+    return ::send(fd, bytes.data(), bytes.size(), flags);
 }
 
 int GenericNetlink::takeError(int fd) {
