@@ -3,8 +3,6 @@
 #include <android/log.h>
 #include <utils/SystemClock.h>
 
-#include <cstring>
-
 #include "service/PeltoService.h"
 
 namespace android {
@@ -14,7 +12,7 @@ constexpr char kTopActivityProperty[] = "sys.kelvo.video.top.activity.name";
 }  // namespace
 
 void PeltoService::notifyVideoStutter(const String8& detectorName, int frameGap) {
-    if (mSfState && strcmp(detectorName.c_str(), "HwuiDetect") == 0) {
+    if (mSfState && detectorName == String8("HwuiDetect")) {
         __android_log_print(ANDROID_LOG_WARN, kServiceTag,
                             "notifyVideoStutter return, not report frameGap:%d", frameGap);
         return;

@@ -19,6 +19,7 @@ class String8 {
     int append(const String8& other);
     int appendFormat(const char* format, ...) __attribute__((format(printf, 2, 3)));
     static String8 format(const char* format, ...) __attribute__((format(printf, 1, 2)));
+    bool operator==(const String8& other) const;
     String8 operator+(const String8& other) const;
 };
 
