@@ -41,7 +41,7 @@ class KelvoGpuMinidump {
 
     // Despite its name: whether the monitor may run on this phone.
     static bool disableFeature4G();
-    // Whether the driver has a snapshot to give; sleeps for a second when its control is missing.
+    // Whether a dump may be taken; sleeps for a second when the control file is missing.
     static bool allowGpuDump();
     // Fills in up to 64 bytes without a terminator, or leaves `buf` as it is, and records the fault
     // with the statistics.

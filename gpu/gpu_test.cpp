@@ -191,6 +191,10 @@ TEST_F(GpuTest, AFaultWaitsUnreadUntilDumpingIsAllowed) {
         EXPECT_EQ(reported(std::to_string(faults)), said(kTag)) << "the last one, once";
     }
     EXPECT_EQ(2, monitor->getFileCount());
+    for (const char* control : {"0\n", "1\n", "", "x0"}) {
+        phone().gpu().setControl(control);
+        EXPECT_EQ(*control == '0', KelvoGpuMinidump::allowGpuDump()) << control;
+    }
 }
 
 TEST_F(GpuTest, CollectsAFaultIntoOneArchive) {
@@ -296,6 +300,11 @@ TEST_F(GpuTest, ADeviceThatFailsDoesNotSpin) {
         EXPECT_TRUE(logged("D KelvoGpuMinidump: " + gone + "sleep for a while!", second + 1));
         advance(1s);
     }
+    ASSERT_TRUE(waitForSleepers(1));
+    std::thread asking([] { EXPECT_FALSE(KelvoGpuMinidump::allowGpuDump()); });
+    EXPECT_TRUE(waitForSleepers(2)) << "asked by others it pauses too";
+    advance(1s);
+    asking.join();
 }
 
 TEST_F(GpuTest, WhatFailsIsLoggedAndTheRestCollected) {
