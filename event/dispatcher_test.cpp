@@ -4,7 +4,7 @@
 #include <future>
 
 #include "event/PeltoEventDisptch.h"
-#include "tests/support/phone_test.h"
+#include "tests/support/phone_fixture.h"
 
 namespace android {
 namespace {

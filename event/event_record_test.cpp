@@ -1,6 +1,6 @@
 #include "event/PeltoEvent.h"
 #include "event/phone_integer.h"
-#include "tests/support/phone_test.h"
+#include "tests/support/phone_fixture.h"
 
 namespace android {
 namespace {

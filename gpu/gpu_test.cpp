@@ -15,7 +15,7 @@
 #include "sim/control_socket.h"
 #include "sim/line_file.h"
 #include "sim/shell.h"
-#include "tests/support/phone_test.h"
+#include "tests/support/phone_fixture.h"
 
 namespace android {
 namespace {

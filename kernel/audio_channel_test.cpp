@@ -12,7 +12,7 @@
 #include "sim/generic_netlink.h"
 #include "sim/hex.h"
 #include "sim/log.h"
-#include "tests/support/phone_test.h"
+#include "tests/support/phone_fixture.h"
 
 namespace android {
 namespace {

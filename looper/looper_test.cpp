@@ -8,7 +8,7 @@
 
 #include "looper/HandlerThread.h"
 #include "sim/clock.h"
-#include "tests/support/phone_test.h"
+#include "tests/support/phone_fixture.h"
 
 namespace android {
 namespace {

@@ -5,7 +5,7 @@
 #include <thread>
 
 #include "looper/PeltoLooper.h"
-#include "tests/support/phone_test.h"
+#include "tests/support/phone_fixture.h"
 
 namespace android {
 namespace {

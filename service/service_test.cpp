@@ -18,7 +18,7 @@
 #include "sim/generic_netlink.h"
 #include "sim/gpu.h"
 #include "sim/properties.h"
-#include "tests/support/phone_test.h"
+#include "tests/support/phone_fixture.h"
 
 namespace android {
 namespace {

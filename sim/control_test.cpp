@@ -4,7 +4,7 @@
 #include <sys/stat.h>
 
 #include "sim/control_socket.h"
-#include "tests/support/phone_test.h"
+#include "tests/support/phone_fixture.h"
 
 namespace sim {
 namespace {

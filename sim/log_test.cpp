@@ -12,7 +12,7 @@
 
 #include "sim/fd.h"
 #include "sim/logcat.h"
-#include "tests/support/phone_test.h"
+#include "tests/support/phone_fixture.h"
 
 using testing::ElementsAre;
 

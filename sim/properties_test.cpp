@@ -8,7 +8,7 @@
 #include <atomic>
 #include <thread>
 
-#include "tests/support/phone_test.h"
+#include "tests/support/phone_fixture.h"
 
 using namespace std::string_literals;
 using PropertiesTest = PhoneTest;

@@ -10,7 +10,7 @@
 #include <fstream>
 
 #include "phone/phone.h"
-#include "tests/support/phone_test.h"
+#include "tests/support/phone_fixture.h"
 
 namespace fs = std::filesystem;
 

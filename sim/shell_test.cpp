@@ -8,7 +8,7 @@
 #include "phone/phone.h"
 #include "sim/host_programs.h"
 #include "sim/kernel_log.h"
-#include "tests/support/phone_test.h"
+#include "tests/support/phone_fixture.h"
 
 namespace fs = std::filesystem;
 using testing::ElementsAre;

@@ -6,7 +6,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "tests/service_test.h"
+#include "tests/support/service_fixture.h"
 
 using testing::ElementsAre;
 using testing::HasSubstr;

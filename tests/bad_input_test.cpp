@@ -12,7 +12,7 @@
 
 #include <fstream>
 
-#include "tests/service_test.h"
+#include "tests/support/service_fixture.h"
 
 using namespace android;
 using testing::ElementsAre;

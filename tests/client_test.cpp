@@ -6,7 +6,7 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
-#include "tests/service_test.h"
+#include "tests/support/service_fixture.h"
 
 using namespace android;
 using testing::HasSubstr;

@@ -2,7 +2,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "tests/service_test.h"
+#include "tests/support/service_fixture.h"
 
 using testing::HasSubstr;
 using testing::MatchesRegex;

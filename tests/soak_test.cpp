@@ -12,7 +12,7 @@
 #include <thread>
 
 #include "sim/control.h"
-#include "tests/service_test.h"
+#include "tests/support/service_fixture.h"
 
 using namespace android;
 

@@ -12,7 +12,7 @@
 #include <sstream>
 
 #include "sim/gpu.h"
-#include "tests/service_test.h"
+#include "tests/support/service_fixture.h"
 
 using testing::ElementsAre;
 using testing::EndsWith;

@@ -6,7 +6,7 @@
 
 #include "event/PeltoEventDisptch.h"
 #include "sim/shell.h"
-#include "tests/support/phone_test.h"
+#include "tests/support/phone_fixture.h"
 
 namespace android {
 

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "sim/control.h"
-#include "tests/support/phone_test.h"
+#include "tests/support/phone_fixture.h"
 
 // A phone that is told what to do as another process tells it.
 class ToldPhoneTest : public PhoneTest {

@@ -7,8 +7,8 @@
 #include <string>
 
 #include "platform/binder/testing/test_service.h"
-#include "tests/program.h"
-#include "tests/support/phone_test.h"
+#include "tests/support/phone_fixture.h"
+#include "tests/support/program.h"
 
 namespace android::binder_test {
 

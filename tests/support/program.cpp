@@ -1,4 +1,4 @@
-#include "tests/program.h"
+#include "tests/support/program.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

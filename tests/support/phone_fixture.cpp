@@ -1,4 +1,4 @@
-#include "tests/support/phone_test.h"
+#include "tests/support/phone_fixture.h"
 
 #include <stdlib.h>
 

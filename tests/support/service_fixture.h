@@ -2,8 +2,8 @@
 
 #include <binder/IBinder.h>
 
-#include "tests/program.h"
-#include "tests/support/phone_test.h"
+#include "tests/support/phone_fixture.h"
+#include "tests/support/program.h"
 
 // A test with the programs of this build on a fresh phone. Of the service's host there are two:
 // peltoserviced, and one whose listener writes down the events it is called with, see

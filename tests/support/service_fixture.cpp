@@ -1,4 +1,4 @@
-#include "tests/service_test.h"
+#include "tests/support/service_fixture.h"
 
 #include <binder/IServiceManager.h>
 #include <gmock/gmock.h>
