@@ -4,9 +4,7 @@
 #include <binder/ProcessState.h>
 #include <ipeltoservice/PeltoServiceCalls.h>
 #include <semaphore.h>
-#include <spawn.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -18,6 +16,7 @@
 #include "event/EventListener.h"
 #include "event/PeltoEventDisptch.h"
 #include "service/PeltoService.h"
+#include "sim/base/process.h"
 #include "sim/phone.h"
 
 namespace bench {
@@ -86,14 +85,15 @@ class Listener : public EventListener {
     Arrivals& mArrivals;
 };
 
-// This program once more, as a client of the phone's service.
+// Starts this program again, as a client of the phone's service.
 pid_t startClient(const RoadOptions& options) {
-    std::string words[] = {"service_bench", "send", sim::Phone::get().folder(),
-                           std::to_string(options.events), std::to_string(options.gapMicros)};
-    char* arguments[] = {words[0].data(), words[1].data(), words[2].data(),
-                         words[3].data(), words[4].data(), nullptr};
     pid_t pid = -1;
-    if (posix_spawn(&pid, "/proc/self/exe", nullptr, nullptr, arguments, environ) != 0) _exit(1);
+    const int error = sim::ProcessStarter().start(
+        "/proc/self/exe",
+        {"service_bench", "send", sim::Phone::get().folder(), std::to_string(options.events),
+         std::to_string(options.gapMicros)},
+        pid);
+    if (error != 0) _exit(1);
     return pid;
 }
 
@@ -133,9 +133,7 @@ Figures client(const RoadOptions& options) {
     PeltoEventDisptch::getInstance().registerEventListener(new Listener(arrivals));
     if (defaultServiceManager()->addService(String16(kPeltoServiceName), service) != OK) _exit(1);
     ProcessState::self()->startThreadPool();
-    const pid_t pid = startClient(options);
-    int status = 0;
-    if (waitpid(pid, &status, 0) != pid || status != 0) _exit(1);
+    if (sim::waitForExit(startClient(options)) != 0) _exit(1);
     return arrivals.await();
 }
 

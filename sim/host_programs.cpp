@@ -1,60 +1,17 @@
 #include "sim/host_programs.h"
 
 #include <fcntl.h>
-#include <signal.h>
-#include <spawn.h>
 #include <string.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 
+#include "sim/base/process.h"
 #include "sim/fd.h"
 #include "sim/phone_log.h"
 #include "sim/root.h"
 
 namespace sim {
 namespace {
-
-class SpawnSettings {
-  public:
-    SpawnSettings(const Root& root, const HostCommand& command, int outputFd, int errorFd) {
-        posix_spawn_file_actions_init(&mActions);
-        posix_spawn_file_actions_addopen(&mActions, 0, "/dev/null", O_RDONLY, 0);
-        posix_spawn_file_actions_adddup2(&mActions, outputFd, 1);
-        posix_spawn_file_actions_adddup2(&mActions, errorFd, 2);
-        posix_spawn_file_actions_addfchdir_np(&mActions, root.fd());
-        // Onto itself: that makes the program inherit it.
-        for (const HostCommand::Directory& directory : command.directories)
-            posix_spawn_file_actions_adddup2(&mActions, directory.fd.get(), directory.fd.get());
-        posix_spawnattr_init(&mAttributes);
-        sigset_t signals;
-        sigemptyset(&signals);
-        posix_spawnattr_setsigmask(&mAttributes, &signals);
-        sigfillset(&signals);
-        posix_spawnattr_setsigdefault(&mAttributes, &signals);
-        posix_spawnattr_setflags(&mAttributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-    }
-    ~SpawnSettings() {
-        posix_spawnattr_destroy(&mAttributes);
-        posix_spawn_file_actions_destroy(&mActions);
-    }
-    SpawnSettings(const SpawnSettings&) = delete;
-    SpawnSettings& operator=(const SpawnSettings&) = delete;
-
-    int spawn(pid_t& pid, const std::vector<std::string>& arguments) {
-        std::vector<char*> argv;
-        for (const std::string& argument : arguments)
-            argv.push_back(const_cast<char*>(argument.c_str()));
-        argv.push_back(nullptr);
-        char path[] = "PATH=/usr/bin:/bin", locale[] = "LC_ALL=C";
-        char* const environment[] = {path, locale, nullptr};
-        const std::string file = "/bin/" + arguments.front();
-        return posix_spawn(&pid, file.c_str(), &mActions, &mAttributes, argv.data(), environment);
-    }
-
-  private:
-    posix_spawn_file_actions_t mActions;
-    posix_spawnattr_t mAttributes;
-};
 
 constexpr size_t kComplaintBytes = 4096;
 
@@ -72,17 +29,23 @@ int statusOnFullDisk(const std::string& program) {
 }
 
 int runHostProgram(const Root& root, const HostCommand& command, int outputFd) {
+    const std::string& program = command.arguments.front();
     Fd complaints(openComplaints());
+    ProcessStarter starter;
+    starter.openFd(STDIN_FILENO, "/dev/null", O_RDONLY);
+    starter.setFd(STDOUT_FILENO, outputFd);
+    if (complaints.valid()) starter.setFd(STDERR_FILENO, complaints.get());
+    starter.setDirectory(root.fd());
+    for (const HostCommand::Directory& directory : command.directories)
+        starter.setFd(directory.fd.get(), directory.fd.get());
+    starter.setEnvironment({"PATH=/usr/bin:/bin", "LC_ALL=C"});
     pid_t pid = 0;
-    SpawnSettings settings(root, command, outputFd, complaints.get());
-    if (int error = settings.spawn(pid, command.arguments)) {
-        logAs("sh", kError, command.arguments.front() + ": " + strerror(error));
+    if (int error = starter.start("/bin/" + program, command.arguments, pid)) {
+        logAs("sh", kError, program + ": " + strerror(error));
         return W_EXITCODE(127, 0);
     }
-    int status = 0;
-    while (waitpid(pid, &status, 0) < 0) {
-        if (errno != EINTR) return -1;
-    }
+    const int status = waitForExit(pid);
+    if (status < 0) return -1;
     lseek(complaints.get(), 0, SEEK_SET);
     std::string said = readAll(complaints.get(), kComplaintBytes).c_str();  // up to the first NUL
     command.nameDirectories(said);

@@ -4,45 +4,39 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
-#include <spawn.h>
 #include <sys/wait.h>
+
+#include "sim/base/process.h"
 
 namespace {
 
 constexpr int kPatienceMillis = 50000;
 
-sim::Fd pipeTo(posix_spawn_file_actions_t& actions, int target, sim::Fd& reading) {
+// Makes the child's descriptor the writing end of a pipe; returns our copy of that end.
+sim::Fd pipeTo(sim::ProcessStarter& starter, int number, sim::Fd& reading) {
     int ends[2] = {-1, -1};
     EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
     reading = sim::Fd(ends[0]);
-    posix_spawn_file_actions_adddup2(&actions, ends[1], target);
+    starter.setFd(number, ends[1]);
     return sim::Fd(ends[1]);
 }
 
 }  // namespace
 
 Program::Program(const Words& command, const std::string& input) {
-    std::vector<char*> arguments;
-    for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
-    arguments.push_back(nullptr);
-    // Numbers that the pipes' own ends do not have.
-    const sim::Fd taken[] = {sim::Fd(dup(0)), sim::Fd(dup(0)), sim::Fd(dup(0)), sim::Fd(dup(0))};
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    const sim::Fd output = pipeTo(actions, STDOUT_FILENO, mOutput.fd);
-    const sim::Fd errors = pipeTo(actions, STDERR_FILENO, mErrors.fd);
-    const sim::Fd ready = pipeTo(actions, kReadyFd, mReady);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, input.c_str(), O_RDONLY, 0);
-    posix_spawn_file_actions_addclosefrom_np(&actions, kReadyFd + 1);
-    EXPECT_EQ(posix_spawnp(&mPid, arguments[0], &actions, nullptr, arguments.data(), environ), 0)
-        << command[0];
-    posix_spawn_file_actions_destroy(&actions);
+    sim::ProcessStarter starter;
+    starter.openFd(STDIN_FILENO, input, O_RDONLY);
+    const sim::Fd output = pipeTo(starter, STDOUT_FILENO, mOutput.fd);
+    const sim::Fd errors = pipeTo(starter, STDERR_FILENO, mErrors.fd);
+    const sim::Fd ready = pipeTo(starter, kReadyFd, mReady);
+    starter.closeFrom(kReadyFd + 1);
+    EXPECT_EQ(starter.start(command[0], command, mPid), 0) << command[0];
 }
 
 Program::~Program() {
     if (mPid <= 0) return;
     signal(SIGKILL);
-    waitpid(mPid, nullptr, 0);
+    sim::waitForExit(mPid);
 }
 
 void Program::signal(int number) const {
@@ -88,8 +82,8 @@ std::string Program::line() {
 int Program::wait() {
     while (readMore()) {
     }
-    int status = 0;
-    if (mPid <= 0 || waitpid(mPid, &status, 0) != mPid) return -1;
+    const int status = mPid > 0 ? sim::waitForExit(mPid) : -1;
+    if (status < 0) return -1;
     mPid = -1;
     return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
 }

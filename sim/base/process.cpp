@@ -1,0 +1,83 @@
+#include "sim/base/process.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace sim {
+namespace {
+
+// Above the numbers that children get their descriptors under.
+constexpr int kFirstFreeFd = 10;
+
+std::vector<char*> pointersTo(const std::vector<std::string>& texts) {
+    std::vector<char*> pointers;
+    for (const std::string& text : texts) pointers.push_back(const_cast<char*>(text.c_str()));
+    pointers.push_back(nullptr);
+    return pointers;
+}
+
+}  // namespace
+
+ProcessStarter::ProcessStarter() {
+    posix_spawn_file_actions_init(&mActions);
+    posix_spawnattr_init(&mAttributes);
+    sigset_t signals;
+    sigemptyset(&signals);
+    posix_spawnattr_setsigmask(&mAttributes, &signals);
+    sigfillset(&signals);
+    posix_spawnattr_setsigdefault(&mAttributes, &signals);
+}
+
+ProcessStarter::~ProcessStarter() {
+    posix_spawnattr_destroy(&mAttributes);
+    posix_spawn_file_actions_destroy(&mActions);
+}
+
+void ProcessStarter::setFd(int number, int ours) {
+    // A low number may be overwritten in the child before it is copied.
+    if (ours != number && ours >= 0 && ours < kFirstFreeFd) {
+        mCopies.emplace_back(fcntl(ours, F_DUPFD_CLOEXEC, kFirstFreeFd));
+        ours = mCopies.back().get();
+        if (ours < 0) noteError(errno);
+    }
+    noteError(posix_spawn_file_actions_adddup2(&mActions, ours, number));
+}
+
+void ProcessStarter::openFd(int number, const std::string& path, int flags, mode_t mode) {
+    noteError(posix_spawn_file_actions_addopen(&mActions, number, path.c_str(), flags, mode));
+}
+
+void ProcessStarter::closeFrom(int first) {
+    noteError(posix_spawn_file_actions_addclosefrom_np(&mActions, first));
+}
+
+void ProcessStarter::setDirectory(int directoryFd) {
+    noteError(posix_spawn_file_actions_addfchdir_np(&mActions, directoryFd));
+}
+
+void ProcessStarter::setEnvironment(std::vector<std::string> environment) {
+    mEnvironment = std::move(environment);
+    mOwnEnvironment = true;
+}
+
+int ProcessStarter::start(const std::string& file, const std::vector<std::string>& arguments,
+                          pid_t& pid) {
+    if (mError != 0) return mError;
+    const std::vector<char*> words = pointersTo(arguments), variables = pointersTo(mEnvironment);
+    posix_spawnattr_setflags(&mAttributes, mFlags);
+    return posix_spawnp(&pid, file.c_str(), &mActions, &mAttributes, words.data(),
+                        mOwnEnvironment ? variables.data() : environ);
+}
+
+int waitForExit(pid_t pid) {
+    int status = 0;
+    while (waitpid(pid, &status, 0) < 0) {
+        if (errno != EINTR) return -1;
+    }
+    return status;
+}
+
+}  // namespace sim
