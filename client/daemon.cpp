@@ -3,65 +3,71 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
-#include <spawn.h>
 #include <string.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
+#include <sys/syscall.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <fstream>
+#include <sstream>
 
 #include "client/client.h"
-#include "client/deadline.h"
+#include "sim/base/process.h"
 
 namespace pelto {
 namespace {
 
-constexpr double kPatienceSeconds = 60;
+constexpr int kPatienceMillis = 60000;
 
-// A session of its own; none of our descriptors but the ones named, none of our signal settings.
-class DaemonSettings {
-  public:
-    DaemonSettings(const std::string& output, int readyFd) {
-        posix_spawn_file_actions_init(&actions);
-        posix_spawn_file_actions_addopen(&actions, 0, "/dev/null", O_RDONLY, 0);
-        posix_spawn_file_actions_addopen(&actions, 1, output.c_str(),
-                                         O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0600);
-        posix_spawn_file_actions_adddup2(&actions, 1, 2);
-        posix_spawn_file_actions_adddup2(&actions, readyFd, Daemon::kReadyFd);
-        posix_spawn_file_actions_addclosefrom_np(&actions, Daemon::kReadyFd + 1);
-        posix_spawn_file_actions_addchdir_np(&actions, "/");
-        posix_spawnattr_init(&attributes);
-        sigset_t signals;
-        sigemptyset(&signals);
-        posix_spawnattr_setsigmask(&attributes, &signals);
-        sigfillset(&signals);
-        posix_spawnattr_setsigdefault(&attributes, &signals);
-        posix_spawnattr_setflags(
-            &attributes, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
-    }
-    ~DaemonSettings() {
-        posix_spawnattr_destroy(&attributes);
-        posix_spawn_file_actions_destroy(&actions);
-    }
-    DaemonSettings(const DaemonSettings&) = delete;
-    DaemonSettings& operator=(const DaemonSettings&) = delete;
+// A pidfd of the process; none when it has ended. The start time is read behind the open: a process
+// that still has number and start time by then had them when the pidfd was opened.
+sim::Fd openProcess(const ProcessId& process) {
+    sim::Fd handle(static_cast<int>(syscall(SYS_pidfd_open, process.pid, 0)));
+    if (!handle.valid()) return handle;
+    const auto found = ProcessId::of(process.pid);
+    return found && found->startTicks == process.startTicks ? std::move(handle) : sim::Fd();
+}
 
-    posix_spawn_file_actions_t actions;
-    posix_spawnattr_t attributes;
-};
+// Whether the pipe has something to read or the process of the pidfd ends, in time.
+bool awaitReadable(int fd, int millis) {
+    pollfd readable{fd, POLLIN, 0};
+    return poll(&readable, 1, millis) == 1;
+}
 
 }  // namespace
+
+std::optional<ProcessId> ProcessId::of(pid_t pid) {
+    std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
+    std::string text;
+    if (!std::getline(file, text, '\0')) return std::nullopt;
+    // The start time is the 20th field behind the name, which may hold blanks and parentheses.
+    std::istringstream fields(text.substr(text.rfind(')') + 1));
+    std::string skipped;
+    for (int field = 1; field < 20; ++field) fields >> skipped;
+    ProcessId found{pid, 0};
+    if (!(fields >> found.startTicks)) return std::nullopt;
+    return found;
+}
+
+double ProcessId::uptimeSeconds() const {
+    timespec now{};
+    clock_gettime(CLOCK_BOOTTIME, &now);
+    const double started =
+        static_cast<double>(startTicks) / static_cast<double>(sysconf(_SC_CLK_TCK));
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9 - started;
+}
 
 Daemon::Daemon(const std::string& runDir, const std::string& name)
     : mName(name), mFolder(runDir + "/daemons"), mOutput(runDir + "/" + name + ".log") {}
 
-std::optional<ProcessId> Daemon::running() const {
+std::optional<Daemon::Running> Daemon::running() const {
     std::ifstream file(mFolder + "/" + mName);
     ProcessId process{};
     if (!(file >> process.pid >> process.startTicks) || process.pid <= 0) return std::nullopt;
-    if (!openProcess(process).valid()) return std::nullopt;
-    return process;
+    sim::Fd handle = openProcess(process);
+    if (!handle.valid() || awaitReadable(handle.get(), 0)) return std::nullopt;
+    return Running{process, std::move(handle)};
 }
 
 sim::Fd Daemon::lockRecords() const {
@@ -72,14 +78,14 @@ sim::Fd Daemon::lockRecords() const {
     return file;
 }
 
-// Whole or not at all.
+// Renamed into place, so that a record is read whole or not at all.
 void Daemon::record(const ProcessId& process) const {
     const std::string path = mFolder + "/" + mName, fresh = mFolder + "/." + mName;
     std::ofstream file(fresh);
     file << process.pid << ' ' << process.startTicks << '\n';
     file.close();
     if (!file || rename(fresh.c_str(), path.c_str()) != 0) {
-        kill(process.pid, SIGTERM);  // our child: what is not recorded must not stay
+        kill(process.pid, SIGTERM);  // our child, not waited for: the number is its own
         throw Failure(kFailed, path + ": cannot be written; " + mName + " was ended again");
     }
 }
@@ -87,7 +93,7 @@ void Daemon::record(const ProcessId& process) const {
 ProcessId Daemon::start(const std::vector<std::string>& command) {
     const sim::Fd records = lockRecords();
     const sim::FileLock lock(records.get());
-    if (const auto process = running()) return *process;
+    if (const auto found = running()) return found->process;
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
         throw Failure(kFailed, std::string("pipe: ") + strerror(errno));
@@ -101,25 +107,27 @@ ProcessId Daemon::start(const std::vector<std::string>& command) {
 }
 
 ProcessId Daemon::spawn(const std::vector<std::string>& command, int readyFd) const {
-    std::vector<char*> arguments;
-    for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
-    arguments.push_back(nullptr);
-    const DaemonSettings settings(mOutput, readyFd);
+    const sim::Fd root(open("/", O_PATH | O_CLOEXEC));
+    sim::ProcessStarter starter;
+    starter.openFd(STDIN_FILENO, "/dev/null", O_RDONLY);
+    starter.openFd(STDOUT_FILENO, mOutput, O_WRONLY | O_CREAT | O_TRUNC | O_APPEND, 0600);
+    starter.openFd(STDERR_FILENO, mOutput, O_WRONLY | O_APPEND);
+    starter.setFd(kReadyFd, readyFd);
+    starter.setDirectory(root.get());
+    starter.closeFrom(kReadyFd + 1);
+    starter.newSession();
     pid_t pid = 0;
-    const int error = posix_spawnp(&pid, arguments[0], &settings.actions, &settings.attributes,
-                                   arguments.data(), environ);
+    const int error = starter.start(command[0], command, pid);
     if (error != 0) throw Failure(kFailed, command[0] + ": " + strerror(error));
     return ProcessId::of(pid).value_or(ProcessId{pid, 0});
 }
 
 void Daemon::awaitReady(const ProcessId& process, int readyFd) const {
-    pollfd told{readyFd, POLLIN, 0};
     char line[8];
-    const bool inTime = poll(&told, 1, Deadline(kPatienceSeconds).leftMillis()) == 1;
+    const bool inTime = awaitReadable(readyFd, kPatienceMillis);
     if (inTime && read(readyFd, line, sizeof line) > 0) return;
-    if (!inTime) kill(process.pid, SIGKILL);  // our child still: the number is its own
-    int status = 0;
-    waitpid(process.pid, &status, 0);
+    if (!inTime) kill(process.pid, SIGKILL);  // our child, not waited for: the number is its own
+    sim::waitForExit(process.pid);
     const std::string said = lastLine();
     throw Failure(inTime ? kFailed : kTimeout,
                   mName + " did not start: " + (said.empty() ? "see " + mOutput : said));
@@ -137,18 +145,15 @@ std::string Daemon::lastLine() const {
 std::optional<ProcessId> Daemon::stop() {
     const sim::Fd records = lockRecords();
     const sim::FileLock lock(records.get());
-    const auto process = running();
-    if (!process) return std::nullopt;
-    const sim::Fd handle = openProcess(*process);
-    if (handle.valid()) {
-        signalProcess(handle, SIGTERM);
-        if (!waitForEnd(handle, kPatienceSeconds)) {
-            throw Failure(kTimeout, mName + ", process " + std::to_string(process->pid) +
-                                        ", is still busy; asked again, it ends at once");
-        }
+    const auto found = running();
+    if (!found) return std::nullopt;
+    syscall(SYS_pidfd_send_signal, found->handle.get(), SIGTERM, nullptr, 0);
+    if (!awaitReadable(found->handle.get(), kPatienceMillis)) {
+        throw Failure(kTimeout, mName + ", process " + std::to_string(found->process.pid) +
+                                    ", is still busy; asked again, it ends at once");
     }
     unlink((mFolder + "/" + mName).c_str());
-    return process;
+    return found->process;
 }
 
 }  // namespace pelto
