@@ -1,37 +1,26 @@
+// Finds the archives that log captures and the GPU monitor made.
 #include "client/archives.h"
 
 #include <sim/root.h>
+#include <stdio.h>
+#include <string.h>
 
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <memory>
+#include <regex>
+
+#include "client/client.h"
+#include "client/text.h"
+#include "client/verbs.h"
 
 namespace pelto {
 namespace {
 
-constexpr char kEnding[] = ".tar.gz";
-constexpr char kGpuStart[] = "gpudump@";
+constexpr std::string_view kEnding = ".tar.gz";
 
-bool endsWith(const std::string& text, const std::string& ending) {
-    return text.size() >= ending.size() &&
-           text.compare(text.size() - ending.size(), ending.size(), ending) == 0;
-}
-
-// "2024-03-05_14-07-09"
-bool isTime(const std::string& text) {
-    constexpr char kForm[] = "dddd-dd-dd_dd-dd-dd";
-    if (text.size() != sizeof kForm - 1) return false;
-    return std::equal(text.begin(), text.end(), kForm, [](char c, char form) {
-        return form == 'd' ? c >= '0' && c <= '9' : c == form;
-    });
-}
-
-// Cuts off and returns what stands behind the last "@"; all of it when there is none.
-std::string takeLast(std::string& text) {
-    const size_t at = text.rfind('@');
-    const size_t begin = at == std::string::npos ? 0 : at + 1;
-    std::string last = text.substr(begin);
-    text.erase(begin == 0 ? 0 : at);
-    return last;
+bool isArchiveName(std::string_view name) {
+    return name.size() >= kEnding.size() && name.substr(name.size() - kEnding.size()) == kEnding;
 }
 
 std::vector<std::string> entriesOf(const sim::Root& root, const std::string& directory) {
@@ -45,25 +34,52 @@ std::vector<std::string> entriesOf(const sim::Root& root, const std::string& dir
     return paths;
 }
 
+int list(Client& client, const std::string& directory, bool json) {
+    const sim::Root& root = client.phone().root();
+    struct stat status {};
+    if (root.stat((directory + "/").c_str(), &status) != 0) refuseArchive(directory, errno);
+    for (const Archive& archive : findArchives(root, directory)) {
+        if (json) {
+            puts(jsonLine(archive.json()).c_str());
+        } else {
+            archive.print();
+        }
+    }
+    return kDone;
+}
+
+struct ListOptions {
+    std::string directory = "/data";
+    bool json = false;
+};
+
 }  // namespace
 
-// From the back, since a hash id may hold an "@".
+void Archive::print() const {
+    printf("%-7s  %-19s  %9llu bytes  %s%s%s  %s\n", kind.c_str(), time.c_str(),
+           static_cast<unsigned long long>(bytes), printable(name).c_str(),
+           version.empty() ? "" : "  version ", printable(version).c_str(),
+           printable(path).c_str());
+}
+
+nlohmann::ordered_json Archive::json() const {
+    return {{"path", path},       {"kind", kind}, {"name", name},
+            {"version", version}, {"time", time}, {"bytes", bytes}};
+}
+
+// [^] is any character. The hash id may hold an "@", the version may not.
 Archive archiveOf(const std::string& path, uint64_t bytes) {
+    static const std::string kTime = "([0-9]{4}(?:-[0-9]{2}){2}_[0-9]{2}(?:-[0-9]{2}){2})";
+    static const std::regex gpuForm("gpudump@(?:([^]*)@)?([^@]*)@_" + kTime);
+    static const std::regex captureForm("(?:([^]*)@)?" + kTime);
     std::string stem = path.substr(path.rfind('/') + 1);
-    if (endsWith(stem, kEnding)) stem.erase(stem.size() - (sizeof kEnding - 1));
-    Archive archive{path, "other", stem, "", "", bytes};
-    std::string rest = stem, time = takeLast(rest);
-    const bool gpu = rest.rfind(kGpuStart, 0) == 0 && !time.empty() && time[0] == '_';
-    if (gpu) time.erase(0, 1);
-    if (!isTime(time)) return archive;
-    archive.kind = gpu ? "gpu" : "capture";
-    archive.time = time;
-    if (gpu) {
-        archive.version = takeLast(rest);
-        rest.erase(0, std::min(rest.size(), sizeof kGpuStart - 1));
-    }
-    archive.name = rest;
-    return archive;
+    if (isArchiveName(stem)) stem.erase(stem.size() - kEnding.size());
+    std::smatch found;
+    if (std::regex_match(stem, found, gpuForm))
+        return {path, "gpu", found[1], found[2], found[3], bytes};
+    if (std::regex_match(stem, found, captureForm))
+        return {path, "capture", found[1], "", found[2], bytes};
+    return {path, "other", stem, "", "", bytes};
 }
 
 std::vector<Archive> findArchives(const sim::Root& root, const std::string& directory) {
@@ -76,13 +92,38 @@ std::vector<Archive> findArchives(const sim::Root& root, const std::string& dire
             struct stat status {};
             if (root.stat(path.c_str(), &status) != 0) continue;
             if (S_ISDIR(status.st_mode)) directories.push_back(path);
-            if (S_ISREG(status.st_mode) && endsWith(path, kEnding))
+            if (S_ISREG(status.st_mode) && isArchiveName(path))
                 found.push_back(archiveOf(path, static_cast<uint64_t>(status.st_size)));
         }
     }
     std::sort(found.begin(), found.end(),
               [](const Archive& a, const Archive& b) { return a.path < b.path; });
     return found;
+}
+
+void refuseArchive(const std::string& path, const std::string& why) {
+    throw Failure(kFailed, "archives: " + printable(path) + ": " + printable(why));
+}
+
+void refuseArchive(const std::string& path, int error) {
+    refuseArchive(path, error == EXDEV   ? "leads out of the phone"
+                        : error == ELOOP ? "a link is not followed"
+                                         : strerror(error));
+}
+
+void addArchiveVerbs(CLI::App& app, Client& client) {
+    CLI::App* archives = app.add_subcommand("archives", "Show archives of captures and GPU faults");
+    Client::needsVerb(archives);
+    auto options = std::make_shared<ListOptions>();
+    CLI::App* verb = archives->add_subcommand(
+        "list", "Kind, time, size, name, software version and path of each, a line each");
+    verb->add_option("DIR", options->directory, "Where to look, with all below it")
+        ->capture_default_str();
+    verb->add_flag("--json", options->json,
+                   "A JSON object a line: path, kind, name, version, time, bytes");
+    client.onVerb(verb,
+                  [&client, options] { return list(client, options->directory, options->json); });
+    addArchiveReaders(*archives, client);
 }
 
 }  // namespace pelto

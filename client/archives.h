@@ -2,8 +2,13 @@
 
 #include <stdint.h>
 
+#include <nlohmann/json.hpp>
 #include <string>
 #include <vector>
+
+namespace CLI {
+class App;
+}
 
 namespace sim {
 class Root;
@@ -11,21 +16,32 @@ class Root;
 
 namespace pelto {
 
-// A packed archive of the phone and what its name says.
+class Client;
+
+// A packed archive on the phone; all but the size is taken from its path.
 struct Archive {
-    std::string path;     // the phone's
-    std::string kind;     // "gpu": of the GPU monitor, "capture": of a log capture, else "other"
+    std::string path;     // on the phone
+    std::string kind;     // "gpu" by the GPU monitor, "capture" by a log capture, else "other"
     std::string name;     // hash id or time stamp of the fault; the capture's name; the file's
-    std::string version;  // of the phone's software; of "gpu" alone
-    std::string time;     // local, as in the name; not of "other"
+    std::string version;  // of the phone's software; only of "gpu"
+    std::string time;     // local, as in the file's name; not of "other"
     uint64_t bytes = 0;
+
+    void print() const;  // one line
+    nlohmann::ordered_json json() const;
 };
 
-// What the path's last component says.
 Archive archiveOf(const std::string& path, uint64_t bytes);
 
-// The regular files below the directory whose names end in ".tar.gz", by path. Links are not
-// followed; what cannot be read is passed over.
+// The regular files below the directory whose names end in ".tar.gz", sorted by path. Links are not
+// followed; unreadable directories are skipped.
 std::vector<Archive> findArchives(const sim::Root& root, const std::string& directory);
+
+// Throw Failure: the path, and the reason or what an errno value means.
+[[noreturn]] void refuseArchive(const std::string& path, const std::string& why);
+[[noreturn]] void refuseArchive(const std::string& path, int error);
+
+// Adds the verbs that read the content of archives; none in a build without libarchive.
+void addArchiveReaders(CLI::App& archives, Client& client);
 
 }  // namespace pelto

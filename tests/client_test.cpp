@@ -5,10 +5,12 @@
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
+#include <sstream>
 
 #include "tests/support/service_fixture.h"
 
 using namespace android;
+using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::MatchesRegex;
 
@@ -139,6 +141,64 @@ TEST_F(ClientTest, showsAndFollowsTheLog) {
 
     EXPECT_EQ(pelto({"logcat", "-c"}).code, 0);
     EXPECT_EQ(pelto({"logcat", "-t", "5"}).output, "--------- beginning of main\n");
+}
+
+TEST_F(ClientTest, listsArchivesByTheirNames) {
+    for (const char* name :
+         {"gpudump@5a1f@V12.1@_2024-03-05_14-07-09.tar.gz",
+          "gpudump@a@b@0@_2024-03-05_14-07-09.tar.gz", "gpudump@@0@_2024-03-05_14-07.tar.gz",
+          "mic@2024-03-05_14-07-09.tar.gz", "x.tar.gz", "x.tar.gz.bak", "directory.tar.gz/y.tar.gz",
+          ".tar.gz"}) {
+        file(std::string("/data/a/") + name, "12345");
+    }
+    std::filesystem::create_symlink("/etc", phone().fsDir() + "/data/a/link");
+    std::filesystem::create_symlink("/etc/passwd", phone().fsDir() + "/data/a/l.tar.gz");
+
+    std::vector<std::string> found;
+    std::istringstream lines(pelto({"archives", "list", "--json", "/data/a"}).output);
+    for (std::string line; std::getline(lines, line);) {
+        const auto archive = nlohmann::json::parse(line);
+        EXPECT_EQ(archive["bytes"], 5) << line;
+        std::string facts;
+        for (const char* key : {"kind", "name", "version", "time"})
+            facts += archive[key].get<std::string>() + "|";
+        found.push_back(facts);
+    }
+    const std::string time = "2024-03-05_14-07-09|";
+    EXPECT_THAT(found, ElementsAre("other||||", "other|y|||", "gpu|5a1f|V12.1|" + time,
+                                   "other|gpudump@@0@_2024-03-05_14-07|||", "gpu|a@b|0|" + time,
+                                   "capture|mic||" + time, "other|x|||"));
+    EXPECT_EQ(pelto({"archives", "list", "/data/a/directory.tar.gz"}).output,
+              "other                                 5 bytes  y  "
+              "/data/a/directory.tar.gz/y.tar.gz\n");
+}
+
+TEST_F(ClientTest, saysWhyACaptureFails) {
+    file("/data/x/text", "");
+    const struct {
+        Words words;
+        int code;
+        std::string why;
+    } cases[] = {
+        {{}, 2, "INFO is required"},
+        {{"one,two,three,four"}, 2, "five fields"},
+        {{"A0345,1,/data/x/A0345/,/data/x/,a&b"}, 1, "no whole archive was made;"},
+        {{"A0345,1,/data/x/A0345/,/../outside/,name"}, 1, "made (cmds failed: tar -czf,"},
+        // Nothing is captured: an empty archive is left.
+        {{"A0345,12345678,/data/x/A0345/,/data/x/,name"}, 1, "made (cmds failed: tar -czf,"},
+        // A directory is made whose name begins and ends as the archive's, and stays.
+        {{"n@$.tar.gz,1,/data/x/n@$.tar.gz/,/data/x/,n"}, 1, "no whole archive was made;"},
+        {{"A0345,1,/data/x/A0345/,/data/x/,name", "--phone", phone().fsDir()}, 3, "not a phone's"},
+    };
+    for (const auto& wrong : cases) {
+        const Result result = run(captureCommand(wrong.words));
+        EXPECT_EQ(result.code, wrong.code) << wrong.why;
+        EXPECT_EQ(result.output, "");
+        EXPECT_THAT(result.errors, HasSubstr(wrong.why));
+    }
+    EXPECT_THAT(names("/data/x"),
+                ElementsAre("n@$.tar.gz", MatchesRegex("name@[-_0-9]+.tar.gz"), "text"));
+    EXPECT_FALSE(std::filesystem::exists(phone().folder() + "/outside"));
 }
 
 }  // namespace

@@ -13,6 +13,8 @@ readonly BUILD=(
     'g++=g++'
     '/usr/include/CLI/CLI.hpp=libcli11-dev'
     '/usr/include/nlohmann/json.hpp=nlohmann-json3-dev'
+    '/usr/include/archive.h=libarchive-dev'
+    '/usr/include/zlib.h=zlib1g-dev'
 )
 readonly TEST=(
     '/usr/src/googletest/CMakeLists.txt=googletest'
