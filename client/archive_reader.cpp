@@ -11,7 +11,6 @@
 
 #include "client/archives.h"
 #include "client/client.h"
-#include "client/text.h"
 
 namespace pelto {
 namespace {

@@ -11,8 +11,6 @@
 #include <regex>
 
 #include "client/client.h"
-#include "client/text.h"
-#include "client/verbs.h"
 
 namespace pelto {
 namespace {

@@ -1,6 +1,4 @@
-// Verbs that ask for diagnostic material by an event: exception reports, audio and kernel-log
-// dumps.
-#include <ipeltoservice/PeltoServiceCalls.h>
+// Verbs that request an exception report or a dump by sending an event.
 #include <sim/properties.h>
 #include <stdio.h>
 
@@ -9,7 +7,6 @@
 #include <memory>
 
 #include "client/client.h"
-#include "client/verbs.h"
 
 namespace pelto {
 namespace {
@@ -17,8 +14,8 @@ namespace {
 constexpr char kCaptureLogs[] = "pelto_event_multimedia_capture_logs";
 constexpr char kAudioDumpsys[] = "pelto_event_multimedia_audio_dumpsys";
 constexpr char kDumpKernelLog[] = "event_audio_detect_dump_log";
-// The service drops an event whose type and information, joined by a character, are longer.
-constexpr size_t kLongestEvent = 1023;
+// Of type and information, joined by a character; the service drops a longer event.
+constexpr size_t kMaxEventBytes = 1023;
 
 const std::map<std::string, int> kLogTypes = {
     {"android", 1}, {"kernel", 2}, {"tombstones", 4},      {"audio", 8},     {"trace", 16},
@@ -34,18 +31,17 @@ struct Capture {
 };
 
 int send(Client& client, const std::string& type, const std::string& info) {
-    if (type.size() + 1 + info.size() > kLongestEvent) {
+    if (type.size() + 1 + info.size() > kMaxEventBytes) {
         throw Failure(kUsage, type + ": too long; with its type an event has at most " +
-                                  std::to_string(kLongestEvent) + " bytes");
+                                  std::to_string(kMaxEventBytes) + " bytes");
     }
-    const auto service = client.service();
-    check(android::PeltoServiceCalls(service.get())
-              .setEvent(android::String8(type), android::String8(info)),
-          type);
+    client.call(type, [&](auto& calls) {
+        return calls.setEvent(android::String8(type), android::String8(info));
+    });
     return kDone;
 }
 
-// An empty field would vanish on the way, and "," or "$" end one early.
+// Refuses what the service would split wrongly: an empty field is skipped, "," and "$" end one.
 const std::string& field(const std::string& text, const char* name) {
     if (text.empty() || text.find_first_of(",$") != std::string::npos) {
         throw Failure(kUsage, std::string("capture: ") + name + " '" + text +
@@ -74,7 +70,7 @@ int capture(Client& client, const Capture& asked) {
     return kDone;
 }
 
-// The type ends at a "$" on the way, and becomes a property's value.
+// The service cuts the type at a "$" and sets it as the value of a property.
 int audioDump(Client& client, const std::string& type) {
     if (type.empty() || type.find('$') != std::string::npos ||
         type.size() > sim::Properties::kValueBytes) {

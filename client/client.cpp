@@ -2,6 +2,7 @@
 
 #include <binder/IServiceManager.h>
 #include <ipeltoservice/IPeltoService.h>
+#include <sim/control.h>
 #include <stdlib.h>
 #include <unistd.h>
 
@@ -14,6 +15,20 @@ std::string defaultFolder() {
     const char* const runtime = getenv("XDG_RUNTIME_DIR");
     if (runtime != nullptr && *runtime != '\0') return std::string(runtime) + "/pelto-phone";
     return "/tmp/pelto-phone-" + std::to_string(getuid());
+}
+
+std::string escaped(char c) {
+    static constexpr char kDigits[] = "0123456789abcdef";
+    switch (c) {
+        case '\\':
+            return "\\\\";
+        case '\n':
+            return "\\n";
+        case '\t':
+            return "\\t";
+        default:
+            return {'\\', 'x', kDigits[(c >> 4) & 15], kDigits[c & 15]};
+    }
 }
 
 }  // namespace
@@ -30,9 +45,9 @@ void Client::onVerb(CLI::App* verb, std::function<int()> act) {
     verb->final_callback([this, act = std::move(act)] { mExitCode = act(); });
 }
 
-// Not CLI11's own requirement, which hides a misspelt verb behind the missing one.
+// Instead of CLI11's require_subcommand(1), which reports a misspelt verb as a missing one.
 void Client::needsVerb(CLI::App* app) {
-    app->require_subcommand(0, 1);  // what comes behind the verb is never taken for another
+    app->require_subcommand(0, 1);  // a word after the verb is its argument, not a second verb
     app->final_callback([app] {
         if (app->get_subcommands().empty()) {
             const std::string group = app->get_parent() != nullptr ? "pelto " : "";
@@ -64,6 +79,29 @@ android::sp<android::IBinder> Client::service() {
     return service;
 }
 
+void Client::call(const std::string& what,
+                  const std::function<android::status_t(android::PeltoServiceCalls&)>& operation) {
+    const auto published = service();
+    android::PeltoServiceCalls calls(published.get());
+    check(operation(calls), what);
+}
+
+std::vector<std::string> Client::ask(const std::vector<std::string>& words) {
+    service();
+    try {
+        sim::Reply reply = sim::controlRequest(phone(), words);
+        if (reply.ok) return std::move(reply.texts);
+        reply.texts.resize(1);
+        // Some errors begin with the name of their command.
+        const bool named = reply.texts[0].rfind(words[0] + ": ", 0) == 0;
+        throw Failure(kFailed, (named ? "" : words[0] + ": ") + printable(reply.texts[0]));
+    } catch (const Failure&) {
+        throw;
+    } catch (const std::runtime_error& failure) {
+        throw Failure(kFailed, words[0] + ": " + failure.what());
+    }
+}
+
 void check(android::status_t status, const std::string& what) {
     switch (status) {
         case android::OK:
@@ -76,6 +114,23 @@ void check(android::status_t status, const std::string& what) {
         default:
             throw Failure(kFailed, what + ": refused with status " + std::to_string(status));
     }
+}
+
+std::string jsonLine(const nlohmann::ordered_json& object) {
+    return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+std::string printable(const std::string& text) {
+    std::string line;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte < ' ' || byte == 0x7f || c == '\\') {
+            line += escaped(c);
+        } else {
+            line += c;
+        }
+    }
+    return line;
 }
 
 }  // namespace pelto

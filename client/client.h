@@ -1,11 +1,13 @@
 #pragma once
 
-#include <binder/IBinder.h>
+#include <ipeltoservice/PeltoServiceCalls.h>
 #include <sim/phone.h>
 
 #include <functional>
+#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 namespace CLI {
 class App;
@@ -16,14 +18,14 @@ namespace pelto {
 // The exit codes of every verb.
 enum Exit {
     kDone = 0,
-    kFailed = 1,  // the thing asked for
+    kFailed = 1,  // the command was understood and could not be carried out
     kUsage = 2,
     kNoPhone = 3,
     kNoService = 4,
     kTimeout = 5,
 };
 
-// Ends a verb: one line that says what is wrong and what to do, and the exit code.
+// Ends a verb with an exit code and one line on stderr: what is wrong and what to do.
 class Failure : public std::runtime_error {
   public:
     Failure(Exit code, const std::string& text) : runtime_error(text), mCode(code) {}
@@ -33,18 +35,18 @@ class Failure : public std::runtime_error {
     Exit mCode;
 };
 
-// What the verbs share: the phone they work on and the service published there.
+// The phone that the verbs work on, and the service published there.
 //
 // Threads: the main thread.
 class Client {
   public:
-    // Adds the options that stand before every verb.
+    // Adds the options that every verb shares.
     explicit Client(CLI::App& app);
 
-    // Has a verb do this once the whole command line is read. It returns an exit code or throws
-    // Failure.
+    // Runs `act` for the verb once the whole command line is parsed. It returns an exit code or
+    // throws Failure.
     void onVerb(CLI::App* verb, std::function<int()> act);
-    // Refuses a command line that ends where a verb must follow; it names what it found instead.
+    // Refuses a command line without a verb below `app`; an unknown word is reported as such.
     static void needsVerb(CLI::App* app);
     int exitCode() const { return mExitCode; }
 
@@ -55,13 +57,41 @@ class Client {
     android::sp<android::IBinder> findService();
     // The published service; kNoPhone, kNoService.
     android::sp<android::IBinder> service();
+    // Calls an operation of the service; kNoPhone, kNoService, or kFailed with `what` and the
+    // status.
+    void call(const std::string& what,
+              const std::function<android::status_t(android::PeltoServiceCalls&)>& operation);
+    // Sends a command to the phone's control socket in the service's process and returns the texts
+    // of the reply; kNoPhone, kNoService, or kFailed with the error that was replied.
+    std::vector<std::string> ask(const std::vector<std::string>& words);
 
   private:
     std::string mFolder;
     int mExitCode = kDone;
 };
 
-// Throws what a call's status means unless it is OK; `what` names what was asked for.
+// Throws Failure unless the status of a call is OK; `what` names the call.
 void check(android::status_t status, const std::string& what);
+
+// The object on one line, its keys in the order given; bytes that are no UTF-8 become U+FFFD.
+std::string jsonLine(const nlohmann::ordered_json& object);
+
+// The text on one line: control characters and backslashes as \n, \t, \\ or \xNN.
+std::string printable(const std::string& text);
+
+// Each adds a group of verbs. pelto.cpp calls them in the order in which --help lists them. The
+// variables that a verb's options are parsed into live as long as the process.
+void addPhoneVerbs(CLI::App& app, Client& client);
+void addServiceVerbs(CLI::App& app, Client& client);
+void addWatchVerb(CLI::App& app, Client& client);
+void addLogcatVerb(CLI::App& app, Client& client);
+void addPropertyVerbs(CLI::App& app, Client& client);
+void addCaptureVerbs(CLI::App& app, Client& client);
+void addReportVerb(CLI::App& app, Client& client);
+void addArchiveVerbs(CLI::App& app, Client& client);
+void addStateVerbs(CLI::App& app, Client& client);
+void addKernelVerbs(CLI::App& app, Client& client);
+void addGpuVerbs(CLI::App& app, Client& client);
+void addControlVerb(CLI::App& app, Client& client);
 
 }  // namespace pelto

@@ -8,9 +8,6 @@
 #include <sstream>
 
 #include "client/client.h"
-#include "client/control.h"
-#include "client/text.h"
-#include "client/verbs.h"
 
 namespace pelto {
 namespace {
@@ -34,7 +31,7 @@ void addGpuFault(CLI::App& gpu, Client& client) {
     client.onVerb(verb, [&client, words] {
         std::vector<std::string> command{"gpu", "fault"};
         command.insert(command.end(), words->begin(), words->end());
-        askPhone(client, command);
+        client.ask(command);
         return kDone;
     });
 }
@@ -45,7 +42,7 @@ void addGpuControl(CLI::App& gpu, Client& client) {
         "control", "Change whether dumps may be taken; a fault that waited for it is collected");
     verb->add_option("C", *control, "0 says yes")->required();
     client.onVerb(verb, [&client, control] {
-        askPhone(client, {"gpu", "control", *control});
+        client.ask({"gpu", "control", *control});
         return kDone;
     });
 }
@@ -88,8 +85,8 @@ struct Advance {
 };
 
 int advance(Client& client, const Advance& asked) {
-    if (!asked.sleepers.empty()) askPhone(client, {"clock", "await-sleepers", asked.sleepers});
-    askPhone(client, {"clock", "advance", asked.seconds});
+    if (!asked.sleepers.empty()) client.ask({"clock", "await-sleepers", asked.sleepers});
+    client.ask({"clock", "advance", asked.seconds});
     return kDone;
 }
 
@@ -116,7 +113,7 @@ void addGpuVerbs(CLI::App& app, Client& client) {
     CLI::App* await = gpu->add_subcommand(
         "await", "Wait until the service waits for the next fault, at most 60 s");
     client.onVerb(await, [&client] {
-        askPhone(client, {"gpu", "await-reader"});
+        client.ask({"gpu", "await-reader"});
         return kDone;
     });
     addClock(app, client);

@@ -1,4 +1,4 @@
-// What the kernel and the processes around the service do, and what the compositor has heard.
+// Verbs that act as the kernel and as the processes around the service, or make them misbehave.
 #include <sim/kernel_log.h>
 #include <sim/root.h>
 #include <sim/tombstones.h>
@@ -8,12 +8,22 @@
 #include <memory>
 
 #include "client/client.h"
-#include "client/control.h"
-#include "client/text.h"
-#include "client/verbs.h"
 
 namespace pelto {
 namespace {
+
+constexpr char kCommands[] =
+    "Commands:\n"
+    "  fault program NAME fail STATUS|hang|run   how a program of the phone's shell ends\n"
+    "  fault disk full|free                      whether files can grow\n"
+    "  fault reports refuse|take                 whether exception reports are taken\n"
+    "  gpu vanish [-- --after BYTES]             the snapshot device goes\n"
+    "  gpu appear                                and comes back as on a fresh phone\n"
+    "  gpu unreadable FILE                       one of its files cannot be opened\n"
+    "  gpu short-reads BYTES                     what a read of the snapshot gives at most\n"
+    "  audio-raw HEX                             these bytes as a netlink datagram\n"
+    "  audio-answer family|none|nothing          how the look-up of the family is answered\n"
+    "  audio-received                            what the service sent, a datagram a line\n";
 
 void printAll(const std::vector<std::string>& texts) {
     for (const std::string& text : texts) puts(printable(text).c_str());
@@ -30,8 +40,8 @@ void addAudio(CLI::App& kernel, Client& client) {
     verb->add_option("CMD", packet->kind, "0: state of the microphone, 1: its status")->required();
     verb->add_option("TEXT", packet->text, "Its text, such as 257")->required();
     client.onVerb(verb, [&client, packet] {
-        askPhone(client, {"audio-await"});  // the service may have started this moment
-        askPhone(client, {"audio", packet->kind, packet->text});
+        client.ask({"audio-await"});  // a service that has just started may not listen yet
+        client.ask({"audio", packet->kind, packet->text});
         return kDone;
     });
 }
@@ -43,7 +53,7 @@ void addDisplay(CLI::App& kernel, Client& client) {
     verb->add_option("PAYLOAD", record->text, "Its text, such as 'fps@@30$$scene@@game'")
         ->required();
     client.onVerb(verb, [&client, record] {
-        askPhone(client, {"display", record->kind, record->text});
+        client.ask({"display", record->kind, record->text});
         return kDone;
     });
 }
@@ -87,7 +97,18 @@ void addKernelVerbs(CLI::App& app, Client& client) {
     CLI::App* compositor = app.add_subcommand(
         "compositor", "Show the notices the display compositor has had, \"ID INFO\" a line");
     client.onVerb(compositor, [&client] {
-        printAll(askPhone(client, {"compositor"}));
+        printAll(client.ask({"compositor"}));
+        return kDone;
+    });
+}
+
+void addControlVerb(CLI::App& app, Client& client) {
+    auto words = std::make_shared<std::vector<std::string>>();
+    CLI::App* verb = app.add_subcommand("control", "Make an end of the phone misbehave");
+    verb->footer(kCommands);
+    verb->add_option("COMMAND", *words, "Its words")->required();
+    client.onVerb(verb, [&client, words] {
+        printAll(client.ask(*words));
         return kDone;
     });
 }

@@ -8,8 +8,7 @@
 #include <memory>
 
 #include "client/client.h"
-#include "client/deadline.h"
-#include "client/verbs.h"
+#include "client/limits.h"
 
 namespace pelto {
 namespace {
@@ -20,9 +19,8 @@ struct LogcatVerb {
     bool silent = false;
     std::string last;
     std::vector<std::string> filters;
-    // The log is followed until a line says this.
-    std::string until;
-    double timeoutSeconds = 0;  // 0 is none
+    std::string until;          // the log is followed up to a line that matches
+    double timeoutSeconds = 0;  // 0: no limit
 };
 
 sim::LogcatOptions logcatOptions(const LogcatVerb& verb) {
@@ -38,6 +36,7 @@ sim::LogcatOptions logcatOptions(const LogcatVerb& verb) {
     return options;
 }
 
+// An extended regular expression.
 class Expression {
   public:
     explicit Expression(const std::string& text) {
@@ -57,7 +56,7 @@ class Expression {
     regex_t mCompiled;
 };
 
-// Prints the lines that pass, from the oldest on, up to the first whose message matches.
+// Prints the lines that pass the filters, oldest first, up to the first whose message matches.
 int followUntil(const std::string& directory, const LogcatVerb& verb,
                 const sim::LogcatOptions& options) {
     const Expression wanted(verb.until);
@@ -104,11 +103,8 @@ void addLogcatVerb(CLI::App& app, Client& client) {
                                           "Follow up to the first line whose message matches this "
                                           "extended regular expression")
                              ->type_name("REGEX");
-    verb->add_option("--timeout", options->timeoutSeconds,
-                     "With --until: exit code 5 after so many seconds")
-        ->check(CLI::Range(0.001, 1e9))
-        ->needs(until)
-        ->type_name("S");
+    addTimeout(verb, options->timeoutSeconds, "With --until: exit code 5 after so many seconds")
+        ->needs(until);
     verb->add_option("FILTER", options->filters, "TAG:P, TAG or *:P, with P of v d i w e f s");
     client.onVerb(verb, [&client, options] { return logcat(client, *options); });
 }

@@ -5,7 +5,6 @@
 #include <CLI/CLI.hpp>
 
 #include "client/client.h"
-#include "client/verbs.h"
 
 using namespace pelto;
 

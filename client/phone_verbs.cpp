@@ -12,8 +12,6 @@
 
 #include "client/client.h"
 #include "client/daemon.h"
-#include "client/text.h"
-#include "client/verbs.h"
 
 namespace pelto {
 namespace {

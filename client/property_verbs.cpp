@@ -8,8 +8,6 @@
 #include <memory>
 
 #include "client/client.h"
-#include "client/text.h"
-#include "client/verbs.h"
 
 namespace pelto {
 namespace {

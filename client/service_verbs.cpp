@@ -1,12 +1,9 @@
-// Verbs that call an operation of the service and wait for its answer.
-#include <ipeltoservice/PeltoServiceCalls.h>
-
+// Verbs that call an operation of the service.
 #include <CLI/CLI.hpp>
 #include <iostream>
 #include <memory>
 
 #include "client/client.h"
-#include "client/verbs.h"
 
 namespace pelto {
 namespace {
@@ -42,11 +39,11 @@ void sendLine(Sender& sender, const std::string& line, size_t number) {
     check(sender.send(line.substr(0, blank), info), "line " + std::to_string(number));
 }
 
-// One event a line, "TYPE INFO" or "TYPE", until the input ends or a line is not accepted.
+// Sends one event per line of the input, "TYPE INFO" or "TYPE", up to the first that fails.
 int sendLines(Sender& sender) {
-    constexpr size_t kLongestLine = 1u << 20;  // more than a call takes
-    std::vector<char> line(kLongestLine);
-    for (size_t number = 1; std::cin.getline(line.data(), kLongestLine); ++number) {
+    constexpr size_t kMaxLine = 1u << 20;  // more than a call takes
+    std::vector<char> line(kMaxLine);
+    for (size_t number = 1; std::cin.getline(line.data(), kMaxLine); ++number) {
         if (line[0] != '\0') sendLine(sender, line.data(), number);
     }
     if (!std::cin.eof())
@@ -76,13 +73,45 @@ void addSend(CLI::App& app, Client& client) {
     client.onVerb(verb, [&client, options] { return send(client, *options); });
 }
 
-void addDebug(CLI::App& app, Client& client) {
+// A verb that takes "on" or "off".
+void addSwitch(CLI::App& app, Client& client, const std::string& name, const char* does,
+               android::status_t (PeltoServiceCalls::*operation)(bool, uint32_t)) {
     auto value = std::make_shared<std::string>();
-    CLI::App* verb = app.add_subcommand("debug", "Switch the service's verbose log lines");
+    CLI::App* verb = app.add_subcommand(name, does);
     verb->add_option("on|off", *value, "")->required()->check(CLI::IsMember({"on", "off"}));
-    client.onVerb(verb, [&client, value] {
-        const auto service = client.service();
-        check(PeltoServiceCalls(service.get()).setDebugLog(*value == "on"), "debug");
+    client.onVerb(verb, [&client, value, name, operation] {
+        client.call(name, [&](auto& calls) { return (calls.*operation)(*value == "on", 0); });
+        return kDone;
+    });
+}
+
+struct Stutter {
+    std::string detector;
+    int frameGap = 0;
+};
+
+void addStutter(CLI::App& app, Client& client) {
+    auto stutter = std::make_shared<Stutter>();
+    CLI::App* verb = app.add_subcommand("stutter", "Report stuttering video");
+    verb->add_option("NAME", stutter->detector, "Who saw it, such as HwuiDetect")->required();
+    verb->add_option("GAP", stutter->frameGap, "Frame gap")->required();
+    client.onVerb(verb, [&client, stutter] {
+        client.call("stutter", [&](auto& calls) {
+            return calls.notifyVideoStutter(String8(stutter->detector), stutter->frameGap);
+        });
+        return kDone;
+    });
+}
+
+void addTopActivity(CLI::App& app, Client& client) {
+    auto interval = std::make_shared<int64_t>(0);
+    CLI::App* verb = app.add_subcommand("top-activity", "Report that the top activity may differ");
+    verb->add_option("MS", *interval,
+                     "Taken only when more milliseconds have passed since the last one taken")
+        ->required();
+    client.onVerb(verb, [&client, interval] {
+        client.call("top-activity",
+                    [&](auto& calls) { return calls.updateTopActivity(*interval); });
         return kDone;
     });
 }
@@ -91,7 +120,16 @@ void addDebug(CLI::App& app, Client& client) {
 
 void addServiceVerbs(CLI::App& app, Client& client) {
     addSend(app, client);
-    addDebug(app, client);
+    addSwitch(app, client, "debug", "Switch the service's verbose log lines",
+              &PeltoServiceCalls::setDebugLog);
+}
+
+void addStateVerbs(CLI::App& app, Client& client) {
+    addStutter(app, client);
+    addSwitch(app, client, "sf-state",
+              "Set the display's state; while it is on, HwuiDetect's reports are not sent",
+              &PeltoServiceCalls::updateSFStateFlag);
+    addTopActivity(app, client);
 }
 
 }  // namespace pelto

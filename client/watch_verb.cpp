@@ -10,9 +10,7 @@
 #include <memory>
 
 #include "client/client.h"
-#include "client/deadline.h"
-#include "client/text.h"
-#include "client/verbs.h"
+#include "client/limits.h"
 #include "sim/clock.h"
 #include "sim/ready.h"
 
@@ -24,20 +22,19 @@ using android::sp;
 
 struct WatchOptions {
     bool json = false;
-    uint64_t count = 0;         // 0 is no end
-    double timeoutSeconds = 0;  // 0 is none
-    int readyFd = -1;
+    Limits limits{"watch", "events"};
+    int readyFd = -1;  // -1: none
 };
 
-// Prints what arrives, one line an event, and wakes the main thread at the last one or when the
-// service dies.
+// Prints each event as it arrives, on a binder thread. wait() returns on the main thread after the
+// last one, or when the service dies.
 class Watcher : public android::BnPeltoNativeClient, public android::IBinder::DeathRecipient {
   public:
     explicit Watcher(const WatchOptions& options) : mOptions(options) {}
 
     android::status_t onNativeEvent(const char* type, const char* info) override EXCLUDES(mLock) {
         Mutex::Autolock lock(mLock);
-        if (completeLocked() || mUnwritten) return android::OK;
+        if (mOptions.limits.reached(mSeen) || mUnwritten) return android::OK;
         const std::string line =
             mOptions.json ? jsonLine({{"time_ms", sim::Clock::get().wallNanos() / 1000000},
                                       {"type", type},
@@ -57,12 +54,12 @@ class Watcher : public android::BnPeltoNativeClient, public android::IBinder::De
     }
 
     int wait() EXCLUDES(mLock) {
-        const Deadline deadline(mOptions.timeoutSeconds);
+        const Deadline deadline(mOptions.limits.timeoutSeconds);
         Mutex::Autolock lock(mLock);
-        while (!completeLocked()) {
+        while (!mOptions.limits.reached(mSeen)) {
             if (mUnwritten) throw Failure(kFailed, "watch: the output is not taken any more");
             if (mServiceEnded) throw Failure(kNoService, "watch: the service has ended");
-            if (deadline.passed()) return endAtTimeoutLocked();
+            if (deadline.passed()) return mOptions.limits.endAtTimeout(mSeen);
             if (deadline.limited()) {
                 mChanged.waitRelative(mLock, deadline.leftNanos());
             } else {
@@ -73,16 +70,6 @@ class Watcher : public android::BnPeltoNativeClient, public android::IBinder::De
     }
 
   private:
-    bool completeLocked() const REQUIRES(mLock) {
-        return mOptions.count > 0 && mSeen == mOptions.count;
-    }
-
-    int endAtTimeoutLocked() const REQUIRES(mLock) {
-        if (mOptions.count == 0) return kDone;
-        throw Failure(kTimeout, "watch: timeout after " + std::to_string(mSeen) + " of " +
-                                    std::to_string(mOptions.count) + " events");
-    }
-
     const WatchOptions mOptions;
     Mutex mLock;
     android::Condition mChanged;
@@ -109,13 +96,7 @@ void addWatchVerb(CLI::App& app, Client& client) {
         "watch", "Show the events that reach native clients, one a line: \"TYPE INFO\"");
     verb->add_flag("--json", options->json,
                    "A JSON object a line: time_ms (when it arrived), type, info");
-    verb->add_option("--count", options->count, "End after so many events")
-        ->check(CLI::Range(1, 1000000000))
-        ->type_name("N");
-    verb->add_option("--timeout", options->timeoutSeconds,
-                     "End after so many seconds; with --count not reached, exit code 5")
-        ->check(CLI::Range(0.001, 1e9))
-        ->type_name("S");
+    options->limits.addTo(verb);
     verb->add_option("--ready-fd", options->readyFd,
                      "Descriptor that gets the line \"ready\" once no event is missed any more")
         ->check(CLI::NonNegativeNumber)
