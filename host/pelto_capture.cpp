@@ -1,5 +1,5 @@
 // Captures logs into an archive:  pelto-capture [--phone DIR] INFO
-// The log-capture thread's steps, once and in their order, on this program's own thread.
+// Runs the steps of the log-capture thread once, in their order, on the main thread.
 #include <stdio.h>
 #include <unistd.h>
 
@@ -13,11 +13,6 @@
 #include "sim/shell.h"
 
 namespace {
-
-struct Options {
-    HostOptions phone;
-    std::string information;
-};
 
 constexpr char kPack[] = "tar -czf ";
 constexpr char kPackFailed[] = "cmds failed: tar -czf";
@@ -34,35 +29,24 @@ int complain(int code, const std::string& text) {
     return code;
 }
 
-// Returns -1 when there is something to do.
-int parse(int argc, char** argv, Options* options) {
+int parse(int argc, char** argv, std::string& phoneFolder, std::string& information) {
     CLI::App app("Captures a simulated phone's logs into a dated archive.", "pelto-capture");
     app.footer(kExitCodes);
-    app.failure_message([](const CLI::App*, const CLI::Error& error) {
-        return std::string("pelto-capture: ") + error.what() + "; see pelto-capture --help\n";
-    });
-    app.add_option("--phone", options->phone.phoneFolder, "Folder of the phone")
+    app.add_option("--phone", phoneFolder, "Folder of the phone")
         ->required()
         ->envname("PELTO_PHONE")
         ->type_name("DIR")
         ->take_last();
-    app.add_option("INFO", options->information,
+    app.add_option("INFO", information,
                    "Event id, log types, capture directory, archive directory, archive name, with "
                    "\",\" between; pelto capture ID --print makes one")
         ->required();
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? kHostStopped : kHostUsage;
-    }
-    return -1;
+    return parseCommandLine(app, argc, argv);
 }
 
-// What the steps ran: the archive's path as the packing command has it, "" when that was refused,
-// and the log line of its failure, "" without one.
 struct Packing {
-    std::string archive;
-    std::string failure;
+    std::string archive;  // its path in the packing command; "" when no such command was run
+    std::string failure;  // the log line that says why packing failed; "" when it did not
 };
 
 Packing runSteps(const std::string& information) {
@@ -91,7 +75,7 @@ int capture(const std::string& information) {
         return complain(kHostUsage, "INFO takes five fields with ',' between; see --help");
     }
     const Packing packing = runSteps(information);
-    // A failed tar may well have left a file.
+    // The file alone is no proof: a failed tar may leave one.
     if (packing.failure.empty() && !packing.archive.empty()) {
         puts(packing.archive.c_str());
         return kHostStopped;
@@ -105,9 +89,9 @@ int capture(const std::string& information) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    Options options;
-    int code = parse(argc, argv, &options);
-    if (code < 0) code = openPhone(options.phone) ? capture(options.information) : kHostNoPhone;
+    std::string phoneFolder, information;
+    int code = parse(argc, argv, phoneFolder, information);
+    if (code < 0) code = openPhone(phoneFolder) ? capture(information) : kHostNoPhone;
     if ((fflush(stdout) != 0 || ferror(stdout)) && code == kHostStopped) {
         code = complain(kHostFailed, "the archive's name could not be written");
     }

@@ -2,19 +2,51 @@
 #include <stdio.h>
 #include <unistd.h>
 
-#include "host/host_options.h"
+#include <CLI/CLI.hpp>
+
 #include "host/service_host.h"
-#include "host/stop_signals.h"
+
+namespace {
+
+constexpr char kExitCodes[] =
+    "Exit codes:\n"
+    "  0  stopped by SIGTERM or SIGINT (a second one ends it at once, with 1)\n"
+    "  1  the service could not be published\n"
+    "  2  wrong usage\n"
+    "  3  the folder is missing or is no phone's\n"
+    "  4  a service of that name is already published on that phone\n";
+
+int parse(int argc, char** argv, HostOptions& options) {
+    CLI::App app("Hosts the multimedia diagnostics service of a simulated phone.", "peltoserviced");
+    app.footer(kExitCodes);
+    app.add_option("--phone", options.phoneFolder, "Folder of the phone")
+        ->required()
+        ->type_name("DIR");
+    app.add_option("--threads", options.threads, "How many threads execute calls")
+        ->check(CLI::Range(1, 256))
+        ->type_name("N")
+        ->capture_default_str();
+    app.add_option("--ready-fd", options.readyFd,
+                   "Descriptor that gets the line \"ready\" once clients can call")
+        ->check(CLI::NonNegativeNumber)
+        ->type_name("FD");
+    app.add_flag("--workstation-kernel", options.workstationKernel,
+                 "Point the audio channel at this machine's own kernel instead of the phone's; "
+                 "looking its family up there can make the machine load modules");
+    return parseCommandLine(app, argc, argv);
+}
+
+}  // namespace
 
 int main(int argc, char** argv) {
     HostOptions options;
-    int code = parseHostOptions(argc, argv, &options);
+    int code = parse(argc, argv, options);
     if (code < 0) {
-        signal(SIGPIPE, SIG_IGN);  // a reader of --ready-fd that has gone is no reason to end
+        signal(SIGPIPE, SIG_IGN);  // writing to --ready-fd may fail, but does not end the process
         StopSignals signals;
-        code = openPhone(options) ? runServiceHost(options, signals) : kHostNoPhone;
+        code = openPhone(options.phoneFolder) ? runServiceHost(options, signals) : kHostNoPhone;
     }
     fflush(nullptr);
-    // The service's threads still run: nothing is destroyed under their feet.
+    // Destroys nothing: the service's threads still run.
     _exit(code);
 }

@@ -10,7 +10,9 @@
 #include <unistd.h>
 #include <utils/ThreadControl.h>
 
+#include <CLI/CLI.hpp>
 #include <stdexcept>
+#include <thread>
 
 #include "service/PeltoService.h"
 #include "sim/control.h"
@@ -36,14 +38,14 @@ int refuseSecond() {
                   "the process that pelto phone status names)");
 }
 
-// All in all `threads` of them, the main thread, which joins later, among them.
+// Starts the threads that execute calls. The main thread, which joins later, is one of `threads`.
 void startPool(int threads) {
     if (threads == 1) return;
     ProcessState::self()->setThreadPoolMaxThreadCount(static_cast<size_t>(threads) - 2);
     ProcessState::self()->startThreadPool();
 }
 
-// The ends of the phone that are in this process, before the service looks for them.
+// Sets up the ends of the phone that live in this process, before the service looks for them.
 void preparePhone(const HostOptions& options) {
     if (options.workstationKernel) sim::Phone::get().netlink().useWorkstationKernel();
     if (startCompositor() == nullptr) {
@@ -51,23 +53,53 @@ void preparePhone(const HostOptions& options) {
     }
 }
 
-// The kernel-log thread gives up when it is faster than its own construction. Held meanwhile, it is
-// there after every start.
+// Holds the kernel-log thread until the service is constructed: it ends at once if it runs before
+// its own constructor has finished.
 sp<PeltoService> makeService() {
     constexpr char kKernelLogThread[] = "KelvoDmesgThread";
     thread_control::hold(kKernelLogThread);
     const sp<PeltoService> service = new PeltoService();
     thread_control::release(kKernelLogThread);
-    // For good: the threads of the kernel channels have it as a plain pointer.
+    // Never released: the threads of the kernel channels hold plain pointers to the service.
     service->incStrong(nullptr);
     return service;
 }
 
 }  // namespace
 
-bool openPhone(const HostOptions& options) {
+StopSignals::StopSignals() {
+    sigemptyset(&mSignals);
+    sigaddset(&mSignals, SIGTERM);
+    sigaddset(&mSignals, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &mSignals, nullptr);
+}
+
+void StopSignals::onFirst(std::function<void()> stop) {
+    std::thread([signals = mSignals, stop = std::move(stop)] {
+        int number = 0;
+        sigwait(&signals, &number);
+        stop();
+        sigwait(&signals, &number);
+        _exit(1);
+    }).detach();
+}
+
+int parseCommandLine(CLI::App& app, int argc, char** argv) {
+    app.failure_message([](const CLI::App* given, const CLI::Error& error) {
+        const std::string name = given->get_name();
+        return name + ": " + error.what() + "; see " + name + " --help\n";
+    });
     try {
-        sim::Phone::open(options.phoneFolder);
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? kHostStopped : kHostUsage;
+    }
+    return -1;
+}
+
+bool openPhone(const std::string& folder) {
+    try {
+        sim::Phone::open(folder);
         return true;
     } catch (const std::runtime_error& failure) {
         fprintf(stderr, "%s: %s; make a phone with: pelto --phone DIR phone start\n",
@@ -78,7 +110,7 @@ bool openPhone(const HostOptions& options) {
 
 int runServiceHost(const HostOptions& options, StopSignals& signals) {
     const String16 name(kPeltoServiceName);
-    // Before anything starts. Whoever is faster from here on, publishing decides.
+    // Refuses before anything starts; if two hosts get past this at once, addService() decides.
     if (defaultServiceManager()->checkService(name) != nullptr) return refuseSecond();
 
     preparePhone(options);

@@ -1,7 +1,6 @@
-// A host of the service whose process has a listener of the test's:  listening_host PHONE FD
-// TYPE... Says "ready" on FD when it is up. Each event of these types becomes a line on stdout,
-// "TYPE INFO", when it is dispatched; "test_written" becomes "written BYTES": the heap that is then
-// in use.
+// Hosts the service together with a listener of the tests:  listening_host PHONE FD TYPE...
+// Writes "ready" to FD when the service is published. Prints a line "TYPE INFO" when an event of
+// one of these types is dispatched; for an event "test_written", "written BYTES": the heap in use.
 #include <malloc.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -45,7 +44,7 @@ int main(int argc, char** argv) {
     options.readyFd = atoi(argv[2]);
     setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
     StopSignals signals;
-    if (!openPhone(options)) return kHostNoPhone;
+    if (!openPhone(options.phoneFolder)) return kHostNoPhone;
     android::PeltoEventDisptch::getInstance().registerEventListener(new WritingListener(argv + 3));
     const int code = runServiceHost(options, signals);
     fflush(nullptr);
