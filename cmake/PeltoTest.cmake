@@ -41,38 +41,3 @@ function(pelto_test name)
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT ${PELTO_TEST_TIMEOUT}
     PROPERTIES TIMEOUT ${PELTO_TEST_TIMEOUT} ENVIRONMENT "${PELTO_TEST_ENVIRONMENT}")
 endfunction()
-
-# pelto_fuzzer(NAME SOURCES file... [LIBRARIES target...]): a program around LLVMFuzzerTestOneInput.
-# With PELTO_FUZZ it is a fuzzer. Otherwise it replays fuzz/seeds/NAME, which include every input that
-# once failed, as one ctest entry.
-add_custom_target(pelto_fuzzers)
-
-function(pelto_fuzzer name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES" ${ARGN})
-  add_executable(${name} ${ARG_SOURCES} $<TARGET_OBJECTS:pelto_product> $<TARGET_OBJECTS:pelto_door>)
-  target_link_libraries(${name} PRIVATE peltophone ${ARG_LIBRARIES})
-  add_dependencies(pelto_fuzzers ${name})
-  if(PELTO_FUZZ)
-    target_link_options(${name} PRIVATE -fsanitize=fuzzer)
-  else()
-    target_sources(${name} PRIVATE ${PROJECT_SOURCE_DIR}/fuzz/replay.cpp)
-    add_test(NAME fuzz.${name} COMMAND ${name} ${PROJECT_SOURCE_DIR}/fuzz/seeds/${name})
-    set_tests_properties(fuzz.${name} PROPERTIES
-      TIMEOUT ${PELTO_TEST_TIMEOUT} ENVIRONMENT "${PELTO_TEST_ENVIRONMENT}")
-  endif()
-endfunction()
-
-# The checks of the sources' text run on this tree; their own tests run them on planted violations.
-option(PELTO_SOURCE_CHECKS "Have ctest check includes, doors and lock annotations too" OFF)
-
-if(PELTO_SOURCE_CHECKS)
-  find_program(PELTO_PYTHON python3 REQUIRED)
-  foreach(check IN ITEMS includes doors annotations)
-    add_test(NAME source.${check}
-      COMMAND ${PELTO_PYTHON} -B ${PROJECT_SOURCE_DIR}/tools/check_${check}.py ${PROJECT_SOURCE_DIR})
-  endforeach()
-  foreach(suite IN ITEMS source_checks phone_library scripts)
-    add_test(NAME source.${suite}_test
-      COMMAND ${PELTO_PYTHON} -B ${PROJECT_SOURCE_DIR}/tests/checks/${suite}_test.py)
-  endforeach()
-endif()
