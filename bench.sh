@@ -1,7 +1,6 @@
 #!/usr/bin/env bash
-# Measures our loop beside the loops of others, then the service itself, in one run on this machine:
-# installs what that needs, builds, takes turns, prints medians, ratios and goals. Results go to
-# build/bench.
+# Measures our loop and the loops of other libraries by turns, then the service. Installs what that
+# needs, builds, and prints medians, ratios and goals. Results go to build/bench.
 #
 #   ./bench.sh [--quick | --repetitions N]
 set -euo pipefail

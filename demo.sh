@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Shows the whole system at work, from the start of a simulated phone in a temporary folder to a
-# clean stop: builds it, then tells one story with separate client processes. Ends by itself; the
-# exit status is 0 if everything expected has arrived and lies where the closing table says.
+# Builds the system and demonstrates it with separate client processes, from the start of a simulated
+# phone in a temporary folder to a clean stop. The exit status is 0 if every expected event and file
+# was there.
 #
 #   ./demo.sh [--keep]     --keep leaves the phone's folder
 set -euo pipefail

@@ -51,8 +51,8 @@ run_tests() {
     "${@:2}" ctest --preset "$1" "${options[@]}"
 }
 
-# The thread sanitizer's memory map does not bear every randomised address; some containers do not
-# let a process switch that off.
+# The thread sanitizer cannot handle every randomised address layout; some containers do not let a
+# process switch randomisation off.
 steady_addresses() {
     if setarch -R true 2>/dev/null; then setarch -R "$@"; else "$@"; fi
 }
@@ -69,7 +69,7 @@ preset() {
     stage "$1: build" build "$1" && tests_of "$1"
 }
 
-# A failed stage is noted and does not keep the others from running.
+# Runs every stage, also after a failed one.
 everything() {
     stage 'scripts' tools/check_scripts.sh || true
     stage 'format' tools/check_format.sh || true
@@ -85,7 +85,7 @@ everything() {
     if stage 'fuzz: build' build fuzz; then stage 'fuzzers' tools/run_fuzzers.sh build/fuzz 60 || true; fi
 }
 
-# What a preset needs beyond a compiler and GoogleTest.
+# The level of tools/setup.sh for the chosen presets.
 level() {
     if [ "$all" = no ] && [ "$preset" = dev ]; then echo test; else echo all; fi
 }

@@ -1,4 +1,4 @@
-"""The daemon as it idles: its memory, its processor time, and who in it wakes up."""
+"""Measures the idle daemon: its memory, its processor time and the wakeups of its threads."""
 import os
 import pathlib
 import subprocess
@@ -17,7 +17,7 @@ def ticks(pid):
 
 
 def wakeups(pid):
-    """By thread: how often it gave the processor up so far, which it has to be woken for."""
+    """Voluntary context switches by thread; each is followed by a wakeup."""
     found = {}
     for task in pathlib.Path(f"/proc/{pid}/task").iterdir():
         fields = status(task)
@@ -37,13 +37,13 @@ def start(peltoserviced, phone):
 
 
 def idle(service_bench, peltoserviced, seconds):
-    """Figures of so many seconds in which nobody asks anything of it."""
+    """Figures of so many seconds without any call."""
     with tempfile.TemporaryDirectory() as folder:
         phone = folder + "/phone"
         subprocess.run([service_bench, "make-phone", phone], check=True)
         daemon = start(peltoserviced, phone)
         try:
-            time.sleep(1)  # the start-up's own work ends
+            time.sleep(1)  # lets the start-up finish
             before, ticks_before = wakeups(daemon.pid), ticks(daemon.pid)
             time.sleep(seconds)
             after, ticks_after = wakeups(daemon.pid), ticks(daemon.pid)

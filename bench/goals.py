@@ -1,4 +1,4 @@
-"""What the loop is held to, and how far a run's medians are from it."""
+"""The goals for the loop, and how the medians of a run compare with them."""
 import matrix
 from matrix import HEAPS, MAILBOXES, OUR
 
@@ -8,12 +8,12 @@ def rows_named(medians, begin):
 
 
 def against(peers, best, figure):
-    """Our figure over the best one of those peers."""
+    """Our figure divided by the best figure of those peers."""
     return lambda row: row[OUR][figure] / best(row[p][figure] for p in peers)
 
 
 def goals():
-    """Words, the rows by the beginning of their names, their figure, the limit, whether at least."""
+    """Goals: description, prefix of the rows' names, figure, limit, whether it is a minimum."""
     post = ["asio-post"]
     for kind in ("flat-out", "bounded"):
         yield f"{kind}: times asio::post", f"{kind} producers", against(post, max, "rate"), 2.0, True

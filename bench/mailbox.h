@@ -7,11 +7,11 @@
 
 namespace bench {
 
-// The batch mailbox that an engineer writes by hand in front of a loop: posts go into one vector,
-// the loop swaps it out and works it off without the lock.
+// A hand-written batch mailbox in front of a loop: posts go into a vector, which the loop swaps out
+// and processes without the lock.
 class Mailbox {
   public:
-    // True when the loop must be told: it has nothing to do and has not been told yet.
+    // True when the loop must be woken: it is idle and no earlier post has woken it.
     bool put(const Message& message) {
         std::lock_guard<std::mutex> lock(mMutex);
         mIn.push_back(message);

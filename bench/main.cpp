@@ -1,4 +1,4 @@
-// One measurement a process: a peer under a workload, its figures as one line of JSON.
+// Measures one peer under one workload per run and prints the figures as one line of JSON.
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>

@@ -1,4 +1,4 @@
-"""What is measured: each row is one workload under all who take part in it."""
+"""The table of measurements: each row is one workload with all its peers."""
 import collections
 
 OUR = "pelto"
@@ -11,7 +11,7 @@ PRODUCERS = (1, 2, 4)
 WAITING = (1, 100, 1000, 10000, 100000)
 DELAYED = (1000, 10000, 100000)
 
-# name; the command of each peer, PHONE standing for a folder to come; the figures shown
+# name; the command of each peer, with PHONE in place of the phone's folder; the figures shown
 Row = collections.namedtuple("Row", "name commands figures")
 
 HIGH_IS_GOOD = {"rate"}
@@ -51,7 +51,7 @@ def road_rows(program):
 
 
 def quick(row):
-    """The same row, small: to see that it works."""
+    """The same row with few messages, to check that it works."""
     def smaller(word):
         return "1000" if word.isdigit() and int(word) > 1000 else word
     return row._replace(commands={p: [smaller(w) for w in c] for p, c in row.commands.items()})

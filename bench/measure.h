@@ -11,7 +11,7 @@
 
 namespace bench {
 
-// Named figures: rates a second, times in nanoseconds unless the name says otherwise.
+// Figures by name: rates per second, times in nanoseconds unless the name says otherwise.
 using Figures = std::map<std::string, double>;
 
 inline int64_t nowNanos() {

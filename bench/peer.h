@@ -8,7 +8,7 @@
 
 namespace bench {
 
-// What is posted: as big as the phone's own message.
+// A message of the same size as the phone's.
 struct Message {
     int32_t what;
     char text[1024];
@@ -16,19 +16,19 @@ struct Message {
 
 using Receiver = std::function<void(const Message&)>;
 
-// One event loop under measurement, used as its makers would: every message posted from any thread
-// is received once, whole, in order, on the thread that runs the loop.
+// One event loop under measurement, used in its recommended way. Every message, posted from any
+// thread, is received once, whole and in order, on the thread that runs the loop.
 class Peer {
   public:
     explicit Peer(Receiver receiver) : receive(std::move(receiver)) {}
     virtual ~Peer() = default;
 
     virtual void post(const Message& message) = 0;
-    // Until quit(), which is called on the loop's thread.
+    // Runs the loop until quit() is called, on the loop's thread.
     virtual void run() = 0;
     virtual void quit() = 0;
 
-    // On the loop's thread; not every peer has timers of its own.
+    // Posts after a delay. Called on the loop's thread; not every peer has timers.
     virtual void postIn(int64_t nanos, const Message& message);
 
   protected:

@@ -5,7 +5,7 @@
 namespace bench {
 namespace {
 
-// asio::post with the message captured: the idiomatic way, one queue entry a message.
+// asio::post with the message captured, the usual way: one queue entry per message.
 class AsioPostPeer : public Peer {
   public:
     explicit AsioPostPeer(Receiver receiver) : Peer(std::move(receiver)) {}
@@ -29,7 +29,7 @@ class AsioPostPeer : public Peer {
         asio::make_work_guard(mContext);
 };
 
-// Told that one thread alone runs it: what that thread posts to itself then takes no lock.
+// Constructed with the hint that a single thread runs it: posts from that thread take no lock.
 class AsioPostSinglePeer : public AsioPostPeer {
   public:
     explicit AsioPostSinglePeer(Receiver receiver) : AsioPostPeer(std::move(receiver), 1) {}

@@ -1,4 +1,4 @@
-// The floor: a batch mailbox straight on eventfd and epoll, with no loop around it.
+// The lower bound: a batch mailbox directly on eventfd and epoll, without a loop.
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>

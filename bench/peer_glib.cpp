@@ -22,7 +22,7 @@ class GlibPeer : public Peer {
     GMainLoop* const mLoop = g_main_loop_new(mContext, FALSE);
 };
 
-// One idle source a message, as g_main_context_invoke() makes one for a loop on another thread.
+// One idle source per message, as g_main_context_invoke() creates for a loop of another thread.
 class GlibInvokePeer : public GlibPeer {
   public:
     using GlibPeer::GlibPeer;
@@ -48,7 +48,7 @@ class GlibInvokePeer : public GlibPeer {
     static void destroy(gpointer data) { delete static_cast<Item*>(data); }
 };
 
-// A source of its own in front of a batch mailbox.
+// A custom source that drains a batch mailbox.
 class GlibSourcePeer : public GlibPeer {
   public:
     explicit GlibSourcePeer(Receiver receiver) : GlibPeer(std::move(receiver)) {

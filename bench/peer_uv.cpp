@@ -19,7 +19,7 @@ class UvPeer : public Peer {
     void post(const Message& message) override {
         if (mMailbox.put(message)) uv_async_send(&mAsync);
     }
-    // Whole milliseconds, rounded up, as its timers are.
+    // Rounded up: its timers take whole milliseconds.
     void postIn(int64_t nanos, const Message& message) override {
         auto* timer = new Timer{{}, this, message};
         uv_timer_init(&mLoop, &timer->handle);

@@ -1,4 +1,4 @@
-"""A picture of the ratios, on a scale on which twice and half are as long."""
+"""Draws the ratios on a logarithmic scale."""
 import math
 from xml.sax.saxutils import escape
 
@@ -8,7 +8,7 @@ WIDTH, MIDDLE, OCTAVE, REACH = 900, 520, 45, 4
 
 
 def bars(medians, figures):
-    """Row by row: its words, and each peer with the factor by which ours is better."""
+    """Per row: its title, and for each peer the factor by which our figure is better."""
     for name, peers in medians.items():
         for figure in figures[name]:
             ours = peers.get(OUR, {}).get(figure)

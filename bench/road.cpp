@@ -27,12 +27,12 @@ using namespace android;
 
 constexpr char kType[] = "bench_event";
 
-// An event's information is the time at which it was sent.
+// The information of each event: the time at which it is sent.
 std::string timeText() {
     return std::to_string(nowNanos());
 }
 
-// Calls `send` for each event, with the gap between two.
+// Calls `send` once per event, with the gap in between.
 void paced(const RoadOptions& options, const std::function<void()>& send) {
     for (size_t i = 0; i < options.events; ++i) {
         if (options.gapMicros > 0) usleep(options.gapMicros);
@@ -40,7 +40,7 @@ void paced(const RoadOptions& options, const std::function<void()>& send) {
     }
 }
 
-// Notes how long each event was on its way, until all have come.
+// Records the latency of each event until all have arrived.
 class Arrivals {
   public:
     explicit Arrivals(size_t expected) : mExpected(expected) {
@@ -114,7 +114,7 @@ Figures startUp(const RoadOptions&) {
     static const sp<PeltoService>& service = *new sp<PeltoService>(new PeltoService());
     const int64_t end = nowNanos();
     service->setDebugLog(false);
-    usleep(20000);  // a thread names itself
+    usleep(20000);  // each thread sets its own name, after it started
     return {{"constructor", static_cast<double>(end - begin)},
             {"named_threads", static_cast<double>(namedThreads())}};
 }

@@ -6,10 +6,10 @@ namespace bench {
 
 struct RoadOptions {
     size_t events = 5000;
-    unsigned gapMicros = 200;  // between two events; 0 is as fast as they are taken
+    unsigned gapMicros = 200;  // between two events; 0: as fast as possible
 };
 
-// Each in a process of its own, with the phone open.
+// Each runs in a process of its own, with the phone open.
 using RoadWorkload = Figures (*)(const RoadOptions& options);
 
 Figures startUp(const RoadOptions& options);      // the service's constructor, and its threads
@@ -17,7 +17,7 @@ Figures dispatch(const RoadOptions& options);     // the dispatcher's setEvent()
 Figures client(const RoadOptions& options);       // another process's setEvent() to a listener
 Figures socketFloor(const RoadOptions& options);  // the same bytes between threads over a socket
 
-// What the other process does; 0 when every event was accepted.
+// The sending process of client(); returns 0 when every event was accepted.
 int sendEvents(const RoadOptions& options);
 
 }  // namespace bench

@@ -2,8 +2,8 @@
 """Runs the loops side by side, then the service, and prints medians, ratios and goals.
 
 Every measurement is a process of its own; the peers take turns within each repetition, so that a
-slow spell of the machine falls on all of them. Results go to OUT: results.jsonl (a line a run) and
-loops.svg. The exit code does not depend on the goals: machines are noisy.
+slow phase of the machine affects all of them. Results go to OUT: results.jsonl (one line per run)
+and loops.svg. The exit code does not depend on the goals: machines are noisy.
 """
 import argparse
 import collections

@@ -1,5 +1,5 @@
-// One measurement of the whole service a process, on a phone of its own, its figures as one line of
-// JSON. The phone's folder is made here and removed by the caller.
+// Measures the whole service on a phone of its own, one workload per run, and prints the figures as
+// one line of JSON. Creates the phone's folder; the caller removes it.
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>

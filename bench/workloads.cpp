@@ -27,7 +27,7 @@ class Semaphore {
     sem_t mSemaphore;
 };
 
-// Keeps the compiler from dropping what a handler reads.
+// Receives the result of every read, so that the compiler cannot drop it.
 std::atomic<uint64_t> gRead{0};
 
 void readMessage(const Message& message, bool whole) {
@@ -59,7 +59,7 @@ Message messageOf(int32_t what) {
     return message;
 }
 
-// The loop on a thread of its own, counting what it receives; `each` runs in the handler.
+// A loop that runs on a thread of its own; `each` handles its messages there.
 class Running {
   public:
     using Each = std::function<void(const Message&, Peer&)>;
@@ -80,13 +80,13 @@ class Running {
     std::thread mThread;
 };
 
-// How many messages of a producer were received; each on a cache line of its own.
+// The number of messages received of one producer, on a cache line of its own.
 struct alignas(64) Count {
     std::atomic<size_t> value{0};
 };
 
-// A producer has at most that many messages outstanding: it gives its processor away until its
-// first one is received. No semaphore, whose own sleeping and waking would be what is measured.
+// Each producer has at most `outstanding` messages that are not received yet, and yields at that
+// limit. Blocking on a semaphore instead would measure the semaphore.
 Figures produce(const Options& options, size_t outstanding) {
     const auto producerCount = static_cast<size_t>(options.producers);
     const size_t each = options.messages / producerCount;
@@ -153,7 +153,7 @@ Figures wakeLatency(const Options& options) {
     return {{"p50", percentile(latencies, 0.5)}, {"p99", percentile(latencies, 0.99)}};
 }
 
-// Short queues are drained over and over, so that enough messages are timed.
+// Repeats with short queues, so that enough messages are timed.
 Figures drain(const Options& options) {
     const size_t count = options.messages;
     const size_t rounds = std::clamp<size_t>(200000 / count, 1, 20000);
@@ -175,7 +175,7 @@ Figures drain(const Options& options) {
     });
     const double before = statusBytes("VmRSS:");
     std::vector<int64_t> times;
-    times.reserve(rounds);  // nothing of ours comes to lie behind the messages in the heap
+    times.reserve(rounds);  // keeps our own allocations from lying above the messages in the heap
     for (size_t round = 0; round < rounds; ++round) {
         loop.peer().post(messageOf(1));
         held.wait();
@@ -187,7 +187,7 @@ Figures drain(const Options& options) {
         times.push_back(end - begin);
     }
     loop.join();
-    const double after = statusBytes("VmRSS:");  // the loop has come to rest, but still exists
+    const double after = statusBytes("VmRSS:");  // the loop is idle but not destroyed
     const double waiting = static_cast<double>(count * sizeof(Message));
     return {{"ns", percentile(times, 0.5) / static_cast<double>(count)},
             {"peak_share", (statusBytes("VmHWM:") - before) / waiting},
@@ -222,7 +222,7 @@ Figures delayed(const Options& options) {
         const int64_t wanted = due[static_cast<size_t>(message.what)];
         const int64_t late = nowNanos() - start - wanted;
         early += late < 0;
-        // The due time counts from its own insertion: only more than that is out of order.
+        // Each due time starts at its own insertion: only a greater difference is out of order.
         unordered += wanted + insertNanos < last;
         last = std::max(last, wanted);
         lateness.push_back(late);

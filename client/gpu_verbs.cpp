@@ -1,4 +1,4 @@
-// Faults of the graphics driver, the statistics they leave, and the clock they are timed by.
+// Verbs for faults of the graphics driver, the statistics about them and the clock that times them.
 #include <sim/line_file.h>
 #include <stdio.h>
 
@@ -47,7 +47,7 @@ void addGpuControl(CLI::App& gpu, Client& client) {
     });
 }
 
-// The fields of a line, of which a broken one may lack some.
+// A line as a JSON object; fields that a broken line lacks are empty.
 std::string statisticJson(const std::string& line) {
     std::istringstream text(line);
     nlohmann::ordered_json object;

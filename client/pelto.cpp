@@ -1,4 +1,4 @@
-// The command-line client: one verb a run, on a simulated phone and the service published there.
+// The command-line client of a simulated phone and the service published there: one verb per run.
 #include <stdio.h>
 #include <unistd.h>
 
@@ -69,6 +69,6 @@ int main(int argc, char** argv) {
         fputs("pelto: the output could not be written\n", stderr);
         code = kFailed;
     }
-    // The binder library's threads still run: nothing is destroyed under their feet.
+    // Destroys nothing: the threads of the binder library still run.
     _exit(code);
 }

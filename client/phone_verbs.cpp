@@ -1,4 +1,4 @@
-// Starts, stops and describes a phone: its folder and the processes that run on it.
+// Verbs that start, stop and describe a phone.
 #include <binder/BpBinder.h>
 #include <binder/transport/connection.h>
 #include <ipeltoservice/IPeltoService.h>
@@ -28,7 +28,7 @@ Daemon serviceDaemon(const sim::Phone& phone) {
     return Daemon(phone.runDir(), "peltoserviced");
 }
 
-// The host program lies beside this one.
+// The command line of the host program, which lies beside this one.
 std::vector<std::string> hostCommand(const sim::Phone& phone, const StartOptions& options) {
     std::vector<std::string> command;
     std::istringstream under(options.under);

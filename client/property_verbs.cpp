@@ -26,14 +26,14 @@ int getProperty(Client& client, const std::string& key) {
 
 int setProperty(Client& client, const std::string& key, const std::string& value) {
     sim::Phone& phone = client.phone();
-    // What refuses says why in the phone's log alone.
+    // The reason of a refusal is only written to the phone's log.
     std::string why = "refused";
     phone.log().observe([&why](const sim::Log::Record& record) {
         if (record.priority >= sim::kError) why = std::string(record.message);
     });
     const bool done = phone.properties().set(key, value);
     phone.log().observe(nullptr);
-    phone.services().awaitStopped();  // what it has started runs in this process
+    phone.services().awaitStopped();  // a service started by the property runs in this process
     if (!done) throw Failure(kFailed, "setprop: " + printable(why));
     return kDone;
 }

@@ -1,4 +1,4 @@
-// Shows the events that the service passes to its native clients.
+// Shows the events that the service sends to its native clients.
 #include <binder/ProcessState.h>
 #include <ipeltoservice/IPeltoNativeClient.h>
 #include <ipeltoservice/PeltoServiceCalls.h>

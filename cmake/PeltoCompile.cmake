@@ -1,12 +1,12 @@
-# The flags of every target: warnings, include paths, sanitizers.
+# Compiler and linker options of every target: warnings, include paths, sanitizers.
 find_package(Threads REQUIRED)
 
 add_library(pelto_compile INTERFACE)
 target_include_directories(pelto_compile INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/platform)
-# No program replaces a function of the shared libraries: calls inside one may be inlined.
+# No program replaces functions of the shared libraries, so they may be inlined within one.
 target_compile_options(pelto_compile INTERFACE -fno-semantic-interposition)
-# Directory positions of the workstation's file systems do not fit 32 bits: without this, readdir() of a
-# 32-bit build ends early.
+# The workstation's file systems have directory offsets of 64 bits; a 32-bit readdir() stops early at
+# them.
 target_compile_definitions(pelto_compile INTERFACE _FILE_OFFSET_BITS=64)
 target_compile_options(pelto_compile INTERFACE
   -Wall -Wextra -Wshadow -Wformat=2 -Wundef -Wnon-virtual-dtor -Woverloaded-virtual -Werror)
@@ -15,7 +15,7 @@ if(CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
   target_compile_options(pelto_compile INTERFACE -Wthread-safety -Wthread-safety-beta)
 endif()
 
-# The check of virtual tables needs a pipe to look at memory: it reports sound objects when a test has
+# -fno-sanitize=vptr: that check reads memory through a pipe, and reports good objects when a test has
 # used up the descriptors.
 if(PELTO_SANITIZE STREQUAL "address")
   target_compile_options(pelto_compile INTERFACE

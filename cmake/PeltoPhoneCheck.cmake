@@ -1,6 +1,6 @@
-# The product as the phone builds it: the product folders and phone_device.cpp, in an include path
-# without sim/, with the symbols of the phone's libraries left undefined. The result is then searched
-# for symbols that nothing on the phone would resolve.
+# Builds the product as the phone does: the product folders and phone_device.cpp, without sim/ in the
+# include path and without the phone's libraries. Then checks that every undefined symbol is one that
+# the phone provides.
 find_program(PELTO_PYTHON python3 REQUIRED)
 
 set(tree ${PROJECT_BINARY_DIR}/phone-tree)
@@ -13,7 +13,7 @@ set_target_properties(pelto_compile PROPERTIES
   INTERFACE_INCLUDE_DIRECTORIES ${tree}
   INTERFACE_LINK_OPTIONS "")
 
-# The folders' tests need the simulated phone.
+# Ignores the folders' tests, which need the simulated phone.
 function(pelto_test)
 endfunction()
 

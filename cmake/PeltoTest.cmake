@@ -1,7 +1,7 @@
-# Everything that ctest runs: the test programs, the replays of the fuzzers, the checks of the sources.
-
-# GoogleTest is built from its Debian sources, so that cross builds and sanitizer builds get one of
-# their own.
+# pelto_test(NAME SOURCES file... [LIBRARIES target...]): a test program, with one ctest entry per test
+# case, since process-wide objects are never destroyed and each case needs fresh ones.
+#
+# GoogleTest is built from Debian's sources, with the compiler and the sanitizer of each build.
 set(PELTO_GOOGLETEST /usr/src/googletest CACHE PATH "GoogleTest's source tree")
 set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
 add_subdirectory(${PELTO_GOOGLETEST} ${PROJECT_BINARY_DIR}/googletest EXCLUDE_FROM_ALL)
@@ -16,8 +16,8 @@ include(GoogleTest)
 
 set(PELTO_TEST_TIMEOUT 60 CACHE STRING "Seconds a test may take")
 
-# The environment of every test: how the sanitizer reports, or the emulator that tests put before the
-# programs they start.
+# The environment of the tests: options of the sanitizer, or the emulator for programs of another
+# processor, which a test puts before the commands that it starts.
 if(PELTO_SANITIZE STREQUAL "address")
   set(PELTO_TEST_ENVIRONMENT ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1)
 elseif(PELTO_SANITIZE STREQUAL "thread")
@@ -33,7 +33,7 @@ function(pelto_test name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES" ${ARGN})
   add_executable(${name} ${ARG_SOURCES} $<TARGET_OBJECTS:pelto_product> $<TARGET_OBJECTS:pelto_door>)
   target_link_libraries(${name} PRIVATE pelto_test_support ${ARG_LIBRARIES})
-  # Building the precompiled header pays from three files on.
+  # Compiling the header once pays off from three files on.
   list(LENGTH ARG_SOURCES files)
   if(files GREATER 2)
     target_precompile_headers(${name} PRIVATE <gmock/gmock.h>)

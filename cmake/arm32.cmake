@@ -3,7 +3,7 @@ set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR arm)
 set(CMAKE_C_COMPILER arm-linux-gnueabihf-gcc)
 set(CMAKE_CXX_COMPILER arm-linux-gnueabihf-g++)
-# The emulator passes on the host's 64-bit directory offsets and inodes, on which a 32-bit readdir fails.
+# The emulator passes on 64-bit directory offsets and inodes, at which a 32-bit readdir() fails.
 set(CMAKE_C_FLAGS_INIT -D_FILE_OFFSET_BITS=64)
 set(CMAKE_CXX_FLAGS_INIT -D_FILE_OFFSET_BITS=64)
 set(CMAKE_CROSSCOMPILING_EMULATOR qemu-arm -L /usr/arm-linux-gnueabihf)

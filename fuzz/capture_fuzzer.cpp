@@ -1,6 +1,6 @@
-// Information strings on the road of a capture: through the exception reporter, the steps of the
-// log-capture thread and the audio dump, on a phone with links that lead out of it. Whatever they
-// say, nothing beside the phone's own files may change.
+// Passes information strings to the exception reporter, the steps of the log-capture thread and the
+// audio dump, on a phone with links that lead out of it. No string may change anything outside the
+// phone's files.
 #include <filesystem>
 #include <fstream>
 #include <set>
@@ -18,9 +18,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr size_t kLongestInput = 8192;
+constexpr size_t kMaxText = 8192;
 
-// A byte from 0x80 on stands for one of these, any other for itself.
+// An input byte from 0x80 on stands for one of these tokens, any other for itself.
 constexpr const char* kTokens[] = {
     ",",         "/",       "/..",         "/../",  "/data/x/", "/data/out/", "/data/link",
     "/data/in/", "E1",      "A0345",       "127",   "4",        "*",          " > ",
@@ -29,7 +29,7 @@ constexpr const char* kTokens[] = {
     "-I id",     "~",       "/proc/self/", "-c",
 };
 
-// The fuzzer's phone, and what lies beside its files.
+// The phone's files, and the files beside them that must not change.
 class World {
   public:
     World() {
@@ -40,10 +40,10 @@ class World {
         mState = state();
     }
 
-    // The text that an input stands for.
+    // Decodes an input to a text.
     std::string read(const uint8_t* data, size_t size) const {
         std::string text;
-        for (size_t i = 0; i < size && text.size() < kLongestInput; ++i) {
+        for (size_t i = 0; i < size && text.size() < kMaxText; ++i) {
             const std::string token = kTokens[data[i] % std::size(kTokens)];
             if (data[i] < 0x80) {
                 text += static_cast<char>(data[i]);
@@ -54,7 +54,7 @@ class World {
         return text;
     }
 
-    // The phone's files as they are before each input.
+    // Restores the phone's files before each input.
     void reset() const {
         const fs::path root = mFolder + "/fs";
         for (const auto& entry : fs::directory_iterator(root)) fs::remove_all(entry.path());
@@ -78,8 +78,8 @@ class World {
         std::ofstream(path) << "alive";
     }
 
-    // Everything beside the phone's files that a command could make, change or remove; of what the
-    // phone itself writes as it runs, that it is there.
+    // Names, permissions, times and contents of everything beside the phone's files; only the names
+    // of the files that the phone writes as it runs.
     std::string state() const {
         static const std::set<fs::path> written = {"fs",       "run/init",       "run/kernel_log",
                                                    "run/log",  "run/properties", "run/reports",

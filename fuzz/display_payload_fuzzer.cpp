@@ -1,5 +1,5 @@
-// Display reports, the id up to the first newline and the payload behind it: the event that they
-// become is compared with that of a plainer reading.
+// Turns display reports into events and compares each event with that of a simpler parser. An input
+// is the id up to the first newline, then the payload.
 #include <compositor/compositor.h>
 #include <kelvo_multimedia_kernel_event/DisplayKevent.h>
 #include <string.h>
@@ -30,7 +30,7 @@ sp<Service> newService() {
     return service;
 }
 
-// The field, cut and terminated as the channel does it.
+// Fills the field as the channel does: cut to its size and terminated.
 template <size_t kSize>
 std::string fill(char (&field)[kSize], std::string_view text) {
     memcpy(field, text.data(), std::min(text.size(), kSize - 1));

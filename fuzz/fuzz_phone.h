@@ -8,7 +8,7 @@
 
 #include "sim/phone.h"
 
-// The fuzzer's phone: made at the first call, in a folder of its own that is removed at the end.
+// The fuzzer's phone, created at the first call in a folder of its own that is removed at exit.
 inline sim::Phone& fuzzPhone() {
     static std::string& folder = *new std::string;
     if (!folder.empty()) return sim::Phone::get();
@@ -23,6 +23,7 @@ inline sim::Phone& fuzzPhone() {
     return sim::Phone::create(folder);
 }
 
+// Aborts, which the fuzzing engine reports as a finding, unless the condition holds.
 inline void require(bool condition, const std::string& what) {
     if (condition) return;
     fprintf(stderr, "not so: %s\n", what.c_str());

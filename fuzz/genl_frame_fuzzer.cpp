@@ -1,5 +1,5 @@
-// Received netlink datagrams: as the answer to a family look-up, and on a running channel, which
-// must deal with each and with the good packet behind it.
+// Passes netlink datagrams to the family look-up as its answer, and to a running channel, which
+// must still deliver the good packet that follows each.
 #include <string.h>
 
 #include <algorithm>
@@ -15,7 +15,7 @@ using namespace android;
 
 namespace {
 
-// The running channel and its hook, which waits for packets that count on.
+// A running channel; take() sends it a datagram and then a numbered packet, and waits for that.
 class Receiver {
   public:
     Receiver() {
@@ -59,7 +59,7 @@ void lookUp(const uint8_t* data, size_t size) {
     memcpy(&frame, data, size);
     const int32_t received = static_cast<int32_t>(size);
     const uint16_t id = frame.isMessage(received) ? frame.familyId(received) : 0;
-    const uint16_t bytes[] = {1, id};  // the type and, behind it, the value
+    const uint16_t bytes[] = {1, id};  // the attribute's type, then its value
     require(id == 0 || memmem(data, size, bytes, sizeof(bytes)) != nullptr, "the id is received");
 }
 

@@ -1,4 +1,4 @@
-// What clients do wrong costs them a defined result or their connection, and nobody else anything.
+// Wrong input of a client ends in a defined status or a closed connection, and affects no other.
 #include <binder/Parcel.h>
 #include <binder/ProcessState.h>
 #include <binder/transport/frame.h>
@@ -29,8 +29,8 @@ class BadInputTest : public ServiceTest {
         ASSERT_TRUE(mWatcher->awaitReady());
     }
 
-    // What the service's listener has been called with since it was last asked, a line an event;
-    // all that this process has sent before is among it.
+    // The events that the service's listener has received since the last call, one line each,
+    // including all that this process has sent.
     std::vector<std::string> dispatched() {
         EXPECT_EQ(send("test_written", ""), OK);
         std::vector<std::string> lines;
@@ -42,7 +42,7 @@ class BadInputTest : public ServiceTest {
         return lines;
     }
 
-    // An event of another client goes all its way; nothing else has come through.
+    // Checks that an event of another client is delivered, and nothing else was.
     void expectServiceGoesOn() {
         ASSERT_EQ(pelto({"send", "test_event", "another's"}).code, 0);
         EXPECT_THAT(dispatched(), ElementsAre("test_event another's"));
@@ -54,7 +54,7 @@ class BadInputTest : public ServiceTest {
         return service()->transact(code, data, &reply);
     }
 
-    // Whether the service ends a connection over which these bytes came.
+    // Whether the service closes a connection on which it receives these bytes.
     bool endsConnection(const std::string& bytes) {
         const sim::Fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
         sockaddr_un address{};
@@ -80,7 +80,7 @@ Parcel call(const String16& token = IPeltoService::descriptor) {
     return data;
 }
 
-// A call whose first argument claims to be a text of that length.
+// A call whose first argument claims to be a text of `length` characters.
 Parcel callWithText(int32_t length, const std::string& bytes) {
     Parcel data = call();
     data.writeInt32(length);
@@ -104,7 +104,7 @@ TEST_F(BadInputTest, malformedCallsAreRefused) {
     EXPECT_EQ(transact(kSet, callWithText(INT32_MAX, "test")), NOT_ENOUGH_DATA);
     EXPECT_EQ(transact(kSet, callWithText(INT32_MIN, "test")), BAD_VALUE);
     EXPECT_EQ(transact(IPeltoService::REGISTER_NATIVE_CLIENT, callWithText(1, "none")), BAD_TYPE);
-    // No native client, but an object all the same: it refuses what it is told.
+    // An object that is no native client is registered, and refuses the events sent to it.
     Parcel stranger = call();
     ProcessState::self()->startThreadPool();
     stranger.writeStrongBinder(sp<BBinder>::make());
@@ -130,7 +130,7 @@ TEST_F(BadInputTest, bytesThatAreNoFramesEndTheirConnection) {
     expectServiceGoesOn();
 }
 
-// Joined with its "$" and the type, the information of the first fits into a message by one byte.
+// A message holds 1023 bytes: the type, "$" and the information.
 TEST_F(BadInputTest, tooLongAnEventReachesNativeClientsAlone) {
     const size_t room = 1023 - std::string("test_event$").size();
     const std::string fits(room, 'a'), tooLong(room + 1, 'b'), huge(1000000, 'c');
@@ -145,7 +145,7 @@ TEST_F(BadInputTest, tooLongAnEventReachesNativeClientsAlone) {
 }
 
 TEST_F(BadInputTest, aClientKilledWhileItSendsLeavesWholeEvents) {
-    std::vector<std::string> sent(200000);  // more than it comes to
+    std::vector<std::string> sent(200000);  // more than are sent before the kill
     const std::string input = phone().folder() + "/input";
     std::ofstream file(input);
     for (size_t i = 0; i < sent.size(); ++i) {

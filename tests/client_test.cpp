@@ -1,4 +1,4 @@
-// The client program as scripts see it: output, exit codes, one line for what is wrong.
+// The client program as scripts see it: output, exit codes, one line per error.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -18,7 +18,7 @@ namespace {
 
 class ClientTest : public ServiceTest {
   protected:
-    // Ends what a test started by `phone start`.
+    // Stops the service that a test has started by `phone start`.
     void TearDown() override {
         pelto({"phone", "stop"});
         ServiceTest::TearDown();
@@ -32,7 +32,7 @@ TEST_F(ClientTest, stopsNobodyElse) {
     const Result second = phoneStart();
     EXPECT_EQ(second.code, 1);
     EXPECT_THAT(second.errors, HasSubstr("already published"));
-    // A number that is this process's by now.
+    // A record whose process number belongs to another process.
     std::ofstream(phone().runDir() + "/daemons/peltoserviced") << getpid() << " 1\n";
     EXPECT_THAT(pelto({"phone", "stop"}).errors, HasSubstr("not started by phone start"));
     EXPECT_EQ(pelto({"phone", "status"}).code, 0);
@@ -97,7 +97,7 @@ TEST_F(ClientTest, watchesWhatIsSent) {
     EXPECT_GT(event["time_ms"], 0);
     EXPECT_EQ(json.wait(), 0);
 
-    // Too big for a call; and what comes after it in the input is not sent.
+    // A line too big for a call fails, and the next one is not sent.
     std::ofstream(input) << "big " << std::string(1045000, 'x') << "\nafter\n";
     const Result big = run(command({"send", "--stdin"}), input);
     EXPECT_EQ(big.code, 1);
@@ -184,9 +184,9 @@ TEST_F(ClientTest, saysWhyACaptureFails) {
         {{"one,two,three,four"}, 2, "five fields"},
         {{"A0345,1,/data/x/A0345/,/data/x/,a&b"}, 1, "no whole archive was made;"},
         {{"A0345,1,/data/x/A0345/,/../outside/,name"}, 1, "made (cmds failed: tar -czf,"},
-        // Nothing is captured: an empty archive is left.
+        // Captures nothing: tar leaves an empty archive.
         {{"A0345,12345678,/data/x/A0345/,/data/x/,name"}, 1, "made (cmds failed: tar -czf,"},
-        // A directory is made whose name begins and ends as the archive's, and stays.
+        // The capture directory matches the pattern of the archive's name, and is not removed.
         {{"n@$.tar.gz,1,/data/x/n@$.tar.gz/,/data/x/,n"}, 1, "no whole archive was made;"},
         {{"A0345,1,/data/x/A0345/,/data/x/,name", "--phone", phone().fsDir()}, 3, "not a phone's"},
     };

@@ -1,4 +1,4 @@
-// What the programs refuse, in one line that says why.
+// The errors of the programs: exit code and one line that says why.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 

@@ -1,5 +1,6 @@
-// The whole service under everything at once. PELTO_SOAK is how many events of every type each of
-// the four clients sends; 250000 is the full size, run without ctest, whose time limit is short.
+// Loads the whole service with events from all sides at once. The environment variable PELTO_SOAK
+// is the number of events that each of the four senders sends. The full size, 250000, takes longer
+// than the time limit of ctest: run the test program itself.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -19,20 +20,20 @@ using namespace android;
 namespace {
 
 #ifdef PELTO_SANITIZED
-constexpr bool kSanitized = true;  // with an allocator that does not tell how much is in use
+constexpr bool kSanitized = true;  // its allocator does not report the heap in use
 #else
 constexpr bool kSanitized = false;
 #endif
-// The service keeps every native client for good, one whose process has ended too: a proxy, what is
-// left of its connection and a place in the list. Measured on a 64-bit machine over 245 watchers:
-// 1633 with the allocator's share.
+// The service never drops a native client, even after its process has ended: a proxy, the rest of
+// its connection and a list entry stay. Measured: 1633 bytes each with the allocator's overhead, on
+// a 64-bit machine over 245 watchers.
 constexpr size_t kBytesPerClient = 1640;
-constexpr size_t kGrowth = 1 << 20;  // beyond that
+constexpr size_t kMaxGrowth = 1 << 20;  // of the heap, apart from native clients
 
-constexpr size_t kThreads = 100;  // of the host, far above what it has when nothing piles up
+constexpr size_t kMaxThreads = 100;  // of the host; far more than it has without a backlog
 constexpr size_t kSenders = 4;
-// Every type that clients send, and what stands before the numbers of the sender and of the event.
-// Three of them run the product's commands, the last has no listener in the product.
+// The types that the senders send, and the information around the numbers of sender and event.
+// Three of them make the product run commands; the last has no listener in the product.
 constexpr struct {
     std::string_view type;
     const char* beforeSender;
@@ -48,16 +49,16 @@ constexpr struct {
 };
 constexpr size_t kTypes = std::size(kKinds);
 
-// A sender's line of that place: one number after the other, each with every type.
+// The line that a sender sends at that place: every type with number 0, then with 1, and so on.
 std::string line(size_t sender, size_t place) {
     const auto& kind = kKinds[place % kTypes];
     return std::string(kind.type) + ' ' + kind.beforeSender + std::to_string(sender) +
            kind.beforeNumber + std::to_string(place / kTypes);
 }
 
-using Places = std::array<size_t, kSenders>;  // each sender's next
+using Places = std::array<size_t, kSenders>;  // the next place of each sender
 
-// Moves on the sender whose next line that is; false when it is nobody's.
+// Finds the sender whose next line that is and advances its place; false when there is none.
 bool take(Places& next, const std::string& found) {
     for (size_t sender = 0; sender < kSenders; ++sender) {
         if (found != line(sender, next[sender])) continue;
@@ -67,7 +68,7 @@ bool take(Places& next, const std::string& found) {
     return false;
 }
 
-// Of what the kernel and the test have the service say.
+// Whether the event was caused by the kernel or by this process.
 bool isAnothers(const std::string& found) {
     for (const char* type : {"event_audio_mic_status ", "pelto_event_peltoserver_feedback ",
                              "pelto_event_for_test_from_native ", "test_"}) {
@@ -84,7 +85,7 @@ class SoakTest : public ServiceTest {
         for (const auto& kind : kKinds) types.emplace_back(kind.type);
         mHost = std::make_unique<Program>(listeningHostCommand(types));
         ASSERT_TRUE(mHost->awaitReady());
-        // A process of many threads that forks under the emulator may never come back.
+        // Starting programs from a process with many threads may hang under the emulator.
         if (!emulator().empty()) {
             for (const char* program : {"chmod", "rm", "tar", "touch"}) {
                 sim::controlRequest(phone(), {"fault", "program", program, "fail", "1"});
@@ -100,7 +101,7 @@ class SoakTest : public ServiceTest {
         }
     }
 
-    // What is opened at its first use.
+    // Uses every connection and channel once, so that each descriptor of the host is open.
     void awaitAllConnected() {
         ASSERT_TRUE(sim::controlRequest(phone(), {"audio-await"}).ok);
         ASSERT_TRUE(sim::controlRequest(phone(), {"gpu", "await-reader"}).ok);
@@ -110,7 +111,7 @@ class SoakTest : public ServiceTest {
         sendUpTo(1);
     }
 
-    // Keeps a sender ahead of those that follow it, by no more than its pipe holds.
+    // Writes lines for a sender, ahead of the received ones by no more than its pipe holds.
     void feed(size_t sender, size_t end) {
         constexpr size_t kAhead = 70 * kTypes;
         if (mFed[sender] > mFollowed[sender] + kAhead / 2) return;
@@ -120,7 +121,7 @@ class SoakTest : public ServiceTest {
         EXPECT_TRUE(sim::writeAll(mInputs[sender].get(), text.data(), text.size()));
     }
 
-    // Until all lines before that place have come through, to the dispatcher and to a watcher.
+    // Sends until the dispatcher and a watcher have received all lines before place `end`.
     void sendUpTo(size_t end) {
         constexpr size_t kKernelEvery = 128;
         for (size_t lines = mFed[0] * kSenders; lines < end * kSenders; ++lines) {
@@ -136,8 +137,8 @@ class SoakTest : public ServiceTest {
         }
     }
 
-    // The kernel's side of things, and whoever fetches what the phone keeps: some of it, so that
-    // the product prunes the rest.
+    // Sends reports of the kernel, and removes some of the kept reports and dumps; the product
+    // prunes the others.
     void driveKernel() {
         for (const std::string& kept : {phone().runDir() + "/reports",
                                         phone().fsDir() + "/data/persist_log/TMP/audio_dumpsys"}) {
@@ -146,14 +147,14 @@ class SoakTest : public ServiceTest {
                 if (entry.path().extension() != "") std::filesystem::remove(entry.path(), gone);
             }
         }
-        // Every dump has a thread of its own, and the disk is slower than the dispatcher.
-        EXPECT_TRUE(becomes([&] { return entries("/task") <= kThreads; }));
+        // Each dump runs on a thread of its own and may be slower than the dispatcher.
+        EXPECT_TRUE(becomes([&] { return entries("/task") <= kMaxThreads; }));
         sim::controlRequest(phone(), {"audio", "1", "1"});
         sim::controlRequest(phone(), {"display", "7", "item"});
         sim::controlRequest(phone(), {"clock", "advance", "20"});  // wakes the collector
     }
 
-    // Watchers come, and go by themselves or are killed.
+    // Starts watchers of which half end by themselves and half are killed.
     void churnWatchers() {
         for (int i = 0; i < 2; ++i) {
             Program going(watchCommand({"--count", "20"})), killed(watchCommand());
@@ -166,7 +167,7 @@ class SoakTest : public ServiceTest {
     }
 
     void runRound(size_t end) {
-        Program deaf(watchCommand());  // reads nothing of what it is told
+        Program deaf(watchCommand());  // its output is never read
         EXPECT_TRUE(deaf.awaitReady());
         mWatchers += 5;
         sim::controlRequest(phone(), {"gpu", "fault", "--size", "4096"});
@@ -176,7 +177,7 @@ class SoakTest : public ServiceTest {
             churning = false;
         });
         sendUpTo(end);
-        // Late watchers wait for events too.
+        // Sends on until the last watchers have received their events.
         while (churning && send("test_tail", "") == OK) {
         }
         churn.join();
@@ -192,11 +193,11 @@ class SoakTest : public ServiceTest {
         return true;
     }
 
-    // The heap that is in use when nothing is going on any more, and no more descriptors are open.
+    // The heap in use once the host is idle and has at most that many descriptors open.
     size_t heapAt(size_t descriptorsThen) {
         driveKernel();
         EXPECT_TRUE(sim::controlRequest(phone(), {"gpu", "await-reader"}).ok);
-        // The last connections are being closed, the last dump may still be written.
+        // The last connections may still be open, the last dump may still be running.
         EXPECT_TRUE(becomes([&] { return descriptors() <= descriptorsThen; })) << descriptors();
         EXPECT_EQ(send("test_written", ""), OK);
         size_t heap = 0;
@@ -220,7 +221,7 @@ class SoakTest : public ServiceTest {
 TEST_F(SoakTest, losesNoEventNoDescriptorAndNoMemory) {
     const char* const size = getenv("PELTO_SOAK");
     const size_t usual = kSanitized || !emulator().empty() ? 1400 : 10000;
-    // Of every type, by each sender.
+    // Each sender sends so many events of every type.
     const size_t events = (size != nullptr ? strtoul(size, nullptr, 10) : usual) / kTypes + 1;
     const size_t round = std::min<size_t>(events / 2 + 1, 5000);
     awaitAllConnected();
@@ -238,7 +239,7 @@ TEST_F(SoakTest, losesNoEventNoDescriptorAndNoMemory) {
     printf("%zu events, %zu watchers: heap %+lld bytes\n", mFed[0] * kSenders, watchers,
            static_cast<long long>(grown));
     if (!kSanitized) {
-        EXPECT_LE(grown, static_cast<int64_t>(kGrowth + watchers * kBytesPerClient));
+        EXPECT_LE(grown, static_cast<int64_t>(kMaxGrowth + watchers * kBytesPerClient));
     }
 
     for (size_t sender = 0; sender < kSenders; ++sender) {

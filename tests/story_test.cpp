@@ -1,5 +1,5 @@
-// A phone's whole story, told by the client program: start-up, every way in and what comes of it,
-// and a stop that leaves nothing behind.
+// One run of a phone from start to stop, driven by the client program: start-up, every kind of
+// input with its effects, and a stop that leaves nothing behind.
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
@@ -28,7 +28,7 @@ class StoryTest : public ServiceTest {
   protected:
     void SetUp() override {
         ServiceTest::SetUp();
-        // Whoever loses its parent becomes a child of this process. Not known to the emulator.
+        // Makes this process the parent of orphans; the emulator does not support it.
         mAdopts = prctl(PR_SET_CHILD_SUBREAPER, 1) == 0;
         EXPECT_TRUE(mAdopts || !emulator().empty());
         ASSERT_TRUE(fs::create_directory(mTemporary));
@@ -43,11 +43,11 @@ class StoryTest : public ServiceTest {
         const std::string text = pelto(words).output;
         return nlohmann::json::parse(text.substr(0, text.find('\n')));
     }
-    // Until the phone's log has such a message.
+    // Waits until the phone's log has a message that matches.
     void logs(const std::string& tag, const std::string& expression) {
         does({"logcat", "-s", tag, "--until", expression, "--timeout", "40"});
     }
-    // What the watcher received, the event with which it ends not counted.
+    // The lines that the watcher received before `last`.
     std::vector<std::string> watchedUpTo(const std::string& last) {
         std::vector<std::string> lines;
         for (std::string line = mWatcher->line(); line != last; line = mWatcher->line()) {
@@ -60,7 +60,7 @@ class StoryTest : public ServiceTest {
         does({"send", "so_far"});
         return watchedUpTo("so_far ");
     }
-    // What the service's main thread has logged, as "TAG: MESSAGE".
+    // The log lines of the service's main thread, each "TAG: MESSAGE".
     std::vector<std::string> mainThreadsLog() {
         std::vector<std::string> found;
         std::istringstream lines(pelto({"logcat", "-d"}).output);
@@ -86,7 +86,7 @@ class StoryTest : public ServiceTest {
         EXPECT_GE(status["service"]["uptime_s"], 0);
         mPid = status["service"]["pid"];
         EXPECT_THAT(started.output, EndsWith("process " + std::to_string(mPid) + "\n"));
-        EXPECT_EQ(phoneStart().output, started.output);  // it runs already
+        EXPECT_EQ(phoneStart().output, started.output);  // already running
     }
 
     void hasStartedInOrder() {
@@ -105,7 +105,7 @@ class StoryTest : public ServiceTest {
     }
 
     void hasItsThreads() {
-        logs("KelvoDmesgThread", "going to sleep");  // the last to be up
+        logs("KelvoDmesgThread", "going to sleep");  // logged by the thread that is ready last
         std::vector<std::string> names;
         for (const auto& task : fs::directory_iterator("/proc/" + std::to_string(mPid) + "/task")) {
             std::getline(std::ifstream(task.path() / "comm"), names.emplace_back());

@@ -1,6 +1,5 @@
 #!/usr/bin/env bash
-# Refuses sources that clang-format would change. Releases of clang-format differ in details; one is
-# the measure.
+# Refuses sources that clang-format-14 would change. Other releases format some details differently.
 #
 #   tools/check_format.sh [--fix]
 set -euo pipefail

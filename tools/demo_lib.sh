@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# What the steps of the demonstration are told with. Sourced by demo.sh.
+# Functions for the steps of the demonstration. Sourced by demo_steps.sh.
 
 preset=release
 bin=build/$preset/bin
@@ -24,7 +24,7 @@ fail() {
     exit 1
 }
 
-# Runs a command; its output is shown only when it fails.
+# Runs a command; shows its output only when it fails.
 quietly() {
     local log=$work/output
     "$@" >"$log" 2>&1 </dev/null || { tail -n 40 "$log" >&2 && fail "'$*' failed"; }
@@ -48,7 +48,7 @@ finish() {
     exit "$status"
 }
 
-# A command line as it could be typed.
+# Prints a command line as it could be typed.
 command_line() {
     local text='' word
     for word in "$@"; do
@@ -57,13 +57,13 @@ command_line() {
     note "\$$text"
 }
 
-# The client in a process of its own, its command line shown.
+# Shows the command line of the client and runs it.
 client() {
     command_line pelto "$@"
     "$pelto" "$@" || fail "'pelto $*' failed with $?"
 }
 
-# The same for what prints something, which is set in like the rest.
+# The same for a verb with output, which is indented.
 client_says() {
     local output lines
     command_line pelto "$@"
@@ -72,7 +72,7 @@ client_says() {
     printf '     %s\n' "${lines[@]}"
 }
 
-# The watcher in the background, and its output at hand.
+# Starts the watcher in the background; its output is read from descriptor $events.
 watch() {
     mkfifo "$work/events" "$work/ready"
     "$pelto" watch --ready-fd 3 >"$work/events" 3>"$work/ready" &
@@ -82,8 +82,8 @@ watch() {
     note "\$ pelto watch        (process $watcher)"
 }
 
-# expect_watched LINE [START]: the watcher receives the line, perhaps after others, of which none may
-# begin so.
+# expect_watched LINE [START]: waits until the watcher receives the line. Fails when an earlier line
+# begins with START.
 expect_watched() {
     local line
     while IFS= read -r -t "$patience" -u "$events" line; do
@@ -97,7 +97,7 @@ expect_watched() {
     fail "the watcher did not receive '$1'"
 }
 
-# expect_logged TAG REGEX: a line under that tag whose message matches is logged; it is in $logged.
+# expect_logged TAG REGEX: waits for a log line of that tag whose message matches; sets $logged to it.
 expect_logged() {
     logged=$("$pelto" logcat -s "$1" --until "$2" --timeout "$patience") ||
         fail "the phone's log has no line '$2' of $1"
@@ -105,17 +105,17 @@ expect_logged() {
     note "phone's log:      $logged"
 }
 
-# yields WHAT FILE: goes into the closing table.
+# yields WHAT FILE: adds a row to the closing table.
 yields() {
     produced+=("$1|$2")
 }
 
-# The file on the workstation that has this path on the phone.
+# Prints the workstation's path of a file on the phone.
 on_phone() {
     echo "$PELTO_PHONE/fs$1"
 }
 
-# Fails when something in the table is missing or empty.
+# Prints the closing table; fails when a file is missing or empty.
 sum_up() {
     local row file missing=0
     say "Produced"

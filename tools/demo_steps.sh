@@ -1,5 +1,5 @@
 # shellcheck shell=bash
-# The steps of the demonstration, in the order in which demo.sh takes them.
+# The steps of the demonstration, in the order in which demo.sh runs them.
 . tools/demo_lib.sh
 
 start_phone() {
@@ -10,7 +10,7 @@ start_phone() {
     yields "the phone's log" "$PELTO_PHONE/run/log/main"
 }
 
-# Whether each of the names is among the lines.
+# has_all LINES NAME...: whether each name is one of the lines.
 has_all() {
     local list=$'\n'$1$'\n' name
     for name in "${@:2}"; do

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Runs each fuzzer for a while, from its seeds in fuzz/seeds/NAME. What makes one fail is kept in
-# BUILD_DIR/findings/.
+# Runs each fuzzer for that time, starting from its seeds in fuzz/seeds/NAME. An input that makes one
+# fail is kept in BUILD_DIR/findings/.
 #
 #   tools/run_fuzzers.sh BUILD_DIR SECONDS
 set -euo pipefail
@@ -21,7 +21,7 @@ fuzz() {
 }
 
 mkdir -p "$build/findings"
-# All at once: they mostly wait for their own phones.
+# All at once, since each mostly waits for its phone.
 running=()
 for program in "$build"/fuzz/*; do
     if [ -f "$program" ] && [ -x "$program" ]; then

@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Installs what building, testing and checking need on Debian or Ubuntu; leaves alone what is there.
+# Installs the packages that building, testing and checking need on Debian or Ubuntu.
 #
 #   tools/setup.sh [build|test|all] [PROBE=PACKAGE...]
 #
-# A probe with a slash is a file (a glob may stand in it), one without is a command. Further pairs
-# on the command line are treated like those of the level.
+# Each package is installed when its probe is not there. A probe with a slash is a file or a glob, one
+# without is a command. Pairs on the command line are added to those of the level.
 set -euo pipefail
 
 readonly BUILD=(
@@ -29,7 +29,7 @@ readonly ALL=(
     'qemu-arm=qemu-user'
     'shellcheck=shellcheck'
 )
-# Not every release has these; the checks that want them say so when they are missing.
+# Some releases do not have these; the checks that use them report when they are missing.
 readonly OPTIONAL=' clang-format-14 libclang-rt-dev '
 
 fail() {
@@ -69,7 +69,7 @@ as_root() {
     fi
 }
 
-# Quiet unless it fails in all of its tries.
+# Tries three times; prints apt-get's output when all of them fail.
 apt() {
     local log try
     log=$(mktemp)

@@ -1,6 +1,6 @@
 # shellcheck shell=bash
-# Runs named stages one after the other: a line each, all else in logs, and one sum at the end.
-# Sourced by test.sh.
+# Runs named stages, prints one line for each and a sum at the end; their output goes to logs. Sourced
+# by test.sh.
 
 stage_logs=build/logs
 failed_stages=()
@@ -13,7 +13,7 @@ seconds_since() {
     echo "$((tenths / 10)).$((tenths % 10))"
 }
 
-# Adds up what ctest's closing line says; false if there is none.
+# Adds the numbers of ctest's closing line to the sum; false when the log has no such line.
 count_tests() {
     local closing failed total
     closing=$(grep -E '^[0-9]+% tests passed, [0-9]+ tests failed out of [0-9]+$' "$1") || return 1
@@ -22,7 +22,7 @@ count_tests() {
     tests_run=$((tests_run + total))
 }
 
-# A stage that fails without a failed test to show for it counts as one.
+# Counts a stage that failed without a failed test as one failed test.
 count_failure() {
     local failed_before=$tests_failed
     count_tests "$1" || true
@@ -31,7 +31,7 @@ count_failure() {
     tests_run=$((tests_run + 1))
 }
 
-# stage NAME COMMAND...: the command's status.
+# stage NAME COMMAND...: runs the command; returns its status.
 stage() {
     local name=$1 began=$EPOCHREALTIME log
     shift
@@ -50,7 +50,7 @@ stage() {
     return 1
 }
 
-# Says how everything went, last in the words of ctest; the status is 1 if anything failed.
+# Prints the failed stages and a sum in ctest's words; returns 1 if anything failed.
 sum_up() {
     local name percent=100
     echo "total  $(seconds_since "$stages_began") s"

@@ -1,4 +1,4 @@
-"""The check of the phone build's library, on tiny libraries compiled here."""
+"""Runs the check of the phone build's library on small libraries compiled here."""
 
 import sys
 import tempfile

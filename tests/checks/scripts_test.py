@@ -1,4 +1,4 @@
-"""What a reader of test.sh's last lines relies on: the sum of the tests, and the exit status."""
+"""Checks the sum in the last line of test.sh and the exit status."""
 
 import subprocess
 import tempfile

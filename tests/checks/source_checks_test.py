@@ -1,4 +1,4 @@
-"""Each source check finds a planted violation and passes what is right."""
+"""Runs each source check on small trees with and without violations."""
 
 import sys
 import tempfile

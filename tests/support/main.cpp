@@ -2,10 +2,10 @@
 #include <stdio.h>
 #include <unistd.h>
 
-// There when the address sanitizer is linked in.
+// Null unless the address sanitizer is linked in.
 extern "C" __attribute__((weak)) int __lsan_do_recoverable_leak_check();
 
-// Ends without destroying process-wide objects under the feet of threads that still run.
+// Runs the tests. Ends by _exit(): threads that still run use the process-wide objects.
 int main(int argc, char** argv) {
     testing::InitGoogleMock(&argc, argv);
     int result = RUN_ALL_TESTS();

@@ -17,10 +17,10 @@
 #include "sim/services.h"
 #include "sim/shell.h"
 
-// A test on a fresh phone, in a folder of its own that is removed at the end. A process runs one
-// such test, since a process has one phone (ctest starts one process a test).
+// A test on a fresh phone, whose folder is removed at the end. A process has one phone, so it runs
+// one such test; ctest starts a process for each.
 //
-// Paths are phone paths. Threads: the verbs from any thread.
+// Paths are phone paths. Threads: any.
 class PhoneTest : public testing::Test {
   protected:
     struct Line {
@@ -35,32 +35,32 @@ class PhoneTest : public testing::Test {
 
     sim::Phone& phone() { return sim::Phone::get(); }
 
-    // Writes a file, making its directories.
+    // Writes a file and creates its directories.
     void file(const std::string& path, const std::string& content);
-    // Of a file; "" and a failure of the test when it cannot be read.
+    // The contents of a file; "" and a test failure when it cannot be read.
     std::string contents(const std::string& path);
     bool exists(const std::string& path) {
         return std::filesystem::exists(std::filesystem::symlink_status(host(path)));
     }
-    // Names in a directory, sorted.
+    // The names in a directory, sorted.
     std::vector<std::string> names(const std::string& directory);
 
-    // Whether this process has logged the line, `times` times or more; the waiting form gives it
-    // time until one generous deadline.
+    // Whether this process has logged the line at least `times` times. waitLogged() waits for that,
+    // at most kPatience.
     bool logged(int priority, const std::string& tag, const std::string& message, int times = 1);
     bool waitLogged(int priority, const std::string& tag, const std::string& message,
                     int times = 1);
-    // The same of a line written as "E TAG: MESSAGE".
+    // The same for a line written as "E TAG: MESSAGE".
     bool logged(const std::string& line, int times = 1);
     bool waitLogged(const std::string& line, int times = 1);
-    // The messages logged under a tag, in order; all records.
+    // The messages logged under a tag, or all lines, in order.
     std::vector<std::string> logLines(const std::string& tag);
     std::vector<Line> log();
     void forgetLog();
-    // "P message" a line of those logged under a tag, since the log was last forgotten; forgets it.
+    // The lines logged under a tag, each "P message\n"; then forgets the whole log.
     std::string said(const std::string& tag);
 
-    // The command lines the product asked for, word for word.
+    // The command lines that the product has passed to the phone's shell.
     std::vector<std::string> commands() { return phone().shell().history(); }
 
     bool setProperty(const std::string& key, const std::string& value) {
@@ -70,10 +70,10 @@ class PhoneTest : public testing::Test {
         return phone().properties().get(key).value_or("");
     }
 
-    // Moves the phone's clock on; waitForSleepers() first where a thread must be asleep by then.
+    // Advances the phone's clock. When a thread must be asleep by then, waitForSleepers() first.
     void advance(std::chrono::nanoseconds step) { sim::Clock::get().advance(step); }
     void holdClock() { sim::Clock::get().hold(); }
-    // At that time since the epoch.
+    // Holds the clock at that time since the epoch.
     void holdClock(std::chrono::seconds wall);
     bool waitForSleepers(int count) { return sim::Clock::get().waitForSleepers(count, kPatience); }
 

@@ -49,7 +49,7 @@ bool Program::awaitReady() {
     return poll(&ready, 1, kPatienceMillis) == 1 && sim::readAll(mReady.get(), 6) == "ready\n";
 }
 
-// Waits for more of either stream; false when both have ended.
+// Reads more of either stream, waiting for it; false when both have ended.
 bool Program::readMore() {
     pollfd ready[] = {{mOutput.fd.get(), POLLIN, 0}, {mErrors.fd.get(), POLLIN, 0}};
     if (!mOutput.fd.valid() && !mErrors.fd.valid()) return false;

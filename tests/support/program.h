@@ -6,33 +6,33 @@
 #include <string>
 #include <vector>
 
-// A program running as a process of its own; killed at the end of the scope if it still runs. Its
-// output is read as the test asks for it: what is not asked for goes unread.
+// A program that runs as a child process; the destructor kills it. Its output is read only by the
+// calls below, so a program that writes much blocks until the test reads.
 //
-// Waiting has one generous deadline; past it the process is killed and the test fails.
+// Errors: a wait that takes too long kills the process and fails the test.
 class Program {
   public:
     using Words = std::vector<std::string>;
 
-    // `command`: path and arguments. `input`: what it reads as its standard input.
+    // `command`: path and arguments. `input`: the file that is its standard input.
     explicit Program(const Words& command, const std::string& input = "/dev/null");
     ~Program();
     Program(const Program&) = delete;
     Program& operator=(const Program&) = delete;
 
-    // What is written to this descriptor of it, awaitReady() reads.
+    // The program's descriptor for "ready", which awaitReady() reads.
     static constexpr int kReadyFd = 3;
 
     pid_t pid() const { return mPid; }
     void signal(int number) const;
-    // Whether it told on kReadyFd that it is up.
+    // Waits until it writes "ready" to kReadyFd; false when it ends without.
     bool awaitReady();
-    // Its next line of output, without the newline; "" when it has none left.
+    // Its next line of output without the newline; "" at the end of the output.
     std::string line();
-    // Reads all its output and waits for its end: its exit code, or minus the signal that ended it.
+    // Reads all its output and waits for its end. Returns its exit code, or minus the signal.
     int wait();
 
-    // What was not taken as lines, and all of its standard error; after wait().
+    // The output that line() has not returned, and all of its standard error; after wait().
     const std::string& output() const { return mOutput.text; }
     const std::string& errors() const { return mErrors.text; }
 

@@ -56,7 +56,7 @@ Program::Words ServiceTest::watchCommand(const Words& more) {
     return command(joined({"watch", "--ready-fd", kReadyFd}, more));
 }
 
-// One arena, and nothing freed that a thread keeps for itself: the heap in use can be told.
+// With one arena and no per-thread caches, mallinfo2() reports exactly the heap in use.
 Program::Words ServiceTest::listeningHostCommand(const Words& types) {
     const Words plainHeap{"env", "MALLOC_ARENA_MAX=1",
                           "GLIBC_TUNABLES=glibc.malloc.tcache_count=0"};

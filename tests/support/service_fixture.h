@@ -5,16 +5,15 @@
 #include "tests/support/phone_fixture.h"
 #include "tests/support/program.h"
 
-// A test with the programs of this build on a fresh phone. Of the service's host there are two:
-// peltoserviced, and one whose listener writes down the events it is called with, see
-// listening_host.cpp.
+// A test that runs the programs of this build on a fresh phone. The service has two hosts:
+// peltoserviced, and listening_host, which prints the events that it dispatches.
 class ServiceTest : public PhoneTest {
   protected:
     using Words = Program::Words;
 
-    // The words before a command of this build's; empty when it is for this processor.
+    // The emulator's command for programs of another processor, else empty.
     static std::string emulator();
-    // The commands of the programs of this build, on the phone but for the first.
+    // The command lines of this build's programs; all but the first name the phone.
     static Words hostProgram(const Words& words);
     Words hostCommand(const Words& more = {});
     Words command(const Words& words);
@@ -31,10 +30,10 @@ class ServiceTest : public PhoneTest {
     Result pelto(const Words& words) { return run(command(words)); }
     // Starts the service as a daemon.
     Result phoneStart();
-    // The client fails with that code and one line on stderr that says why.
+    // Checks that the client fails with that code and one line on stderr that contains `why`.
     void refuses(const Words& words, int code, const std::string& why);
 
-    // The published service as this process sees it; null without one.
+    // The published service, looked up by this process; null without one.
     static android::sp<android::IBinder> service();
     static android::status_t send(const std::string& type, const std::string& info);
 };
