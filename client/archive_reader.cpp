@@ -2,7 +2,7 @@
 #include <archive.h>
 #include <archive_entry.h>
 #include <fcntl.h>
-#include <sim/root.h>
+#include <sim/base/root.h>
 #include <stdio.h>
 #include <zlib.h>
 

@@ -1,7 +1,7 @@
 // Finds the archives that log captures and the GPU monitor made.
 #include "client/archives.h"
 
-#include <sim/root.h>
+#include <sim/base/root.h>
 #include <stdio.h>
 #include <string.h>
 

@@ -1,5 +1,5 @@
 // Verbs that request an exception report or a dump by sending an event.
-#include <sim/properties.h>
+#include <sim/userspace/properties.h>
 #include <stdio.h>
 
 #include <CLI/CLI.hpp>

@@ -1,5 +1,5 @@
 // Verbs for faults of the graphics driver, the statistics about them and the clock that times them.
-#include <sim/line_file.h>
+#include <sim/base/line_file.h>
 #include <stdio.h>
 
 #include <CLI/CLI.hpp>

@@ -1,7 +1,7 @@
 // Verbs that act as the kernel and as the processes around the service, or make them misbehave.
-#include <sim/kernel_log.h>
-#include <sim/root.h>
-#include <sim/tombstones.h>
+#include <sim/base/root.h>
+#include <sim/kernel/kernel_log.h>
+#include <sim/userspace/tombstones.h>
 #include <stdio.h>
 
 #include <CLI/CLI.hpp>

@@ -1,6 +1,6 @@
 #include <regex.h>
-#include <sim/log.h>
-#include <sim/logcat.h>
+#include <sim/userspace/log.h>
+#include <sim/userspace/logcat.h>
 #include <stdio.h>
 #include <unistd.h>
 

@@ -2,7 +2,7 @@
 #include <binder/BpBinder.h>
 #include <binder/transport/connection.h>
 #include <ipeltoservice/IPeltoService.h>
-#include <sim/properties.h>
+#include <sim/userspace/properties.h>
 #include <stdio.h>
 
 #include <CLI/CLI.hpp>

@@ -1,7 +1,7 @@
-#include <sim/log.h>
-#include <sim/phone_log.h>
-#include <sim/properties.h>
-#include <sim/services.h>
+#include <sim/userspace/log.h>
+#include <sim/userspace/phone_log.h>
+#include <sim/userspace/properties.h>
+#include <sim/userspace/services.h>
 #include <stdio.h>
 
 #include <CLI/CLI.hpp>

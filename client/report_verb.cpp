@@ -1,5 +1,5 @@
 #include <poll.h>
-#include <sim/reports.h>
+#include <sim/userspace/reports.h>
 #include <stdio.h>
 #include <unistd.h>
 

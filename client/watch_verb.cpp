@@ -11,8 +11,8 @@
 
 #include "client/client.h"
 #include "client/limits.h"
-#include "sim/clock.h"
-#include "sim/ready.h"
+#include "sim/base/clock.h"
+#include "sim/base/ready.h"
 
 namespace pelto {
 namespace {

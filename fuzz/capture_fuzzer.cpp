@@ -11,7 +11,7 @@
 #include "logcapture/KelvoAudioDumpsysLogThread.h"
 #include "logcapture/KelvoPeltoLogThread.h"
 #include "logcapture/KelvoWexRaiseException.h"
-#include "sim/services.h"
+#include "sim/userspace/services.h"
 
 using namespace android;
 namespace fs = std::filesystem;

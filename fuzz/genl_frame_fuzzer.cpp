@@ -9,7 +9,7 @@
 #include "fuzz/fuzz_phone.h"
 #include "kernel/GenlFrame.h"
 #include "kernel/KelvoAudioKernelNativeCom.h"
-#include "sim/generic_netlink.h"
+#include "sim/kernel/generic_netlink.h"
 
 using namespace android;
 

@@ -1,4 +1,4 @@
-#include "sim/gpu.h"
+#include "sim/kernel/gpu.h"
 
 #include <dirent.h>
 #include <gmock/gmock.h>
@@ -10,11 +10,11 @@
 
 #include "gpu/KelvoGpuMinidump.h"
 #include "gpu/KelvoGpuMinidumpFactory.h"
-#include "sim/attributes.h"
-#include "sim/control.h"
-#include "sim/control_socket.h"
-#include "sim/line_file.h"
-#include "sim/shell.h"
+#include "sim/base/line_file.h"
+#include "sim/control/control.h"
+#include "sim/control/control_socket.h"
+#include "sim/kernel/attributes.h"
+#include "sim/shell/shell.h"
 #include "tests/support/phone_fixture.h"
 
 namespace android {

@@ -8,9 +8,9 @@
 #include "host/service_host.h"
 #include "logcapture/KelvoPeltoLogThread.h"
 #include "logcapture/log_information.h"
-#include "sim/log.h"
 #include "sim/phone.h"
-#include "sim/shell.h"
+#include "sim/shell/shell.h"
+#include "sim/userspace/log.h"
 
 namespace {
 

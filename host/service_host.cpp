@@ -15,11 +15,11 @@
 #include <thread>
 
 #include "service/PeltoService.h"
-#include "sim/control.h"
-#include "sim/generic_netlink.h"
+#include "sim/base/ready.h"
+#include "sim/control/control.h"
+#include "sim/kernel/generic_netlink.h"
 #include "sim/phone.h"
-#include "sim/ready.h"
-#include "sim/services.h"
+#include "sim/userspace/services.h"
 
 using namespace android;
 

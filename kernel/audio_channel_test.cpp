@@ -9,9 +9,9 @@
 
 #include "kernel/GenlFrame.h"
 #include "kernel/KelvoAudioKernelNativeCom.h"
-#include "sim/generic_netlink.h"
-#include "sim/hex.h"
-#include "sim/log.h"
+#include "sim/base/hex.h"
+#include "sim/kernel/generic_netlink.h"
+#include "sim/userspace/log.h"
 #include "tests/support/phone_fixture.h"
 
 namespace android {

@@ -6,7 +6,7 @@
 
 #include "kernel/KelvoAudioKernelNativeCom.h"
 #include "service/PeltoService.h"
-#include "sim/display_kernel.h"
+#include "sim/kernel/display_kernel.h"
 #include "tests/support/phone_fixture.h"
 
 namespace android {

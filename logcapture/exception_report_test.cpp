@@ -2,8 +2,8 @@
 
 #include "logcapture/KelvoWexRaiseException.h"
 #include "logcapture/testing/capture_test.h"
-#include "sim/reports.h"
-#include "sim/root.h"
+#include "sim/base/root.h"
+#include "sim/userspace/reports.h"
 
 namespace android {
 namespace {

@@ -7,7 +7,7 @@
 #include "logcapture/KelvoDmesgThread.h"
 #include "logcapture/KelvoPeltoLogWriter.h"
 #include "logcapture/testing/capture_test.h"
-#include "sim/kernel_log.h"
+#include "sim/kernel/kernel_log.h"
 
 namespace android {
 namespace {

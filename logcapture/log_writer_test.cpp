@@ -7,7 +7,7 @@
 
 #include "logcapture/KelvoPeltoLogWriter.h"
 #include "logcapture/testing/capture_test.h"
-#include "sim/reports.h"
+#include "sim/userspace/reports.h"
 
 namespace android {
 namespace {

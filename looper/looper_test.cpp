@@ -7,7 +7,7 @@
 #include <thread>
 
 #include "looper/HandlerThread.h"
-#include "sim/clock.h"
+#include "sim/base/clock.h"
 #include "tests/support/phone_fixture.h"
 
 namespace android {

@@ -3,12 +3,12 @@
 #include <chrono>
 
 #include "phone/phone.h"
-#include "sim/attributes.h"
-#include "sim/clock.h"
+#include "sim/base/clock.h"
+#include "sim/base/root.h"
+#include "sim/kernel/attributes.h"
+#include "sim/kernel/sockets.h"
 #include "sim/phone.h"
-#include "sim/root.h"
-#include "sim/shell.h"
-#include "sim/sockets.h"
+#include "sim/shell/shell.h"
 
 namespace phone {
 

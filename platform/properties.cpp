@@ -2,7 +2,7 @@
 #include <android-base/properties.h>
 #include <cutils/properties.h>
 #include <sim/phone.h>
-#include <sim/properties.h>
+#include <sim/userspace/properties.h>
 #include <string.h>
 
 #include <set>

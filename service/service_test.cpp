@@ -14,10 +14,10 @@
 #include "event/PeltoEventDisptch.h"
 #include "kernel/KelvoAudioKernelNativeCom.h"
 #include "service/PeltoService.h"
-#include "sim/display_kernel.h"
-#include "sim/generic_netlink.h"
-#include "sim/gpu.h"
-#include "sim/properties.h"
+#include "sim/kernel/display_kernel.h"
+#include "sim/kernel/generic_netlink.h"
+#include "sim/kernel/gpu.h"
+#include "sim/userspace/properties.h"
 #include "tests/support/phone_fixture.h"
 
 namespace android {

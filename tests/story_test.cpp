@@ -11,7 +11,7 @@
 #include <nlohmann/json.hpp>
 #include <sstream>
 
-#include "sim/gpu.h"
+#include "sim/kernel/gpu.h"
 #include "tests/support/service_fixture.h"
 
 using testing::ElementsAre;

@@ -5,7 +5,7 @@
 #include <utils/String8.h>
 
 #include "event/PeltoEventDisptch.h"
-#include "sim/shell.h"
+#include "sim/shell/shell.h"
 #include "tests/support/phone_fixture.h"
 
 namespace android {

@@ -1,4 +1,4 @@
-#include "sim/log.h"
+#include "sim/userspace/log.h"
 
 #include <android/log.h>
 #include <errno.h>

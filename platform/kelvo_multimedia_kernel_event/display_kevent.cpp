@@ -1,6 +1,6 @@
 #include <android/log.h>
 #include <kelvo_multimedia_kernel_event/DisplayKevent.h>
-#include <sim/display_kernel.h>
+#include <sim/kernel/display_kernel.h>
 #include <sim/phone.h>
 
 #include <algorithm>

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "sim/line_file.h"
+#include "sim/base/line_file.h"
 #include "sim/phone.h"
 
 namespace KelvoFramework {

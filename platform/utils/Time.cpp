@@ -4,7 +4,7 @@
 #include <climits>
 #include <cstdlib>
 
-#include "sim/clock.h"
+#include "sim/base/clock.h"
 
 nsecs_t systemTime(int clock) {
     if (clock != SYSTEM_TIME_MONOTONIC) abort();

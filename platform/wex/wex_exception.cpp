@@ -3,8 +3,8 @@
 #include <string_view>
 
 #include "sim/phone.h"
-#include "sim/phone_log.h"
-#include "sim/reports.h"
+#include "sim/userspace/phone_log.h"
+#include "sim/userspace/reports.h"
 
 static_assert(sizeof(wex_exception_info) == sim::Reports::kRecordBytes);
 

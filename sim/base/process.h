@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "sim/fd.h"
+#include "sim/base/fd.h"
 
 namespace sim {
 

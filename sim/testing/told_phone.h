@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "sim/control.h"
+#include "sim/control/control.h"
 #include "tests/support/phone_fixture.h"
 
 // A phone that is told what to do as another process tells it.

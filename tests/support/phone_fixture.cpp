@@ -8,7 +8,7 @@
 #include <iostream>
 #include <iterator>
 
-#include "sim/log.h"
+#include "sim/userspace/log.h"
 
 namespace fs = std::filesystem;
 

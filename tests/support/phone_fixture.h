@@ -11,11 +11,11 @@
 #include <string>
 #include <vector>
 
-#include "sim/clock.h"
+#include "sim/base/clock.h"
 #include "sim/phone.h"
-#include "sim/properties.h"
-#include "sim/services.h"
-#include "sim/shell.h"
+#include "sim/shell/shell.h"
+#include "sim/userspace/properties.h"
+#include "sim/userspace/services.h"
 
 // A test on a fresh phone, whose folder is removed at the end. A process has one phone, so it runs
 // one such test; ctest starts a process for each.

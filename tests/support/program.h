@@ -1,6 +1,6 @@
 #pragma once
 
-#include <sim/fd.h>
+#include <sim/base/fd.h>
 #include <sys/types.h>
 
 #include <string>

@@ -6,7 +6,7 @@
 #include <binder/transport/byte_queue.h>
 #include <binder/transport/frame.h>
 #include <binder/transport/io_loop.h>
-#include <sim/fd.h>
+#include <sim/base/fd.h>
 #include <sys/socket.h>
 #include <utils/Condition.h>
 #include <utils/Mutex.h>

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <sim/fd.h>
+#include <sim/base/fd.h>
 #include <utils/Mutex.h>
 
 #include <cstdint>

@@ -2,7 +2,7 @@
 
 #include <binder/Binder.h>
 #include <binder/transport/io_loop.h>
-#include <sim/fd.h>
+#include <sim/base/fd.h>
 #include <sys/socket.h>
 #include <utils/Mutex.h>
 

@@ -3,7 +3,7 @@
 #include <binder/Binder.h>
 #include <binder/transport/connection.h>
 #include <binder/transport/listener.h>
-#include <sim/fd.h>
+#include <sim/base/fd.h>
 #include <sys/types.h>
 #include <time.h>
 #include <utils/Mutex.h>

@@ -1,0 +1,39 @@
+#include "sim/base/fd.h"
+
+#include <algorithm>
+
+namespace sim {
+
+bool lockWithin(int fd, std::chrono::milliseconds patience) {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    while (flock(fd, LOCK_EX | LOCK_NB) < 0) {
+        if (std::chrono::steady_clock::now() >= deadline) return false;
+        usleep(1000);
+    }
+    return true;
+}
+
+bool writeAll(int fd, const char* data, size_t size) {
+    while (size > 0) {
+        ssize_t written = write(fd, data, size);
+        if (written < 0 && errno == EINTR) continue;
+        if (written < 0) return false;
+        data += written;
+        size -= static_cast<size_t>(written);
+    }
+    return true;
+}
+
+std::string readAll(int fd, size_t limit) {
+    std::string text;
+    char block[16384];
+    while (text.size() < limit) {
+        ssize_t got = read(fd, block, std::min(sizeof(block), limit - text.size()));
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) break;
+        text.append(block, static_cast<size_t>(got));
+    }
+    return text;
+}
+
+}  // namespace sim

@@ -1,0 +1,177 @@
+#include "sim/control/control.h"
+
+#include <poll.h>
+#include <pthread.h>
+#include <string.h>
+#include <sys/socket.h>
+
+#include <deque>
+#include <memory>
+#include <stdexcept>
+#include <thread>
+
+#include "sim/control/control_socket.h"
+#include "sim/userspace/phone_log.h"
+
+namespace sim {
+namespace {
+
+constexpr char kTag[] = "sim_control";
+constexpr int kRetryMillis = 20;
+
+std::deque<std::string> datagramsOf(const Reply& reply) {
+    std::vector<std::string> texts{reply.ok ? "ok" : "error"};
+    texts.insert(texts.end(), reply.texts.begin(), reply.texts.end());
+    const std::string joined = joinTexts(texts);
+    if (joined.size() > Control::kReplyBytes)
+        return datagramsOf({false, {"the answer is too long"}});
+    std::deque<std::string> datagrams;
+    for (size_t begin = 0; begin < joined.size(); begin += Control::kRequestBytes)
+        datagrams.push_back('+' + joined.substr(begin, Control::kRequestBytes));
+    datagrams.back()[0] = '.';
+    return datagrams;
+}
+
+}  // namespace
+
+// The thread of a served phone: waits for requests and for room to answer, never for one client.
+class ControlServer {
+  public:
+    ControlServer(Control& control, ServedControl socket)
+        : mControl(control), mSocket(std::move(socket)), mRequest(Control::kRequestBytes) {}
+
+    void run() {
+        pthread_setname_np(pthread_self(), "sim_control");
+        for (;;) turn();
+    }
+
+  private:
+    struct Connection {
+        Fd fd;
+        // No further request is read until both are empty.
+        Control::Arguments pending;                   // the request to be tried again,
+        std::chrono::steady_clock::time_point asked;  // which came then
+        std::deque<std::string> unsent;               // of its reply
+
+        // What poll() is to tell of; it tells of a hang-up in any case.
+        short events() const {
+            if (!unsent.empty()) return POLLOUT;
+            return pending.empty() ? POLLIN : 0;
+        }
+    };
+
+    void turn() {
+        std::vector<pollfd> polled{{mSocket.listening.get(), POLLIN, 0}};
+        int timeout = -1;
+        for (const Connection& connection : mConnections) {
+            polled.push_back({connection.fd.get(), connection.events(), 0});
+            if (!connection.pending.empty()) timeout = kRetryMillis;
+        }
+        if (poll(polled.data(), polled.size(), timeout) < 0) return;
+        for (size_t i = polled.size(); --i > 0;) {
+            if (!serve(mConnections[i - 1], polled[i].revents))
+                mConnections.erase(mConnections.begin() + static_cast<ptrdiff_t>(i - 1));
+        }
+        if (polled[0].revents != 0) welcome();
+    }
+
+    void welcome() {
+        Fd fd(accept4(mSocket.listening.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+        if (!fd.valid()) {
+            // Out of descriptors, most likely: who waits at the door would wake us at once.
+            if (errno != EAGAIN) poll(nullptr, 0, 100);
+        } else if (!isTrustedPeer(fd.get())) {
+            logAs(kTag, kWarn, "a process of another user is refused");
+        } else {
+            if (mConnections.size() >= Control::kConnections) mConnections.pop_front();
+            mConnections.push_back({std::move(fd), {}, {}, {}});
+        }
+    }
+
+    // False when the connection is over.
+    bool serve(Connection& connection, short events) {
+        if (!connection.pending.empty()) return events == 0 && execute(connection);
+        if (events == 0) return true;
+        return connection.unsent.empty() ? take(connection) : answer(connection);
+    }
+
+    bool take(Connection& connection) {
+        const int fd = connection.fd.get();
+        const ssize_t got = recv(fd, mRequest.data(), mRequest.size(), MSG_TRUNC);
+        if (got < 0) return errno == EINTR || errno == EAGAIN;
+        if (got == 0) return false;
+        const size_t size = static_cast<size_t>(got);
+        if (size > mRequest.size() || mRequest[0] == '\0') {
+            logAs(kTag, kWarn,
+                  "no request: " + std::to_string(size) + " bytes; the connection is closed");
+            return false;
+        }
+        connection.pending = splitTexts({mRequest.data(), size});
+        connection.asked = std::chrono::steady_clock::now();
+        return execute(connection);
+    }
+
+    bool execute(Connection& connection) {
+        const Reply reply = mControl.run(connection.pending);
+        if (reply.patience > std::chrono::steady_clock::now() - connection.asked) return true;
+        connection.pending.clear();
+        connection.unsent = datagramsOf(reply);
+        return answer(connection);
+    }
+
+    static bool answer(Connection& connection) {
+        while (!connection.unsent.empty()) {
+            const std::string& datagram = connection.unsent.front();
+            if (send(connection.fd.get(), datagram.data(), datagram.size(), MSG_NOSIGNAL) < 0)
+                return errno == EINTR || errno == EAGAIN;
+            connection.unsent.pop_front();
+        }
+        return true;
+    }
+
+    Control& mControl;
+    const ServedControl mSocket;
+    std::vector<char> mRequest;
+    std::deque<Connection> mConnections;  // the oldest first
+};
+
+void Control::add(const std::string& name, Command command) {
+    Lock lock(mMutex);
+    mCommands[name] = std::move(command);
+}
+
+bool Control::serve() {
+    try {
+        auto server = std::make_shared<ControlServer>(*this, listenForControl(mDirectory));
+        std::thread([server] { server->run(); }).detach();
+        Lock lock(mMutex);
+        return mServing = true;
+    } catch (const std::exception& failure) {
+        logAs(kTag, kError, failure.what());
+        return false;
+    }
+}
+
+// Whoever serves is named by a lock that the process holds until it ends: the name is ours.
+void Control::withdraw() {
+    Lock lock(mMutex);
+    if (mServing) unlink((mDirectory + "/control").c_str());
+    mServing = false;
+}
+
+Reply Control::run(const Arguments& words) {
+    Command command;
+    {
+        Lock lock(mMutex);
+        const auto found = mCommands.find(words[0]);
+        if (found != mCommands.end()) command = found->second;
+    }
+    if (!command) return {false, {"there is no command '" + words[0] + "'"}};
+    try {
+        return command({words.begin() + 1, words.end()});
+    } catch (const std::exception& failure) {
+        return {false, {failure.what()}};
+    }
+}
+
+}  // namespace sim

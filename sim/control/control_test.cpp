@@ -1,0 +1,79 @@
+#include "sim/control/control.h"
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+
+#include "sim/control/control_socket.h"
+#include "tests/support/phone_fixture.h"
+
+namespace sim {
+namespace {
+
+using Texts = std::vector<std::string>;
+
+class ControlTest : public PhoneTest {
+  protected:
+    void serve() {
+        phone().control().add("echo", [](const Texts& texts) { return Reply{true, texts}; });
+        phone().control().add("big", [](const Texts& texts) {
+            return Reply{true, {std::string(std::stoul(texts.at(0)), 'x')}};
+        });
+        ASSERT_TRUE(phone().control().serve());
+    }
+    // The reply in one text, or why there is none.
+    std::string request(const Texts& words) {
+        try {
+            const Reply reply = controlRequest(phone(), words);
+            return (reply.ok ? "ok:" : "error:") + joinTexts(reply.texts);
+        } catch (const std::runtime_error& error) {
+            return error.what();
+        }
+    }
+    // The longest argument of "echo".
+    const std::string mLongest = std::string(Control::kRequestBytes - sizeof("echo"), 'x');
+};
+
+TEST_F(ControlTest, AnswersOrSaysInOneLineWhyNot) {
+    const std::string path = phone().runDir() + "/control";
+    EXPECT_EQ(path + ": nobody serves this phone", request({"echo"}));
+    serve();
+    EXPECT_EQ(joinTexts({"ok:a", "", "b c\n"}), request({"echo", "a", "", "b c\n"}));
+    EXPECT_EQ(1u, controlRequest(phone(), {"echo", ""}).texts.size());
+    EXPECT_EQ(0u, controlRequest(phone(), {"echo"}).texts.size());
+    EXPECT_EQ("ok:" + mLongest, request({"echo", mLongest}));
+    // With "ok" and a NUL before it: just one datagram, one byte more, and all that is allowed.
+    for (const size_t size : {65533, 65534, (4 << 20) - 3})
+        EXPECT_EQ("ok:" + std::string(size, 'x'), request({"big", std::to_string(size)}));
+    EXPECT_EQ("error:the answer is too long", request({"big", "4194302"}));
+    EXPECT_EQ("error:stoul", request({"big", "words"}));
+    EXPECT_EQ("error:there is no command 'x'", request({"x", "y"}));
+    EXPECT_EQ("no command is named", request({""}));
+    EXPECT_EQ("an argument of 'echo' holds a NUL", request({"echo", std::string(1, '\0')}));
+    EXPECT_EQ("the arguments of 'echo' are too long", request({"echo", mLongest + "x"}));
+    EXPECT_FALSE(phone().control().serve());
+    EXPECT_TRUE(logged(ANDROID_LOG_ERROR, "sim_control", path + ": is served already"));
+    struct stat status {};
+    ASSERT_EQ(0, stat(path.c_str(), &status));
+    EXPECT_EQ(0600u, status.st_mode & 07777u);
+}
+
+TEST_F(ControlTest, HostileAndIdleClientsKeepNobodyWaiting) {
+    serve();
+    for (const std::string& bytes : {std::string("\0echo", 5), mLongest + mLongest}) {
+        const Fd client = connectToControl(phone().runDir());
+        send(client.get(), bytes.data(), bytes.size(), 0);
+        char byte;
+        EXPECT_EQ(0, recv(client.get(), &byte, 1, 0)) << "hangs up";
+        EXPECT_TRUE(logged(
+            ANDROID_LOG_WARN, "sim_control",
+            "no request: " + std::to_string(bytes.size()) + " bytes; the connection is closed"));
+    }
+    std::vector<Fd> others;
+    for (size_t i = 0; i < Control::kConnections; ++i)
+        others.push_back(connectToControl(phone().runDir()));
+    send(others.back().get(), "big\0004000000", 11, 0);  // more than its socket holds, never read
+    EXPECT_EQ("ok:a", request({"echo", "a"})) << "in the place of the oldest";
+}
+
+}  // namespace
+}  // namespace sim

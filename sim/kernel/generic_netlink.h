@@ -1,0 +1,91 @@
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "sim/base/mutex.h"
+#include "sim/kernel/netlink_socket.h"
+#include "sim/kernel/sockets.h"
+
+namespace sim {
+
+struct GenlMessage;
+
+// The kernel behind AF_NETLINK sockets of the generic protocol: the family controller, and the
+// audio module, whose family is "aud_knl_nt". Other protocols are refused.
+//
+// Threads: any. Each socket has a thread "sim_netlink" that answers what the process sends.
+// Errors: what a full queue loses is told to the process by ENOBUFS, as a real kernel does.
+class GenericNetlink : public SocketFamily {
+  public:
+    static constexpr uint16_t kFamilyId = 28;
+
+    // How the controller answers the question for the audio module's family.
+    enum class Answer { kFamily, kNoFamily, kNothing };
+    enum class Pushed { kQueued, kLost, kNobody };
+
+    int socket(int type, int protocol) override SIM_EXCLUDES(mMutex);
+    int bind(int fd, const sockaddr* address, socklen_t length) override SIM_EXCLUDES(mMutex);
+    // Refuses what is not for the kernel (port 0): there is nobody else.
+    ssize_t sendto(int fd, std::string_view bytes, int flags, const sockaddr* address,
+                   socklen_t length) override SIM_EXCLUDES(mMutex);
+    int takeError(int fd) override SIM_EXCLUDES(mMutex);
+
+    void setAnswer(Answer answer) SIM_EXCLUDES(mMutex);
+    // The audio module's packet, to every socket that has registered with it.
+    Pushed push(int32_t cmd, std::string_view text) SIM_EXCLUDES(mMutex);
+    // These very bytes as one datagram, to every socket.
+    Pushed pushRaw(std::string_view bytes) SIM_EXCLUDES(mMutex);
+
+    // How the next sends end, one after the other: that many bytes are taken at most, or an errno
+    // when negative; 0 takes nothing and sets EAGAIN.
+    void setSendResults(std::deque<ssize_t> results) SIM_EXCLUDES(mMutex);
+
+    // The last kHistory datagrams that came from the process, oldest first. The waiting form gives
+    // them half a minute to become `count`.
+    static constexpr size_t kHistory = 1000;
+    std::vector<std::string> received() SIM_EXCLUDES(mMutex);
+    bool waitReceived(size_t count) SIM_EXCLUDES(mMutex);
+    // Waits until a socket has registered with the audio module; false after `patience`.
+    bool waitRegistered(std::chrono::seconds patience) SIM_EXCLUDES(mMutex);
+
+    // From then on sockets are those of the workstation's own kernel. A look-up there may make it
+    // load modules. Before any socket is made.
+    void useWorkstationKernel() { mWorkstation = true; }
+
+  private:
+    struct Port {
+        std::shared_ptr<NetlinkSocket> socket;
+        int fd;           // the process's; the latest socket with that number owns it
+        uint32_t id = 0;  // 0 until bound
+        bool registered = false;
+    };
+
+    void serve(const std::shared_ptr<NetlinkSocket>& socket);
+    void answerAll(NetlinkSocket& socket, const std::string& datagram) SIM_EXCLUDES(mMutex);
+    void answer(Port& port, const GenlMessage& message) SIM_REQUIRES(mMutex);
+    int control(Port& port, const GenlMessage& message) SIM_REQUIRES(mMutex);
+    int registerWithModule(Port& port, const GenlMessage& message) SIM_REQUIRES(mMutex);
+    Port* find(int fd) SIM_REQUIRES(mMutex);
+    Port* find(const NetlinkSocket& socket) SIM_REQUIRES(mMutex);
+    bool hasRegistered() const SIM_REQUIRES(mMutex);
+    bool isTaken(uint32_t id) SIM_REQUIRES(mMutex);
+    uint32_t freeId() SIM_REQUIRES(mMutex);
+    Pushed pushTo(bool registeredOnly, std::string_view bytes) SIM_REQUIRES(mMutex);
+
+    std::atomic<bool> mWorkstation{false};
+    Mutex mMutex;
+    Condition mChanged;
+    std::deque<Port> mPorts SIM_GUARDED_BY(mMutex);  // the latest first
+    Answer mAnswer SIM_GUARDED_BY(mMutex) = Answer::kFamily;
+    std::deque<std::string> mReceived SIM_GUARDED_BY(mMutex);
+    std::deque<ssize_t> mSendResults SIM_GUARDED_BY(mMutex);
+};
+
+}  // namespace sim

@@ -1,0 +1,90 @@
+#include "sim/shell/programs.h"
+
+#include <fcntl.h>
+
+#include "sim/base/clock.h"
+#include "sim/base/fd.h"
+#include "sim/base/root.h"
+#include "sim/kernel/kernel_log.h"
+#include "sim/phone.h"
+#include "sim/shell/shell.h"
+#include "sim/userspace/audio_dump.h"
+#include "sim/userspace/log.h"
+#include "sim/userspace/logcat.h"
+#include "sim/userspace/phone_log.h"
+
+namespace sim {
+namespace {
+
+using Words = std::vector<std::string>;
+
+int print(int outputFd, const std::string& text) {
+    return writeAll(outputFd, text.data(), text.size()) ? 0 : 1;
+}
+
+int complain(const std::string& text) {
+    logAs("sh", kWarn, text);
+    return 1;
+}
+
+int logcat(Phone& phone, const Words& words, int outputFd) {
+    LogcatOptions options;
+    if (std::string wrong = options.parse(words); !wrong.empty())
+        return complain("logcat: " + wrong);
+    if (options.clear) {
+        return phone.log().clear() ? 0 : complain("logcat: another process keeps the log locked");
+    }
+    // Without -d it would hold the caller for ever.
+    if (!options.dump) return complain("logcat: needs -d, -t or -c in a command of the service");
+    return runLogcat(phone.log().directory(), options, outputFd);
+}
+
+int dmesg(Phone& phone, const Words& words, int outputFd) {
+    if (words.empty()) return print(outputFd, phone.kernelLog().read());
+    if (words == Words{"-c"}) return print(outputFd, phone.kernelLog().readAndClear());
+    return complain("dmesg: takes -c alone");
+}
+
+int dumpsys(const Words& words, int outputFd) {
+    if (words.empty() || words[0][0] == '-') return complain("dumpsys: takes a service's name");
+    if (const std::string dump = audioDump(words[0]); !dump.empty()) return print(outputFd, dump);
+    // As on a phone this is no failure of the program.
+    complain("Can't find service: " + words[0]);
+    return 0;
+}
+
+void appendVarint(std::string& out, uint64_t value) {
+    for (; value >= 0x80; value >>= 7) out += static_cast<char>(value | 0x80);
+    out += static_cast<char>(value);
+}
+
+// The shortest trace that the usual viewers read: one packet with the time since boot (field 8) on
+// a trusted sequence (field 10).
+std::string shortestTrace() {
+    std::string packet = "\x40";
+    appendVarint(packet, static_cast<uint64_t>(Clock::get().bootNanos()));
+    packet += "\x50\x01";
+    std::string trace = "\x0a";
+    appendVarint(trace, packet.size());
+    return trace + packet;
+}
+
+int perfetto(Phone& phone, const Words& words) {
+    if (words.size() != 4 || words[0] != "--config" || words[1] != ":test" || words[2] != "--out")
+        return complain("perfetto: takes --config :test --out FILE");
+    Fd out(phone.root().open(words[3].c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    if (!out.valid()) return complain("perfetto: cannot open " + words[3]);
+    return print(out.get(), shortestTrace());
+}
+
+}  // namespace
+
+void addPrograms(Phone& phone) {
+    Shell& shell = phone.shell();
+    shell.add("logcat", [&phone](const Words& words, int fd) { return logcat(phone, words, fd); });
+    shell.add("dmesg", [&phone](const Words& words, int fd) { return dmesg(phone, words, fd); });
+    shell.add("dumpsys", dumpsys);
+    shell.add("perfetto", [&phone](const Words& words, int) { return perfetto(phone, words); });
+}
+
+}  // namespace sim

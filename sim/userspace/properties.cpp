@@ -1,0 +1,92 @@
+#include "sim/userspace/properties.h"
+
+#include <ctype.h>
+#include <dirent.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <string.h>
+
+#include <algorithm>
+#include <atomic>
+#include <memory>
+
+#include "sim/base/fd.h"
+#include "sim/userspace/phone_log.h"
+#include "sim/userspace/services.h"
+
+namespace sim {
+namespace {
+
+bool startsWith(const std::string& text, const char* start) {
+    return text.compare(0, strlen(start), start) == 0;
+}
+
+bool isKey(const std::string& key) {
+    if (key.empty() || key.size() > 128 || key.front() == '.' || key.back() == '.') return false;
+    if (key.find("..") != key.npos) return false;
+    return std::all_of(key.begin(), key.end(), [](unsigned char c) {
+        return isalnum(c) != 0 || (c != 0 && strchr("._@:-", c) != nullptr);
+    });
+}
+
+bool refuse(const std::string& key, const char* why) {
+    logAs("init", kError, "Unable to set property '" + key.substr(0, 128) + "': " + why);
+    return false;
+}
+
+}  // namespace
+
+Properties::Properties(std::string directory, Services& services)
+    : mDirectory(std::move(directory)), mServices(services) {}
+
+std::optional<std::string> Properties::get(const std::string& key) const {
+    if (!isKey(key)) return std::nullopt;
+    Fd fd(open(path(key).c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    if (!fd.valid()) return std::nullopt;
+    return readAll(fd.get(), kValueBytes);
+}
+
+bool Properties::set(const std::string& key, const std::string& value) {
+    if (!isKey(key)) return refuse(key, "invalid property name");
+    if (value.size() > kValueBytes) return refuse(key, "property value too long");
+    if (value.find('\0') != value.npos) return refuse(key, "property value has a NUL");
+    if (key == "ctl.start") {
+        return mServices.start(
+            value, [this, value](const char* state) { set("init.svc." + value, state); });
+    }
+    if (startsWith(key, "ctl.")) return refuse(key, "unknown control message");
+    return store(key, value) || refuse(key, strerror(errno));
+}
+
+// Written beside and put in place in one step. A read-only property is linked, which fails when it
+// is there already. Names of half-written files start with ".", which no key does.
+bool Properties::store(const std::string& key, const std::string& value) {
+    static std::atomic<unsigned> count{0};
+    const std::string fresh =
+        mDirectory + "/.set-" + std::to_string(getpid()) + "-" + std::to_string(++count);
+    Fd fd(open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!fd.valid()) return false;
+    bool done = writeAll(fd.get(), value.data(), value.size());
+    if (done && startsWith(key, "ro.")) {
+        done = link(fresh.c_str(), path(key).c_str()) == 0;
+    } else if (done && rename(fresh.c_str(), path(key).c_str()) == 0) {
+        return true;
+    } else {
+        done = false;
+    }
+    const int savedErrno = errno;
+    unlink(fresh.c_str());
+    errno = savedErrno;
+    return done;
+}
+
+std::map<std::string, std::string> Properties::all() const {
+    std::map<std::string, std::string> found;
+    std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(mDirectory.c_str()), closedir);
+    while (const dirent* entry = directory ? readdir(directory.get()) : nullptr) {
+        if (auto value = get(entry->d_name)) found[entry->d_name] = *value;
+    }
+    return found;
+}
+
+}  // namespace sim

@@ -1,0 +1,158 @@
+#include "sim/userspace/reports.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <inttypes.h>
+#include <stdio.h>
+#include <string.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <time.h>
+
+#include <algorithm>
+#include <memory>
+#include <stdexcept>
+
+namespace sim {
+namespace {
+
+constexpr char kSuffix[] = ".report";
+constexpr size_t kNameOffset = 32;
+
+constexpr struct {
+    uint64_t bits;
+    const char* name;
+} kLogs[] = {
+    {0x20, "android log"},   {0x1, "kernel log"},
+    {0x208, "audio dumps"},  {0x800, "system trace"},
+    {0x80, "adsp minidump"}, {uint64_t{0x20} << 32, "pcm dump or adsp text log"},
+};
+
+template <typename T>
+T field(const std::string& record, size_t offset) {
+    T value;
+    memcpy(&value, record.data() + offset, sizeof(value));
+    return value;
+}
+
+Report decode(uint64_t number, std::string record) {
+    Report report;
+    report.number = number;
+    report.time = field<int64_t>(record, 0);
+    report.id = field<uint32_t>(record, 8);
+    report.logs = field<uint64_t>(record, 24);
+    const char* name = record.data() + kNameOffset;
+    report.name.assign(name, strnlen(name, record.size() - kNameOffset));
+    report.record = std::move(record);
+    return report;
+}
+
+std::string localTime(int64_t seconds) {
+    const time_t time = static_cast<time_t>(seconds);
+    struct tm local {};
+    char text[40] = "?";
+    if (localtime_r(&time, &local) != nullptr)
+        strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S", &local);
+    return text;
+}
+
+}  // namespace
+
+std::vector<std::string> Report::logNames() const {
+    std::vector<std::string> names;
+    uint64_t unnamed = logs;
+    for (const auto& log : kLogs) {
+        if ((logs & log.bits) != log.bits) continue;
+        names.emplace_back(log.name);
+        unnamed &= ~log.bits;
+    }
+    if (unnamed != 0) {
+        char text[24];
+        snprintf(text, sizeof(text), "0x%" PRIx64, unnamed);
+        names.emplace_back(text);
+    }
+    return names;
+}
+
+std::string Report::text() const {
+    char head[96];
+    snprintf(head, sizeof(head), "%" PRIu64 "  %s  id 0x%08" PRIx32 "  ", number,
+             localTime(time).c_str(), id);
+    std::string line = head + (name.empty() ? "(no name)" : name) + "  ";
+    const char* separator = "";
+    for (const std::string& log : logNames()) {
+        line += separator + log;
+        separator = ", ";
+    }
+    if (logs == 0) line += "no logs";
+    std::replace_if(
+        line.begin(), line.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
+    return line;
+}
+
+Reports::Reports(std::string directory) : mDirectory(std::move(directory)) {
+    mkdir(mDirectory.c_str(), 0700);
+    mLock = Fd(open(mDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!mLock.valid()) throw std::runtime_error(mDirectory + ": " + strerror(errno));
+}
+
+uint64_t Reports::add(std::string_view record) {
+    if (mRefused.load() || record.size() != kRecordBytes) return 0;
+    Lock lock(mMutex);
+    FileLock fileLock(mLock.get());
+    std::vector<uint64_t> there = numbers();
+    const uint64_t number = there.empty() ? 1 : there.back() + 1;
+    if (!write(number, record)) return 0;
+    for (size_t i = 0; there.size() - i >= kKept; ++i) unlink(path(there[i]).c_str());
+    return number;
+}
+
+// Written beside and put in place whole.
+bool Reports::write(uint64_t number, std::string_view record) const {
+    const std::string fresh = mDirectory + "/.new";
+    Fd fd(open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (fd.valid() && writeAll(fd.get(), record.data(), record.size()) &&
+        rename(fresh.c_str(), path(number).c_str()) == 0)
+        return true;
+    unlink(fresh.c_str());
+    return false;
+}
+
+std::vector<uint64_t> Reports::numbers() const {
+    std::vector<uint64_t> found;
+    std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(mDirectory.c_str()), closedir);
+    while (const dirent* entry = directory ? readdir(directory.get()) : nullptr) {
+        char* end = nullptr;
+        const uint64_t number = strtoull(entry->d_name, &end, 10);
+        // Only what was numbered here; another file of that kind is left alone.
+        if (strcmp(end, kSuffix) == 0 && path(number) == mDirectory + "/" + entry->d_name)
+            found.push_back(number);
+    }
+    std::sort(found.begin(), found.end());
+    return found;
+}
+
+std::vector<Report> Reports::after(uint64_t number) const {
+    std::vector<Report> found;
+    for (uint64_t candidate : numbers()) {
+        if (candidate <= number) continue;
+        Fd fd(open(path(candidate).c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+        std::string record = fd.valid() ? readAll(fd.get(), kRecordBytes + 1) : "";
+        if (record.size() == kRecordBytes) found.push_back(decode(candidate, std::move(record)));
+    }
+    return found;
+}
+
+Fd Reports::watch() const {
+    Fd fd(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+    if (inotify_add_watch(fd.get(), mDirectory.c_str(), IN_MOVED_TO) < 0) return Fd();
+    return fd;
+}
+
+std::string Reports::path(uint64_t number) const {
+    char name[40];
+    snprintf(name, sizeof(name), "/%08" PRIu64 "%s", number, kSuffix);
+    return mDirectory + name;
+}
+
+}  // namespace sim
