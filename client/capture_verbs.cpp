@@ -73,9 +73,9 @@ int capture(Client& client, const Capture& asked) {
 // The service cuts the type at a "$" and sets it as the value of a property.
 int audioDump(Client& client, const std::string& type) {
     if (type.empty() || type.find('$') != std::string::npos ||
-        type.size() > sim::Properties::kValueBytes) {
+        type.size() > sim::Properties::kMaxValueBytes) {
         throw Failure(kUsage, "audio-dump: TYPE must have from 1 to " +
-                                  std::to_string(sim::Properties::kValueBytes) +
+                                  std::to_string(sim::Properties::kMaxValueBytes) +
                                   " bytes and no '$'");
     }
     return send(client, kAudioDumpsys, type);

@@ -89,7 +89,7 @@ void Client::call(const std::string& what,
 std::vector<std::string> Client::ask(const std::vector<std::string>& words) {
     service();
     try {
-        sim::Reply reply = sim::controlRequest(phone(), words);
+        sim::Reply reply = sim::controlRequest(phone().folder(), words);
         if (reply.ok) return std::move(reply.texts);
         reply.texts.resize(1);
         // Some errors begin with the name of their command.

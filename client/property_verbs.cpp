@@ -1,5 +1,4 @@
 #include <sim/userspace/log.h>
-#include <sim/userspace/phone_log.h>
 #include <sim/userspace/properties.h>
 #include <sim/userspace/services.h>
 #include <stdio.h>

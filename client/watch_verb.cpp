@@ -12,7 +12,7 @@
 #include "client/client.h"
 #include "client/limits.h"
 #include "sim/base/clock.h"
-#include "sim/base/ready.h"
+#include "sim/base/fd.h"
 
 namespace pelto {
 namespace {

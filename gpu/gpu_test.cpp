@@ -11,8 +11,8 @@
 #include "gpu/KelvoGpuMinidump.h"
 #include "gpu/KelvoGpuMinidumpFactory.h"
 #include "sim/base/line_file.h"
+#include "sim/control/client.h"
 #include "sim/control/control.h"
-#include "sim/control/control_socket.h"
 #include "sim/kernel/attributes.h"
 #include "sim/shell/shell.h"
 #include "tests/support/phone_fixture.h"
@@ -227,8 +227,8 @@ TEST_F(GpuTest, ItsReaderIsAwaitedWhileTheClockIsMovedOn) {
     fault("h");
     const sim::Fd waiting = sim::connectToControl(phone().runDir());
     send(waiting.get(), "gpu\0await-reader", 16, 0);
-    EXPECT_TRUE(sim::controlRequest(phone(), {"clock", "await-sleepers", "1"}).ok);
-    EXPECT_TRUE(sim::controlRequest(phone(), {"clock", "advance", "20"}).ok);
+    EXPECT_TRUE(sim::controlRequest(phone().folder(), {"clock", "await-sleepers", "1"}).ok);
+    EXPECT_TRUE(sim::controlRequest(phone().folder(), {"clock", "advance", "20"}).ok);
     char answer[100] = "";
     recv(waiting.get(), answer, sizeof(answer) - 1, 0);
     EXPECT_STREQ(".ok", answer);
@@ -311,7 +311,7 @@ TEST_F(GpuTest, WhatFailsIsLoggedAndTheRestCollected) {
     start();
     phone().gpu().makeUnreadable(Gpu::kHashId);
     phone().gpu().makeUnreadable(Gpu::kDump);
-    phone().shell().fail("chmod", 3);
+    phone().faults().fail("chmod", 3);
     collect("h");
     const std::string archive = named("9") + ".tar.gz";
     const std::string chmod = "D cmds: chmod 0777 " + kArchives + archive + ", 768\n";

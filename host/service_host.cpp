@@ -15,7 +15,7 @@
 #include <thread>
 
 #include "service/PeltoService.h"
-#include "sim/base/ready.h"
+#include "sim/base/fd.h"
 #include "sim/control/control.h"
 #include "sim/kernel/generic_netlink.h"
 #include "sim/phone.h"

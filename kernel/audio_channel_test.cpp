@@ -9,7 +9,7 @@
 
 #include "kernel/GenlFrame.h"
 #include "kernel/KelvoAudioKernelNativeCom.h"
-#include "sim/base/hex.h"
+#include "sim/base/text.h"
 #include "sim/kernel/generic_netlink.h"
 #include "sim/userspace/log.h"
 #include "tests/support/phone_fixture.h"

@@ -53,7 +53,7 @@ TEST_F(AudioDumpTest, TheTenthFileCostsTheOldest) {
     said();
     EXPECT_EQ("", prune());
     fs::rename(host("$HOME"), host("old"));
-    phone().shell().fail("rm", 1);
+    phone().faults().fail("rm", 1);
     EXPECT_EQ(removal("old") + "\n", prune());
     EXPECT_EQ(
         "E isParamInvalid, invalid param!\nD ~KelvoAudioDumpsysLogThread()\n"

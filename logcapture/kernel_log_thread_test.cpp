@@ -54,7 +54,7 @@ TEST_F(KernelLogThreadTest, ADumpHoldsWhatTheKernelSaidSinceTheLast) {
     EXPECT_EQ(1, count(contents(dump), "\n"));
 
     std::filesystem::remove_all(phone().fsDir() + "/data/ruvi");
-    phone().shell().fail("chmod", 5);
+    phone().faults().fail("chmod", 5);
     report(kDumpLog, "i$j");
     pause();
     ASSERT_TRUE(waitAsleep());
@@ -73,11 +73,11 @@ D KelvoDmesgThread going to sleep
 
 TEST_F(KernelLogThreadTest, RequestsDuringADumpAndItsPauseAreDropped) {
     const auto thread = started();
-    phone().shell().hang("dmesg");
+    phone().faults().hang("dmesg");
     thread->dumpKernelLog();
-    ASSERT_TRUE(phone().shell().waitHanging("dmesg"));
+    ASSERT_TRUE(phone().faults().waitHanging("dmesg"));
     for (int i = 0; i < 9; ++i) thread->dumpKernelLog();
-    phone().shell().release("dmesg");
+    phone().faults().release("dmesg");
     pause(10ms - 1ns);
     // Enough requests to catch a worker that has not slept long enough.
     for (int i = 0; i < 1000; ++i) thread->dumpKernelLog();
@@ -125,12 +125,12 @@ TEST_F(KernelLogThreadTest, EndsAtOnceWhenItComesBeforeThePublication) {
     // A busy listener holds the dispatcher's lock and so blocks the registration in the
     // constructor.
     const sp<KelvoPeltoLogWriter> writer = new KelvoPeltoLogWriter();
-    phone().shell().hang("cp");
+    phone().faults().hang("cp");
     report("pelto_event_multimedia_capture_logs", "A0345,4,/p/,/t/,n");
-    ASSERT_TRUE(phone().shell().waitHanging("cp"));
+    ASSERT_TRUE(phone().faults().waitHanging("cp"));
     auto made = std::async(std::launch::async, &KelvoDmesgThread::createLogThread);
     EXPECT_TRUE(waitLogged("E KelvoDmesgThread: KelvoDmesgThread readyToRun status -19"));
-    phone().shell().release("cp");
+    phone().faults().release("cp");
     const sp<KelvoDmesgThread> thread = made.get();
     EXPECT_EQ(NO_INIT, thread->join());
     thread->dumpKernelLog();

@@ -153,8 +153,8 @@ TEST_F(LogThreadTest, DirectoriesThatCannotBeMadeSkipTheCapture) {
 
 TEST_F(LogThreadTest, AFailedCommandIsALineAndTheOthersRun) {
     for (const char* program : {"logcat", "perfetto", "tar", "chmod", "rm"})
-        phone().shell().fail(program, 1);
-    phone().shell().fail("dmesg", sim::Shell::kNotFound);
+        phone().faults().fail(program, 1);
+    phone().faults().fail("dmesg", sim::Shell::kNotFound);
     capture("E1,127,/data/x/E1/,/data/arch/,n");
     EXPECT_THAT(said(), EndsWith(timed(R"(D cmds: chmod 0777 /data/arch, 256
 D cmds failed: logcat -v threadtime -d > /data/x/E1/%_android.txt, err=256

@@ -41,7 +41,7 @@ TEST_F(LogWriterTest, ACaptureEventBecomesAReport) {
 }
 
 TEST_F(LogWriterTest, TenDumpEventsAtOnceAreTenRequestsAndOneDump) {
-    phone().shell().hang("audiodumpinfo");
+    phone().faults().hang("audiodumpinfo");
     thread_control::hold("pelto_dump");
     for (int i = 0; i < 10; ++i) report(kDump, "codec,7");
     ASSERT_TRUE(waitLogged("D KelvoPeltoLogWriter: dumpsysAudioInfo", 10));
@@ -60,10 +60,10 @@ TEST_F(LogWriterTest, TenDumpEventsAtOnceAreTenRequestsAndOneDump) {
 TEST_F(LogWriterTest, AnActionWaitsForTheOtherAlsoWhenBothFail) {
     thread_control::refuse("pelto_dump");
     phone().reports().refuse(true);
-    phone().shell().hang("cp");
+    phone().faults().hang("cp");
     auto capture =
         std::async(std::launch::async, [&] { writer->caputureLogs(String8("A0345,4,/p/,/t/,n")); });
-    ASSERT_TRUE(phone().shell().waitHanging("cp"));
+    ASSERT_TRUE(phone().faults().waitHanging("cp"));
     said();
     std::promise<pid_t> id;
     auto dump = std::async(std::launch::async, [&] {
@@ -76,7 +76,7 @@ TEST_F(LogWriterTest, AnActionWaitsForTheOtherAlsoWhenBothFail) {
     while (std::ifstream(stat) >> number >> name >> state && state != "S")
         std::this_thread::yield();
     EXPECT_EQ("", said());
-    phone().shell().release("cp");
+    phone().faults().release("cp");
     capture.get();
     dump.get();
     EXPECT_EQ(

@@ -13,11 +13,11 @@
 #include <stdexcept>
 
 #include "sim/base/fd.h"
+#include "sim/base/line_file.h"
 #include "sim/base/root.h"
-#include "sim/control/clock_command.h"
 #include "sim/control/control.h"
-#include "sim/control/fault_commands.h"
 #include "sim/control/kernel_commands.h"
+#include "sim/control/phone_commands.h"
 #include "sim/kernel/attributes.h"
 #include "sim/kernel/display_kernel.h"
 #include "sim/kernel/generic_netlink.h"
@@ -28,6 +28,7 @@
 #include "sim/shell/shell.h"
 #include "sim/userspace/audio_dump.h"
 #include "sim/userspace/log.h"
+#include "sim/userspace/program_faults.h"
 #include "sim/userspace/properties.h"
 #include "sim/userspace/reports.h"
 #include "sim/userspace/services.h"
@@ -37,7 +38,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::chrono::seconds kPatience{10};  // with another process that makes the phone
+constexpr std::chrono::seconds kPatience{10};  // for another process that makes the phone
 constexpr char kMarker[] = "pelto phone 1\n";
 constexpr const char* kDirectories[] = {
     "data/kelvo/mmdump/gpu",
@@ -74,14 +75,14 @@ void makeDirectories(const fs::path& folder) {
         fs::create_directories(folder / "run" / directory);
 }
 
-// Last, so that a folder half made is no phone.
+// Written last, so that a half-made folder is no phone.
 void writeMarker(const fs::path& folder) {
     Fd fd(::open(markerPath(folder).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
     if (!fd.valid() || !writeAll(fd.get(), kMarker, sizeof(kMarker) - 1))
         refuse(folder, strerror(errno));
 }
 
-// One process at a time; whoever comes second finds a phone.
+// One process at a time makes the phone; those that waited find it made.
 void makePhone(const fs::path& folder) {
     try {
         fs::create_directories(folder);
@@ -99,29 +100,32 @@ void makePhone(const fs::path& folder) {
 
 }  // namespace
 
+// Members are made in the order of their declaration, each from those before it.
 Phone::Phone(const std::string& folder)
     : mFolder(folder),
       mRoot(new Root(fsDir())),
-      mLog(new Log(runDir() + "/log")),
-      mShell(new Shell(*mRoot)),
-      mServices(new Services(runDir() + "/init", *mShell)),
-      mProperties(new Properties(runDir() + "/properties", *mServices)),
       mKernelLog(new KernelLog(runDir() + "/kernel_log")),
-      mReports(new Reports(runDir() + "/reports")),
       mSockets(new Sockets),
       mNetlink(new GenericNetlink),
       mDisplayKernel(new DisplayKernel),
-      mControl(new Control(runDir())),
       mAttributes(new Attributes(*mRoot)),
       mGpu(new Gpu(*mAttributes)),
-      mStats(new LineFile(runDir() + "/stats")) {
+      mLog(new Log(runDir() + "/log")),
+      mFaults(new ProgramFaults),
+      mServices(new Services(runDir() + "/init", *mLog, *mFaults)),
+      mProperties(new Properties(runDir() + "/properties", *mServices, *mLog)),
+      mReports(new Reports(runDir() + "/reports")),
+      mStats(new LineFile(runDir() + "/stats")),
+      mShell(new Shell(*mRoot, *mLog, *mFaults)),
+      mControl(new Control(runDir(), *mLog)) {
     mSockets->add(AF_NETLINK, std::unique_ptr<SocketFamily>(mNetlink));
-    addPrograms(*this);
-    addKernelCommands(*this);
+    addAudioDumpService(*mServices, *mRoot, *mProperties, *mLog);
+    addPrograms(*mShell, *mRoot, *mLog, *mKernelLog);
+    addAudioCommands(*mControl, *mNetlink);
+    addDisplayCommand(*mControl, *mDisplayKernel);
     addGpuCommand(*mControl, *mGpu);
-    addAudioDumpService(*this);
-    addFaultCommand(*this);
     addClockCommand(*mControl);
+    addFaultCommand(*mControl, *mFaults, *mRoot, *mReports);
 }
 
 Phone& Phone::create(const std::string& folder) {
@@ -144,7 +148,7 @@ Phone& Phone::open(const std::string& folder) {
         if (phone->mFolder != path) refuse(folder, "this process runs in " + phone->mFolder);
         return *phone;
     }
-    // Never destroyed: threads of the phone's user may outlive main().
+    // Never destroyed: threads of its users may outlive main().
     gPhone.store(new Phone(path), std::memory_order_release);
     return get();
 }

@@ -13,6 +13,7 @@ class Gpu;
 class KernelLog;
 class LineFile;
 class Log;
+class ProgramFaults;
 class Properties;
 class Reports;
 class Root;
@@ -21,8 +22,9 @@ class Shell;
 class Sockets;
 
 // The simulated phone of this process: one folder, whose FOLDER/fs is the phone's "/" and whose
-// FOLDER/run (0700) holds what the phone keeps beside its files: log, properties, sockets. Commands
-// and paths of the product never reach run/.
+// FOLDER/run (0700) holds the phone's state beside its files: log, properties, sockets. Commands
+// and paths of the product never reach run/. The parts are made here, each handed the parts it
+// uses.
 //
 // Ownership: one object a process, never destroyed. Several processes may open one folder at once.
 // Threads: create() or open() once, before other threads use the phone; the rest from any thread.
@@ -30,8 +32,8 @@ class Sockets;
 //   reason; get() without an open phone ends the process with one line.
 class Phone {
   public:
-    // Makes the directories of a phone in a new or empty folder and opens it. A folder that is a
-    // phone already is opened as it is; one that another process is making, when it is whole.
+    // Makes a phone in a new or empty folder and opens it. A folder that is a phone already is
+    // opened as it is; while another process makes it, this waits.
     static Phone& create(const std::string& folder);
     // Opens a folder that create() made.
     static Phone& open(const std::string& folder);
@@ -40,20 +42,23 @@ class Phone {
     static Phone* find();
 
     Root& root() { return *mRoot; }
-    Log& log() { return *mLog; }
-    Properties& properties() { return *mProperties; }
-    Reports& reports() { return *mReports; }
-    Services& services() { return *mServices; }
+    // The kernel.
     KernelLog& kernelLog() { return *mKernelLog; }
-    Shell& shell() { return *mShell; }
     Sockets& sockets() { return *mSockets; }
     GenericNetlink& netlink() { return *mNetlink; }
     DisplayKernel& displayKernel() { return *mDisplayKernel; }
-    Control& control() { return *mControl; }
     Attributes& attributes() { return *mAttributes; }
     Gpu& gpu() { return *mGpu; }
-    // What the statistics collector has been given: a line an event, fields between tabs.
+    // User space.
+    Log& log() { return *mLog; }
+    ProgramFaults& faults() { return *mFaults; }
+    Services& services() { return *mServices; }
+    Properties& properties() { return *mProperties; }
+    Reports& reports() { return *mReports; }
+    // The statistics collector's events, a line each, fields between tabs.
     LineFile& stats() { return *mStats; }
+    Shell& shell() { return *mShell; }
+    Control& control() { return *mControl; }
 
     // Absolute workstation paths, without a slash at the end.
     std::string folder() const { return mFolder; }
@@ -65,19 +70,20 @@ class Phone {
 
     const std::string mFolder;
     std::unique_ptr<Root> mRoot;
-    std::unique_ptr<Log> mLog;
-    std::unique_ptr<Shell> mShell;
-    std::unique_ptr<Services> mServices;
-    std::unique_ptr<Properties> mProperties;
     std::unique_ptr<KernelLog> mKernelLog;
-    std::unique_ptr<Reports> mReports;
     std::unique_ptr<Sockets> mSockets;
     GenericNetlink* mNetlink;  // belongs to mSockets
     std::unique_ptr<DisplayKernel> mDisplayKernel;
-    std::unique_ptr<Control> mControl;
     std::unique_ptr<Attributes> mAttributes;
     std::unique_ptr<Gpu> mGpu;
+    std::unique_ptr<Log> mLog;
+    std::unique_ptr<ProgramFaults> mFaults;
+    std::unique_ptr<Services> mServices;
+    std::unique_ptr<Properties> mProperties;
+    std::unique_ptr<Reports> mReports;
     std::unique_ptr<LineFile> mStats;
+    std::unique_ptr<Shell> mShell;
+    std::unique_ptr<Control> mControl;
 };
 
 }  // namespace sim

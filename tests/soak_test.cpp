@@ -88,7 +88,7 @@ class SoakTest : public ServiceTest {
         // Starting programs from a process with many threads may hang under the emulator.
         if (!emulator().empty()) {
             for (const char* program : {"chmod", "rm", "tar", "touch"}) {
-                sim::controlRequest(phone(), {"fault", "program", program, "fail", "1"});
+                sim::controlRequest(phone().folder(), {"fault", "program", program, "fail", "1"});
             }
         }
         mFollower = std::make_unique<Program>(watchCommand());
@@ -103,8 +103,8 @@ class SoakTest : public ServiceTest {
 
     // Uses every connection and channel once, so that each descriptor of the host is open.
     void awaitAllConnected() {
-        ASSERT_TRUE(sim::controlRequest(phone(), {"audio-await"}).ok);
-        ASSERT_TRUE(sim::controlRequest(phone(), {"gpu", "await-reader"}).ok);
+        ASSERT_TRUE(sim::controlRequest(phone().folder(), {"audio-await"}).ok);
+        ASSERT_TRUE(sim::controlRequest(phone().folder(), {"gpu", "await-reader"}).ok);
         driveKernel();
         ASSERT_EQ(send("test_first", ""), OK);
         while (mFollower->line() != "event_audio_mic_status status:0") ASSERT_FALSE(HasFailure());
@@ -149,9 +149,9 @@ class SoakTest : public ServiceTest {
         }
         // Each dump runs on a thread of its own and may be slower than the dispatcher.
         EXPECT_TRUE(becomes([&] { return entries("/task") <= kMaxThreads; }));
-        sim::controlRequest(phone(), {"audio", "1", "1"});
-        sim::controlRequest(phone(), {"display", "7", "item"});
-        sim::controlRequest(phone(), {"clock", "advance", "20"});  // wakes the collector
+        sim::controlRequest(phone().folder(), {"audio", "1", "1"});
+        sim::controlRequest(phone().folder(), {"display", "7", "item"});
+        sim::controlRequest(phone().folder(), {"clock", "advance", "20"});  // wakes the collector
     }
 
     // Starts watchers of which half end by themselves and half are killed.
@@ -170,7 +170,7 @@ class SoakTest : public ServiceTest {
         Program deaf(watchCommand());  // its output is never read
         EXPECT_TRUE(deaf.awaitReady());
         mWatchers += 5;
-        sim::controlRequest(phone(), {"gpu", "fault", "--size", "4096"});
+        sim::controlRequest(phone().folder(), {"gpu", "fault", "--size", "4096"});
         std::atomic<bool> churning{true};
         std::thread churn([&] {
             churnWatchers();
@@ -196,7 +196,7 @@ class SoakTest : public ServiceTest {
     // The heap in use once the host is idle and has at most that many descriptors open.
     size_t heapAt(size_t descriptorsThen) {
         driveKernel();
-        EXPECT_TRUE(sim::controlRequest(phone(), {"gpu", "await-reader"}).ok);
+        EXPECT_TRUE(sim::controlRequest(phone().folder(), {"gpu", "await-reader"}).ok);
         // The last connections may still be open, the last dump may still be running.
         EXPECT_TRUE(becomes([&] { return descriptors() <= descriptorsThen; })) << descriptors();
         EXPECT_EQ(send("test_written", ""), OK);

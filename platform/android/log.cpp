@@ -24,7 +24,7 @@ int printText(int prio, const char* tag, const char* fmt, va_list args)
     __attribute__((__format__(printf, 3, 0)));
 
 int printText(int prio, const char* tag, const char* fmt, va_list args) {
-    char text[sim::Log::kMessageBytes];
+    char text[sim::Log::kMaxMessageBytes];
     if (vsnprintf(text, sizeof(text), fmt, args) < 0) return -EINVAL;
     return writeText(prio, tag, text);
 }

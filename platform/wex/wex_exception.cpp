@@ -3,7 +3,7 @@
 #include <string_view>
 
 #include "sim/phone.h"
-#include "sim/userspace/phone_log.h"
+#include "sim/userspace/log.h"
 #include "sim/userspace/reports.h"
 
 static_assert(sizeof(wex_exception_info) == sim::Reports::kRecordBytes);
@@ -11,11 +11,12 @@ static_assert(sizeof(wex_exception_info) == sim::Reports::kRecordBytes);
 int wex_raise_exception(const wex_exception_info* info) {
     if (info == nullptr) return -1;
     const std::string_view record(reinterpret_cast<const char*>(info), sizeof(*info));
-    const uint64_t number = sim::Phone::get().reports().add(record);
+    sim::Phone& phone = sim::Phone::get();
+    const uint64_t number = phone.reports().add(record);
     if (number == 0) {
-        sim::logAs("wex", sim::kError, "exception report not taken");
+        phone.log().write(sim::kError, "wex", "exception report not taken");
         return -1;
     }
-    sim::logAs("wex", sim::kInfo, "exception report " + std::to_string(number) + " taken");
+    phone.log().write(sim::kInfo, "wex", "exception report " + std::to_string(number) + " taken");
     return 0;
 }

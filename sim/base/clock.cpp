@@ -72,19 +72,16 @@ void Clock::sleep(std::chrono::nanoseconds duration) {
     mSleepers.erase(sleeper);
 }
 
-// A thread whose time has come counts as awake, though it may not have run yet.
+// A thread that is due counts as awake, even before it has run.
 int Clock::sleepers() const {
     const auto first = mSleepers.upper_bound(lockedNow(CLOCK_MONOTONIC));
     return static_cast<int>(std::distance(first, mSleepers.end()));
 }
 
 bool Clock::waitForSleepers(int count, std::chrono::seconds patience) {
-    const auto deadline = std::chrono::steady_clock::now() + patience;
     Lock lock(mMutex);
-    while (sleepers() < count) {
-        if (!mChanged.waitUntil(mMutex, deadline)) return sleepers() >= count;
-    }
-    return true;
+    return mChanged.waitFor(mMutex, patience,
+                            [&]() SIM_REQUIRES(mMutex) { return sleepers() >= count; });
 }
 
 }  // namespace sim

@@ -11,11 +11,11 @@
 
 namespace sim {
 
-// The phone's one clock behind its three times: monotonic, since boot and wall clock always move
-// together. It runs with the workstation's clocks until hold(), then only by advance().
+// The phone's clock. Its three times, monotonic, since boot and wall time, move together: with the
+// workstation's clocks, or after hold() by advance() alone.
 //
-// Threads: everything from any thread. Works without an open Phone.
-// Order: after release() the clock runs on from the time it was held at; it never goes back.
+// Threads: any. Needs no open Phone.
+// Order: after release() the clock runs on from the time at which it was held; it never goes back.
 // Units: nanoseconds; wall time counts from the epoch.
 class Clock {
   public:
@@ -27,15 +27,15 @@ class Clock {
 
     void hold();
     void release();
-    // Moves the clock on, held or not, and wakes every sleeper whose time has come.
+    // Moves the clock on, held or not, and wakes the sleepers that are due.
     void advance(std::chrono::nanoseconds step);
 
-    // Blocks until the clock has moved on by `duration`; on a held clock only advance() or
-    // release() can bring that about. Zero or less returns at once.
+    // Blocks until the clock has moved on by `duration`; a held clock moves by advance() alone.
+    // Zero or less returns at once.
     void sleep(std::chrono::nanoseconds duration);
 
-    // Waits until at least `count` threads sleep whose time has not come; false after `patience` of
-    // real time.
+    // Waits until at least `count` threads sleep that are not due; false after `patience` of real
+    // time.
     bool waitForSleepers(int count, std::chrono::seconds patience = std::chrono::seconds(30));
 
   private:
@@ -51,7 +51,7 @@ class Clock {
     int sleepers() const SIM_REQUIRES(mMutex);
 
     static constexpr int64_t kHeld = INT64_MIN;
-    // What is added to the workstation's clocks, or kHeld.
+    // The offset from the workstation's clocks, or kHeld.
     std::atomic<int64_t> mOffset{0};
     mutable Mutex mMutex;
     Condition mChanged;

@@ -36,4 +36,9 @@ std::string readAll(int fd, size_t limit) {
     return text;
 }
 
+void tellReady(int fd) {
+    const Fd owned(fd);
+    if (owned.valid()) writeAll(owned.get(), "ready\n", 6);
+}
+
 }  // namespace sim

@@ -47,14 +47,18 @@ class FileLock {
     const int mFd;
 };
 
-// Takes that lock, which then lasts as long as the open file; false when another process has kept
-// it for all of `patience`: one that is stopped would keep it for ever.
+// Takes that lock, which then lasts as long as the file is open. False when another process has
+// held it for all of `patience`; a stopped process would hold it for ever.
 bool lockWithin(int fd, std::chrono::milliseconds patience);
 
 // Writes all of `size` bytes; false with errno set as soon as the file takes no more.
 bool writeAll(int fd, const char* data, size_t size);
 
-// Everything from the descriptor's position on, at most `limit` bytes.
+// Reads from the descriptor's position to the end, at most `limit` bytes.
 std::string readAll(int fd, size_t limit = SIZE_MAX);
+
+// Tells the process that reads the other end of this pipe that the work it waits for has begun, and
+// closes the descriptor. Does nothing for -1.
+void tellReady(int fd);
 
 }  // namespace sim

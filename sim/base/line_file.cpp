@@ -15,17 +15,17 @@ LineFile::LineFile(const std::string& path)
 }
 
 void LineFile::append(std::string_view line) {
-    std::string text(line.substr(0, kLineBytes));
+    std::string text(line.substr(0, kMaxLineBytes));
     std::replace(text.begin(), text.end(), '\n', ' ');
     text += '\n';
 
     Lock lock(mMutex);
     FileLock fileLock(mFd.get());
     struct stat status {};
-    if (fstat(mFd.get(), &status) == 0 && static_cast<size_t>(status.st_size) > kBytes) {
-        // Half of it goes at a time, so that the file is rarely rewritten.
+    if (fstat(mFd.get(), &status) == 0 && static_cast<size_t>(status.st_size) > kMaxBytes) {
+        // Drops half of the file at a time, so that it is rarely rewritten.
         std::string kept = content();
-        kept.erase(0, kept.find('\n', kept.size() - kBytes / 2) + 1);
+        kept.erase(0, kept.find('\n', kept.size() - kMaxBytes / 2) + 1);
         if (ftruncate(mFd.get(), 0) == 0) writeAll(mFd.get(), kept.data(), kept.size());
     }
     writeAll(mFd.get(), text.data(), text.size());

@@ -8,21 +8,21 @@
 
 namespace sim {
 
-// A file of text lines shared by every process of the phone. When more than kBytes are in it the
-// oldest lines go.
+// A file of text lines shared by every process of the phone. Beyond kMaxBytes the oldest lines are
+// dropped.
 // Threads: any. Errors: a line that cannot be written is lost; the constructor throws
 // std::runtime_error when the file cannot be opened.
 class LineFile {
   public:
-    static constexpr size_t kBytes = 256 * 1024;
-    static constexpr size_t kLineBytes = 1024;
+    static constexpr size_t kMaxBytes = 256 * 1024;
+    static constexpr size_t kMaxLineBytes = 1024;
 
     explicit LineFile(const std::string& path);
 
     // A longer line is cut; newlines in it become blanks.
     void append(std::string_view line) SIM_EXCLUDES(mMutex);
     std::string read() SIM_EXCLUDES(mMutex);
-    // Reads and empties in one step: no line is given twice and none is lost between.
+    // Reads and empties the file in one step, so that no line is read twice or lost in between.
     std::string readAndClear() SIM_EXCLUDES(mMutex);
 
   private:

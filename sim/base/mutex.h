@@ -39,7 +39,7 @@ class SIM_ANNOTATION(scoped_lockable) Lock {
     Mutex& mMutex;
 };
 
-// Waits may end early; callers loop over their own condition.
+// A condition variable for Mutex. wait() and waitUntil() may end early: their callers check again.
 class Condition {
   public:
     void wait(Mutex& mutex) SIM_REQUIRES(mutex) {
@@ -47,13 +47,22 @@ class Condition {
         mCondition.wait(lock);
         lock.release();
     }
-    // False once `deadline` (of the workstation's own steady clock) has passed.
+    // False once `deadline`, a time of the workstation's steady clock, has passed.
     bool waitUntil(Mutex& mutex, std::chrono::steady_clock::time_point deadline)
         SIM_REQUIRES(mutex) {
         std::unique_lock<std::mutex> lock(mutex.mMutex, std::adopt_lock);
         bool inTime = mCondition.wait_until(lock, deadline) == std::cv_status::no_timeout;
         lock.release();
         return inTime;
+    }
+    // Waits until `ready`, called under the lock, returns true; false when it does not within
+    // `patience` of the same clock.
+    template <typename Ready>
+    bool waitFor(Mutex& mutex, std::chrono::nanoseconds patience, Ready ready) SIM_REQUIRES(mutex) {
+        std::unique_lock<std::mutex> lock(mutex.mMutex, std::adopt_lock);
+        const bool isReady = mCondition.wait_for(lock, patience, ready);
+        lock.release();
+        return isReady;
     }
     void notifyAll() { mCondition.notify_all(); }
 

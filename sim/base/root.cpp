@@ -84,9 +84,9 @@ int fail(int error) {
     return -1;
 }
 
-// Of a file opened without O_TRUNC and without waiting: refuses what is neither file nor directory
-// (a FIFO would hold its reader for ever), and writing to a file that has another name, which may
-// be outside. Then the file is as `flags` ask.
+// Checks a file that was opened without O_TRUNC and with O_NONBLOCK, then applies `flags`. 0 or the
+// errno: refuses all but files and directories (a FIFO would block its reader for ever), and
+// writing to a file with another name, which may lie outside the root.
 int admit(int fd, int flags) {
     struct stat status {};
     if (fstat(fd, &status) < 0) return errno;

@@ -15,14 +15,13 @@ namespace sim {
 
 // The phone's file tree, and the one function by which every phone path is mapped into it.
 //
-// A path is walked one component at a time from descriptor to descriptor; no link is followed
-// anywhere in it and ".." never leads out, so what the caller then does by the parent's descriptor
-// and the last name cannot leave the tree, whatever happens to it meanwhile.
-// A relative path starts at the phone's "/".
-// Threads: any. Errors: see each; a disk that was filled takes no byte and no directory more.
+// A path is walked one component at a time from descriptor to descriptor; no link is followed and
+// ".." never leads out. A call by the parent's descriptor and the last name therefore stays in the
+// tree, even while other processes change it. A relative path starts at the phone's "/".
+// Threads: any.
 class Root {
   public:
-    // Where a path leads. `name` may be missing below `parent`, and is "." for the root itself.
+    // The place a path leads to. `name` is "." for the root itself, and need not exist.
     struct Place {
         Fd parent;
         std::string name;
@@ -38,9 +37,9 @@ class Root {
     // ENAMETOOLONG. The last component itself is not examined.
     int resolve(std::string_view path, Place& place) const;
 
-    // As the C function of that name; -1 or null and errno on failure. Where
-    // that would follow a link: ELOOP, or ENOTDIR when a directory is asked for. Opening what is
-    // neither file nor directory: ENXIO; for writing, a file that has several names: EMLINK.
+    // As the C function of that name; -1 or null and errno on failure. Besides that function's:
+    // ELOOP, or ENOTDIR when a directory is asked for, for a link; ENXIO for opening a FIFO, socket
+    // or device; EMLINK for opening a file of several names for writing.
     int open(const char* path, int flags, mode_t mode) const;
     FILE* fopen(const char* path, const char* mode) const;
     DIR* opendir(const char* path) const;
@@ -49,8 +48,8 @@ class Root {
     int remove(const char* path) const;
     int rename(const char* from, const char* to) const;
 
-    // A fault of this process's view: making a directory, and writing to a file that is opened from
-    // now on, fails with ENOSPC; names can still be made and removed.
+    // A fault, in this process alone: making a directory, and writing to a file opened from here
+    // on, fails with ENOSPC; files can still be made and removed.
     void fillDisk(bool full) { mDiskFull.store(full); }
     bool diskFull() const { return mDiskFull.load(); }
 

@@ -14,7 +14,7 @@
 
 namespace fs = std::filesystem;
 
-// A phone in which links that lead out were planted, and a canary beside its root.
+// A phone with planted links that lead out, and a canary beside its root.
 class RootTest : public PhoneTest {
   protected:
     void SetUp() override {

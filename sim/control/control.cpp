@@ -10,8 +10,8 @@
 #include <stdexcept>
 #include <thread>
 
-#include "sim/control/control_socket.h"
-#include "sim/userspace/phone_log.h"
+#include "sim/base/unix_socket.h"
+#include "sim/userspace/log.h"
 
 namespace sim {
 namespace {
@@ -23,22 +23,29 @@ std::deque<std::string> datagramsOf(const Reply& reply) {
     std::vector<std::string> texts{reply.ok ? "ok" : "error"};
     texts.insert(texts.end(), reply.texts.begin(), reply.texts.end());
     const std::string joined = joinTexts(texts);
-    if (joined.size() > Control::kReplyBytes)
-        return datagramsOf({false, {"the answer is too long"}});
+    if (joined.size() > kMaxReplyBytes) return datagramsOf({false, {"the answer is too long"}});
     std::deque<std::string> datagrams;
-    for (size_t begin = 0; begin < joined.size(); begin += Control::kRequestBytes)
-        datagrams.push_back('+' + joined.substr(begin, Control::kRequestBytes));
+    for (size_t begin = 0; begin < joined.size(); begin += kMaxRequestBytes)
+        datagrams.push_back('+' + joined.substr(begin, kMaxRequestBytes));
     datagrams.back()[0] = '.';
     return datagrams;
 }
 
+PublishedSocket publishControl(const std::string& runDirectory) {
+    PublishedSocket socket;
+    const Fd directory = openControlDirectory(runDirectory);
+    if (int error = publishSocket(directory, "control", SOCK_SEQPACKET, socket))
+        failControl(runDirectory, error == EWOULDBLOCK ? "is served already" : strerror(error));
+    return socket;
+}
+
 }  // namespace
 
-// The thread of a served phone: waits for requests and for room to answer, never for one client.
+// The thread of a served phone. It waits for requests and for room to answer, never for one client.
 class ControlServer {
   public:
-    ControlServer(Control& control, ServedControl socket)
-        : mControl(control), mSocket(std::move(socket)), mRequest(Control::kRequestBytes) {}
+    ControlServer(Control& control, Log& log, PublishedSocket socket)
+        : mControl(control), mLog(log), mSocket(std::move(socket)), mRequest(kMaxRequestBytes) {}
 
     void run() {
         pthread_setname_np(pthread_self(), "sim_control");
@@ -48,12 +55,12 @@ class ControlServer {
   private:
     struct Connection {
         Fd fd;
-        // No further request is read until both are empty.
-        Control::Arguments pending;                   // the request to be tried again,
-        std::chrono::steady_clock::time_point asked;  // which came then
-        std::deque<std::string> unsent;               // of its reply
+        // The next request is read once `pending` and `unsent` are empty.
+        Control::Arguments pending;                   // the request to be tried again
+        std::chrono::steady_clock::time_point asked;  // when it came
+        std::deque<std::string> unsent;               // datagrams of its reply
 
-        // What poll() is to tell of; it tells of a hang-up in any case.
+        // The events to poll for; a hang-up is reported in any case.
         short events() const {
             if (!unsent.empty()) return POLLOUT;
             return pending.empty() ? POLLIN : 0;
@@ -72,18 +79,18 @@ class ControlServer {
             if (!serve(mConnections[i - 1], polled[i].revents))
                 mConnections.erase(mConnections.begin() + static_cast<ptrdiff_t>(i - 1));
         }
-        if (polled[0].revents != 0) welcome();
+        if (polled[0].revents != 0) accept();
     }
 
-    void welcome() {
+    void accept() {
         Fd fd(accept4(mSocket.listening.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
         if (!fd.valid()) {
-            // Out of descriptors, most likely: who waits at the door would wake us at once.
+            // Out of descriptors, most likely: the waiting connection would wake poll() at once.
             if (errno != EAGAIN) poll(nullptr, 0, 100);
-        } else if (!isTrustedPeer(fd.get())) {
-            logAs(kTag, kWarn, "a process of another user is refused");
+        } else if (const auto peer = peerOf(fd.get()); !peer || !isTrusted(*peer)) {
+            mLog.write(kWarn, kTag, "a process of another user is refused");
         } else {
-            if (mConnections.size() >= Control::kConnections) mConnections.pop_front();
+            if (mConnections.size() >= Control::kMaxConnections) mConnections.pop_front();
             mConnections.push_back({std::move(fd), {}, {}, {}});
         }
     }
@@ -102,8 +109,8 @@ class ControlServer {
         if (got == 0) return false;
         const size_t size = static_cast<size_t>(got);
         if (size > mRequest.size() || mRequest[0] == '\0') {
-            logAs(kTag, kWarn,
-                  "no request: " + std::to_string(size) + " bytes; the connection is closed");
+            mLog.write(kWarn, kTag,
+                       "no request: " + std::to_string(size) + " bytes; the connection is closed");
             return false;
         }
         connection.pending = splitTexts({mRequest.data(), size});
@@ -130,7 +137,8 @@ class ControlServer {
     }
 
     Control& mControl;
-    const ServedControl mSocket;
+    Log& mLog;
+    const PublishedSocket mSocket;
     std::vector<char> mRequest;
     std::deque<Connection> mConnections;  // the oldest first
 };
@@ -142,17 +150,17 @@ void Control::add(const std::string& name, Command command) {
 
 bool Control::serve() {
     try {
-        auto server = std::make_shared<ControlServer>(*this, listenForControl(mDirectory));
+        auto server = std::make_shared<ControlServer>(*this, mLog, publishControl(mDirectory));
         std::thread([server] { server->run(); }).detach();
         Lock lock(mMutex);
         return mServing = true;
     } catch (const std::exception& failure) {
-        logAs(kTag, kError, failure.what());
+        mLog.write(kError, kTag, failure.what());
         return false;
     }
 }
 
-// Whoever serves is named by a lock that the process holds until it ends: the name is ours.
+// The name is this process's: it holds the name's lock until it ends.
 void Control::withdraw() {
     Lock lock(mMutex);
     if (mServing) unlink((mDirectory + "/control").c_str());

@@ -1,48 +1,34 @@
 #pragma once
 
-#include <chrono>
 #include <functional>
 #include <map>
 #include <string>
 #include <vector>
 
 #include "sim/base/mutex.h"
+#include "sim/control/client.h"
 
 namespace sim {
 
-class Phone;
+class Log;
 
-struct Reply {
-    bool ok = false;
-    std::vector<std::string> texts;  // the results, or one text that says what went wrong
-    // For so long after the request its command is run again, since this error may pass; only then
-    // is it the answer. Less than a client waits for one.
-    std::chrono::seconds patience{0};
-};
-
-// How another process drives the ends of the phone that live in the service's process: a socket
-// (SOCK_SEQPACKET) at run/control that takes commands by name.
+// The server by which other processes drive the parts of the phone that live in the service's
+// process: a socket (SOCK_SEQPACKET) at run/control that takes commands by name.
 //
-// Wire: a request is one datagram of NUL-separated strings, the command's name first. A reply is
-//   "ok" or "error" and its texts, NUL-separated, cut into datagrams; in front of each stands '+'
-//   when more follow and '.' when it is the last.
-// Threads: add() and serve() from any thread; the commands run one at a time on "sim_control".
-//   None may wait there: one that has to says so by the patience of its reply, and others run
-//   between its tries.
-// Errors: what cannot be a request costs one log line and its sender the connection. A command
-//   that throws is answered by "error" and what it threw.
+// Threads: add() and serve() from any thread. Commands run one at a time on "sim_control" and must
+//   not wait: one that would returns an error with a patience, and others run between its tries.
+// Errors: a datagram that cannot be a request costs one log line and its sender the connection. A
+//   command that throws is answered by "error" and what it threw.
 class Control {
   public:
-    using Reply = sim::Reply;
     using Arguments = std::vector<std::string>;
     using Command = std::function<Reply(const Arguments& arguments)>;  // without the name
 
-    static constexpr size_t kRequestBytes = 64 * 1024;
-    static constexpr size_t kReplyBytes = 4 << 20;  // a longer reply becomes an error
-    // Of those that come when so many are connected, each takes the place of the oldest.
-    static constexpr size_t kConnections = 32;
+    // A connection beyond these closes the oldest.
+    static constexpr size_t kMaxConnections = 32;
 
-    explicit Control(std::string runDirectory) : mDirectory(std::move(runDirectory)) {}
+    // `log` outlives this.
+    Control(std::string runDirectory, Log& log) : mDirectory(std::move(runDirectory)), mLog(log) {}
 
     // A command of that name added before is replaced.
     void add(const std::string& name, Command command) SIM_EXCLUDES(mMutex);
@@ -50,7 +36,7 @@ class Control {
     // Serves until the process ends. False and a log line when another process does so already, or
     // when the socket cannot be made.
     bool serve() SIM_EXCLUDES(mMutex);
-    // Takes the socket's name away, so that none of it is left when the process ends.
+    // Removes the socket, so that none is left when the process ends.
     void withdraw() SIM_EXCLUDES(mMutex);
 
   private:
@@ -58,15 +44,10 @@ class Control {
     Reply run(const Arguments& words) SIM_EXCLUDES(mMutex);
 
     const std::string mDirectory;
+    Log& mLog;
     Mutex mMutex;
     std::map<std::string, Command> mCommands SIM_GUARDED_BY(mMutex);
     bool mServing SIM_GUARDED_BY(mMutex) = false;
 };
-
-// One request to whoever serves the phone in `folder`: the command's name and its arguments.
-// Throws std::runtime_error with one line when nobody serves it, an argument cannot be sent, or no
-// whole reply comes within a minute and a half.
-Reply controlRequest(const std::string& folder, const std::vector<std::string>& words);
-Reply controlRequest(const Phone& phone, const std::vector<std::string>& words);
 
 }  // namespace sim

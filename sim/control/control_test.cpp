@@ -3,7 +3,7 @@
 #include <sys/socket.h>
 #include <sys/stat.h>
 
-#include "sim/control/control_socket.h"
+#include "sim/base/fd.h"
 #include "tests/support/phone_fixture.h"
 
 namespace sim {
@@ -23,14 +23,14 @@ class ControlTest : public PhoneTest {
     // The reply in one text, or why there is none.
     std::string request(const Texts& words) {
         try {
-            const Reply reply = controlRequest(phone(), words);
+            const Reply reply = controlRequest(phone().folder(), words);
             return (reply.ok ? "ok:" : "error:") + joinTexts(reply.texts);
         } catch (const std::runtime_error& error) {
             return error.what();
         }
     }
     // The longest argument of "echo".
-    const std::string mLongest = std::string(Control::kRequestBytes - sizeof("echo"), 'x');
+    const std::string mLongest = std::string(kMaxRequestBytes - sizeof("echo"), 'x');
 };
 
 TEST_F(ControlTest, AnswersOrSaysInOneLineWhyNot) {
@@ -38,10 +38,10 @@ TEST_F(ControlTest, AnswersOrSaysInOneLineWhyNot) {
     EXPECT_EQ(path + ": nobody serves this phone", request({"echo"}));
     serve();
     EXPECT_EQ(joinTexts({"ok:a", "", "b c\n"}), request({"echo", "a", "", "b c\n"}));
-    EXPECT_EQ(1u, controlRequest(phone(), {"echo", ""}).texts.size());
-    EXPECT_EQ(0u, controlRequest(phone(), {"echo"}).texts.size());
+    EXPECT_EQ(1u, controlRequest(phone().folder(), {"echo", ""}).texts.size());
+    EXPECT_EQ(0u, controlRequest(phone().folder(), {"echo"}).texts.size());
     EXPECT_EQ("ok:" + mLongest, request({"echo", mLongest}));
-    // With "ok" and a NUL before it: just one datagram, one byte more, and all that is allowed.
+    // Behind "ok" and a NUL: one full datagram, one byte more, and the longest reply.
     for (const size_t size : {65533, 65534, (4 << 20) - 3})
         EXPECT_EQ("ok:" + std::string(size, 'x'), request({"big", std::to_string(size)}));
     EXPECT_EQ("error:the answer is too long", request({"big", "4194302"}));
@@ -69,7 +69,7 @@ TEST_F(ControlTest, HostileAndIdleClientsKeepNobodyWaiting) {
             "no request: " + std::to_string(bytes.size()) + " bytes; the connection is closed"));
     }
     std::vector<Fd> others;
-    for (size_t i = 0; i < Control::kConnections; ++i)
+    for (size_t i = 0; i < Control::kMaxConnections; ++i)
         others.push_back(connectToControl(phone().runDir()));
     send(others.back().get(), "big\0004000000", 11, 0);  // more than its socket holds, never read
     EXPECT_EQ("ok:a", request({"echo", "a"})) << "in the place of the oldest";

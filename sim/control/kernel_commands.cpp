@@ -1,19 +1,26 @@
 #include "sim/control/kernel_commands.h"
 
-#include <charconv>
+#include <algorithm>
 #include <map>
 #include <stdexcept>
 
-#include "sim/base/hex.h"
+#include "sim/base/clock.h"
+#include "sim/base/text.h"
 #include "sim/control/control.h"
 #include "sim/kernel/display_kernel.h"
 #include "sim/kernel/generic_netlink.h"
-#include "sim/phone.h"
+#include "sim/kernel/gpu.h"
 
 namespace sim {
 namespace {
 
 using Arguments = Control::Arguments;
+
+constexpr size_t kMaxText = 65000;  // its length travels in 16 bits
+// Bytes before the NUL in the fields of the display driver's record.
+constexpr size_t kMaxId = 131;
+constexpr size_t kMaxPayload = 3831;
+constexpr size_t kMaxSnapshotBytes = 64 << 20;
 
 const Arguments& expect(const Arguments& arguments, size_t count, const char* usage) {
     if (arguments.size() == count) return arguments;
@@ -21,18 +28,10 @@ const Arguments& expect(const Arguments& arguments, size_t count, const char* us
 }
 
 int32_t commandOf(const std::string& text) {
-    int32_t number = 0;
-    const char* const end = text.data() + text.size();
-    const auto read = std::from_chars(text.data(), end, number);
-    if (read.ec != std::errc() || read.ptr != end)
-        throw std::runtime_error("'" + text + "' is not a 32-bit number");
-    return number;
+    if (const auto number = numberIn(text, INT32_MIN, INT32_MAX))
+        return static_cast<int32_t>(*number);
+    throw std::runtime_error("'" + text + "' is not a 32-bit number");
 }
-
-constexpr size_t kMostText = 65000;  // its length travels in 16 bits
-// What the fields of the display driver's record hold, each before a NUL.
-constexpr size_t kMostId = 131;
-constexpr size_t kMostPayload = 3831;
 
 template <typename Outcome>
 Reply replyTo(Outcome outcome, const char* nobody) {
@@ -44,7 +43,7 @@ constexpr char kNotRegistered[] = "nobody has registered with the audio module";
 
 Reply pushAudio(GenericNetlink& netlink, const Arguments& arguments) {
     expect(arguments, 2, "audio CMD TEXT");
-    if (arguments[1].size() > kMostText) return {false, {"a text has at most 65000 bytes"}};
+    if (arguments[1].size() > kMaxText) return {false, {"a text has at most 65000 bytes"}};
     return replyTo(netlink.push(commandOf(arguments[0]), arguments[1]), kNotRegistered);
 }
 
@@ -82,23 +81,113 @@ Reply listReceived(GenericNetlink& netlink) {
 
 Reply sendDisplay(DisplayKernel& display, const Arguments& arguments) {
     expect(arguments, 2, "display ID PAYLOAD");
-    if (arguments[0].size() > kMostId || arguments[1].size() > kMostPayload)
+    if (arguments[0].size() > kMaxId || arguments[1].size() > kMaxPayload)
         return {false, {"an ID has at most 131 bytes, a PAYLOAD at most 3831 bytes"}};
     return replyTo(display.send({arguments[0], arguments[1]}), "nobody listens to the display");
 }
 
+[[noreturn]] void refuseGpu(const std::string& why) {
+    throw std::runtime_error("gpu: " + why);
+}
+
+size_t readSize(const std::string& text) {
+    if (const auto size = numberIn(text, 0, kMaxSnapshotBytes)) return static_cast<size_t>(*size);
+    refuseGpu("'" + text + "' is no size from 0 to " + std::to_string(kMaxSnapshotBytes));
+}
+
+// Reads the options behind the verb, "--name value" each, over the defaults in `values`; an option
+// without a default is refused.
+void readOptions(const Arguments& words, std::map<std::string, std::string>& values) {
+    for (size_t i = 1; i < words.size(); i += 2) {
+        auto value = values.find(words[i]);
+        if (value == values.end()) refuseGpu("'" + words[i] + "' is no option of " + words[0]);
+        if (i + 1 == words.size()) refuseGpu(words[i] + " takes a value");
+        if (words[i + 1].size() > Attributes::kMaxReadBytes) refuseGpu(words[i] + " is too long");
+        value->second = words[i + 1];
+    }
+}
+
+std::string onlyArgument(const Arguments& words) {
+    if (words.size() != 2) refuseGpu(words[0] + " takes one argument");
+    return words[1];
+}
+
+void raiseFault(Gpu& gpu, const Arguments& words) {
+    const int64_t seconds = Clock::get().wallNanos() / 1000000000;
+    std::map<std::string, std::string> values{{"--hash", ""},
+                                              {"--timestamp", std::to_string(seconds) + "\n"},
+                                              {"--control", "0\n"},
+                                              {"--size", "65536"}};
+    readOptions(words, values);
+    gpu.fault({values["--timestamp"], values["--hash"], values["--control"],
+               Gpu::snapshotOf(readSize(values["--size"]))});
+}
+
+void vanish(Gpu& gpu, const Arguments& words) {
+    std::map<std::string, std::string> values{{"--after", ""}};
+    readOptions(words, values);
+    if (values["--after"].empty()) {
+        gpu.vanish();
+    } else {
+        gpu.vanishAfter(readSize(values["--after"]));
+    }
+}
+
+void makeUnreadable(Gpu& gpu, const Arguments& words) {
+    const std::string file = onlyArgument(words);
+    for (const std::string path : {Gpu::kTimestamp, Gpu::kControl, Gpu::kHashId, Gpu::kDump}) {
+        if (path.substr(path.rfind('/') + 1) == file) return gpu.makeUnreadable(path);
+    }
+    refuseGpu("there is no file '" + file + "'");
+}
+
+// On a running clock a collection keeps the reader busy for more than 20 s.
+Reply awaitReader(Gpu& gpu) {
+    constexpr std::chrono::seconds kPatience{60};
+    if (gpu.hasReader()) return {true, {}};
+    return {false,
+            {"gpu: nobody waits for the next fault yet, or the last one may not be dumped"},
+            kPatience};
+}
+
+Reply runGpu(Gpu& gpu, const Arguments& words) {
+    const std::string verb = words.empty() ? "" : words[0];
+    if (verb == "fault") {
+        raiseFault(gpu, words);
+    } else if (verb == "control") {
+        gpu.setControl(onlyArgument(words));
+    } else if (verb == "vanish") {
+        vanish(gpu, words);
+    } else if (verb == "unreadable") {
+        makeUnreadable(gpu, words);
+    } else if (verb == "short-reads") {
+        gpu.shortenReads(readSize(onlyArgument(words)));
+    } else if (verb == "appear" && words.size() == 1) {
+        gpu.appear();
+    } else if (verb == "await-reader" && words.size() == 1) {
+        return awaitReader(gpu);
+    } else {
+        refuseGpu("takes fault, control, vanish, appear, unreadable, short-reads or await-reader");
+    }
+    return {true, {}};
+}
+
 }  // namespace
 
-void addKernelCommands(Phone& phone) {
-    Control& control = phone.control();
-    GenericNetlink& netlink = phone.netlink();
-    DisplayKernel& display = phone.displayKernel();
+void addAudioCommands(Control& control, GenericNetlink& netlink) {
     control.add("audio", [&](const Arguments& words) { return pushAudio(netlink, words); });
     control.add("audio-await", [&](const Arguments&) { return awaitRegistration(netlink); });
     control.add("audio-raw", [&](const Arguments& words) { return pushRaw(netlink, words); });
     control.add("audio-answer", [&](const Arguments& words) { return setAnswer(netlink, words); });
     control.add("audio-received", [&](const Arguments&) { return listReceived(netlink); });
+}
+
+void addDisplayCommand(Control& control, DisplayKernel& display) {
     control.add("display", [&](const Arguments& words) { return sendDisplay(display, words); });
+}
+
+void addGpuCommand(Control& control, Gpu& gpu) {
+    control.add("gpu", [&gpu](const Arguments& words) { return runGpu(gpu, words); });
 }
 
 }  // namespace sim

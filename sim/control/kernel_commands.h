@@ -2,15 +2,30 @@
 
 namespace sim {
 
-class Phone;
+class Control;
+class DisplayKernel;
+class GenericNetlink;
+class Gpu;
 
 // The control commands that play the phone's kernel:
 //   audio CMD TEXT                        one packet of the audio module
-//   audio-await                           waits for the service to register; an error after 10 s
+//   audio-await                           until the service has registered; an error after 10 s
 //   audio-raw HEX                         these bytes, as one netlink datagram
-//   audio-answer family|none|nothing      how the family look-up is answered from now on
-//   audio-received                        what the service has sent, one datagram a line, in hex
+//   audio-answer family|none|nothing      how family look-ups are answered from here on
+//   audio-received                        the datagrams the service has sent, one a text, in hex
+void addAudioCommands(Control& control, GenericNetlink& netlink);
+
 //   display ID PAYLOAD                    one record of the display driver
-void addKernelCommands(Phone& phone);
+void addDisplayCommand(Control& control, DisplayKernel& display);
+
+// "gpu", followed by
+//   fault [--hash H] [--timestamp T] [--size BYTES] [--control C]
+//   control C                             the text of snapshot_control from here on
+//   vanish [--after BYTES]
+//   appear
+//   unreadable timestamp|snapshot_control|snapshot_hashid|dump
+//   short-reads BYTES
+//   await-reader                          until Gpu::hasReader(); an error after 60 s of real time
+void addGpuCommand(Control& control, Gpu& gpu);
 
 }  // namespace sim

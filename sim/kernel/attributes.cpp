@@ -27,8 +27,8 @@ int fail(int error) {
 
 }  // namespace
 
-// What belongs to a descriptor that was handed out: the other end of its socket, and an event that
-// is readable exactly while it is ready.
+// An open descriptor of an attribute: the other end of its socket, and an event that is readable
+// exactly while the descriptor is ready.
 struct Attributes::Open {
     std::string path;
     int fd = -1;   // the reader's
@@ -38,7 +38,7 @@ struct Attributes::Open {
     bool ready = true;
     bool gone = false;
     bool binary = false;
-    bool ended = false;  // the reader meets the end behind what it was sent
+    bool ended = false;  // nothing more is sent: the reader gets the end
     size_t sent = 0;
     int polling = 0;
 
@@ -71,11 +71,11 @@ struct Attributes::Open {
         int bytes = 0;
         return ioctl(kernelEnd.get(), SIOCOUTQ, &bytes) == 0 && bytes > 1;
     }
-    // Takes back what the reader has not read, through a descriptor that is surely the reader's.
+    // Takes back the blocks that the reader has not read, through a copy of its descriptor.
     void takeBack() {
         const Fd reader(fcntl(fd, F_DUPFD_CLOEXEC, 0));
         if (!reader.valid() || keyOf(reader.get()) != key) return;
-        char block[kReadBytes];
+        char block[kMaxReadBytes];
         ssize_t got;
         while ((got = recv(reader.get(), block, sizeof(block), MSG_DONTWAIT)) > 0)
             sent -= static_cast<size_t>(got);
@@ -89,7 +89,7 @@ void Attributes::set(const std::string& path, Content content) {
     mAttributes[path.substr(1)].content = std::move(content);
     for (const auto& [key, open] : mOpen) {
         if (open->path != path.substr(1) || !open->binary || open->gone || open->ended) continue;
-        open->takeBack();  // after which the feeder goes on from there
+        open->takeBack();  // the feeder goes on from there
     }
 }
 
@@ -122,7 +122,7 @@ void Attributes::remove(const std::string& path) {
 
 void Attributes::setFaults(const std::string& path, Faults faults) {
     Lock lock(mMutex);
-    faults.readBytes = std::clamp<size_t>(faults.readBytes, 1, kReadBytes);
+    faults.readBytes = std::clamp<size_t>(faults.readBytes, 1, kMaxReadBytes);
     mAttributes[path.substr(1)].faults = std::move(faults);
 }
 
@@ -185,7 +185,7 @@ bool Attributes::startFeeder() try {
     return false;
 }
 
-// Each time a reader has taken what it was sent, it is sent the next block.
+// Sends each reader the next block once it has read the last one.
 void Attributes::runFeeder() {
     pthread_setname_np(pthread_self(), "sim_attribute");
     for (;;) {
@@ -202,8 +202,8 @@ void Attributes::runFeeder() {
     }
 }
 
-// Sends a block of what the device holds now, unless one is unread. Returns what is to be called
-// once the lock is released.
+// Sends a block of the device's current content, unless one is unread. Returns a function to call
+// once the lock is released, or null.
 std::function<void()> Attributes::feed(Open& open) {
     if (open.gone || open.ended || open.hasUnread()) return nullptr;
     const Attribute& attribute = *find(open.path);
@@ -239,7 +239,7 @@ std::optional<int> Attributes::stat(const char* path, struct ::stat* status) {
     status->st_mode = S_IFREG | 0444;
     status->st_nlink = 1;
     status->st_size = attribute->size;
-    status->st_blksize = kReadBytes;
+    status->st_blksize = kMaxReadBytes;
     return 0;
 }
 
@@ -304,12 +304,8 @@ int Attributes::opens(const std::string& path) const {
 }
 
 bool Attributes::waitIdle(std::chrono::seconds patience) {
-    const auto deadline = std::chrono::steady_clock::now() + patience;
     Lock lock(mMutex);
-    while (!isIdle()) {
-        if (!mChanged.waitUntil(mMutex, deadline)) return isIdle();
-    }
-    return true;
+    return mChanged.waitFor(mMutex, patience, [this]() SIM_REQUIRES(mMutex) { return isIdle(); });
 }
 
 bool Attributes::isIdle() const {
@@ -322,7 +318,7 @@ bool Attributes::isIdle() const {
     return polling;
 }
 
-// From the root, without "." and ".."; empty for a path that leads nowhere.
+// The path from the root, without "." and ".."; empty for one that leads nowhere.
 std::string Attributes::keyOf(std::string_view path) const {
     Root::Place place;
     return mRoot.resolve(path, place) == 0 && !place.directory ? place.path : "";

@@ -21,34 +21,33 @@ namespace sim {
 
 class Root;
 
-// The attribute files of the phone's kernel (sysfs): read-only texts that a device sets, and whose
-// changes it tells by a notification. They cover the paths they are set for; of the calls below,
-// each answers nullopt for a path or a descriptor that is none of theirs.
+// The attribute files of the phone's kernel (sysfs): read-only contents that a device sets, and
+// notifies readers of. Each reader's call below returns nullopt for a path that no device has set,
+// and for a descriptor that is not of an attribute.
 //
-// A descriptor opened and never read is ready for POLLPRI|POLLERR; it stays so until pread() at
-// offset 0, and notifications before that are one. pread() gives the content of that moment, and so
-// does a plain read() of a binary attribute; that of a text one gives the content of open().
-// Neither gives more than 4096 bytes at once, and a plain read() for less loses the rest of its
-// block. When a device is removed, its descriptors are ready for ever, pread() fails with ENODEV,
-// and the next plain read fails with ECONNRESET. A plain reader of what was empty at open() meets
-// the end.
+// A descriptor is ready for POLLPRI|POLLERR once opened, and again from each notification on, until
+// pread() at offset 0. pread(), and a plain read() of a binary attribute, give the current content;
+// a plain read() of a text attribute gives the content at open(). None gives more than 4096 bytes
+// at once, and a shorter plain read() loses the rest of its block. After the device's removal a
+// descriptor is ready for ever, pread() fails with ENODEV, and the next plain read with ECONNRESET.
+// A plain reader of what was empty at open() meets the end.
 //
-// Ownership: a descriptor handed out is closed plainly by its opener.
+// Ownership: a descriptor is closed by its opener, as any file.
 // Threads: any. The thread "sim_attribute" feeds the readers of binary attributes, a block at a
 //   time; a child made by fork() has none.
 class Attributes {
   public:
-    static constexpr size_t kReadBytes = 4096;
+    static constexpr size_t kMaxReadBytes = 4096;
     using Content = std::shared_ptr<const std::string>;
 
-    // How an attribute misbehaves, by errno where that is 0 for not at all.
+    // How an attribute misbehaves. An errno of 0 is no fault.
     struct Faults {
         int openError = 0;
         int readError = 0;  // of pread(); a plain read then meets the end
         int pollError = 0;
-        size_t readBytes = kReadBytes;  // most that one read gives
-        // Of a longer binary attribute: atEnd is called, on any thread, once a plain reader has had
-        // so many bytes, and gives it no more.
+        size_t readBytes = kMaxReadBytes;  // most that one read gives
+        // A plain reader of a longer binary attribute gets so many bytes; then atEnd is called, on
+        // any thread.
         size_t endsAfter = SIZE_MAX;
         std::function<void()> atEnd = nullptr;
     };
@@ -61,11 +60,11 @@ class Attributes {
     void set(const std::string& path, std::string content) {
         set(path, std::make_shared<const std::string>(std::move(content)));
     }
-    // The size in stat(), whatever the content: 4096 as of a text attribute until it is set; one of
-    // size 0 is binary.
+    // Sets the size that stat() gives for any content: at first 4096, as of a text attribute; an
+    // attribute of size 0 is binary.
     void setSize(const std::string& path, off_t size) SIM_EXCLUDES(mMutex);
     void notify(const std::string& path) SIM_EXCLUDES(mMutex);
-    // The path is missing (ENOENT) until it is set again.
+    // Lets the path be missing (ENOENT) until it is set again.
     void remove(const std::string& path) SIM_EXCLUDES(mMutex);
     void setFaults(const std::string& path, Faults faults) SIM_EXCLUDES(mMutex);
 
@@ -75,20 +74,20 @@ class Attributes {
     std::optional<int> stat(const char* path, struct ::stat* status) SIM_EXCLUDES(mMutex);
     std::optional<ssize_t> pread(int fd, void* buffer, size_t size, off_t offset)
         SIM_EXCLUDES(mMutex);
-    // Also for other descriptors beside those of attributes. The timeout is the workstation's time.
+    // Other descriptors may be among them. The timeout is in the workstation's time.
     std::optional<int> poll(pollfd* fds, nfds_t count, int timeoutMillis) SIM_EXCLUDES(mMutex);
 
-    // How often attributes have been polled and the path has been opened. waitIdle() waits until a
-    // poll is under way while nothing is ready for it: false after `patience`.
+    // How often attributes have been polled, and the path has been opened.
     int polls() const SIM_EXCLUDES(mMutex);
     int opens(const std::string& path) const SIM_EXCLUDES(mMutex);
+    // Waits until a poll is under way with nothing ready for it; false after `patience`.
     bool waitIdle(std::chrono::seconds patience = std::chrono::seconds(30)) SIM_EXCLUDES(mMutex);
 
   private:
     struct Attribute {
         Content content;  // null when removed
         Faults faults;
-        off_t size = kReadBytes;
+        off_t size = kMaxReadBytes;
         int opens = 0;
     };
     struct Open;
@@ -108,7 +107,7 @@ class Attributes {
     mutable Mutex mMutex;
     Condition mChanged;
     std::map<std::string, Attribute> mAttributes SIM_GUARDED_BY(mMutex);
-    // By what the descriptor refers to: its number may be another file's by now.
+    // By the file, not by the descriptor's number, which may have become another file's.
     std::map<Key, std::shared_ptr<Open>> mOpen SIM_GUARDED_BY(mMutex);
     int mPolls SIM_GUARDED_BY(mMutex) = 0;
     const Fd mFeeder;  // the feeder's epoll instance

@@ -8,26 +8,26 @@
 
 #include "phone/phone.h"
 #include "sim/kernel/gpu.h"
-#include "sim/testing/told_phone.h"
+#include "tests/support/phone_fixture.h"
 
 namespace sim {
 namespace {
 
-class AttributesTest : public ToldPhoneTest {
+class AttributesTest : public PhoneTest {
   protected:
     Fd open(const char* path) { return Fd(phone::open(path, O_RDONLY)); }
-    // What a poll for changes tells at once.
+    // The events of a poll for changes that does not wait.
     int ready(const Fd& fd) {
         pollfd watch = {fd.get(), POLLPRI | POLLERR, 0};
         return phone::poll(&watch, 1, 0) == 1 ? watch.revents : 0;
     }
-    // Of one read, or its error.
+    // The text of one read, or its error.
     std::string text(const Fd& fd, off_t offset = 0) {
         std::string buffer(10000, '\0');
         const ssize_t got = phone::pread(fd.get(), buffer.data(), buffer.size(), offset);
         return got < 0 ? strerror(errno) : buffer.substr(0, static_cast<size_t>(got));
     }
-    // All of it by plain reads of at most `most` bytes.
+    // The whole text by plain reads of at most `most` bytes.
     std::string readPlainly(const Fd& fd, ssize_t most = 4096) {
         std::string all, block(10000, '\0');
         while (const ssize_t got = read(fd.get(), block.data(), block.size())) {

@@ -17,7 +17,7 @@ bool DisplayChannel::receive(DisplayRecord* record) {
 
 bool DisplayChannel::push(const DisplayRecord& record) {
     Lock lock(mMutex);
-    if (mEnded || mRecords.size() >= kRecords) return false;
+    if (mEnded || mRecords.size() >= kMaxRecords) return false;
     mRecords.push_back(record);
     mChanged.notifyAll();
     return true;

@@ -9,19 +9,19 @@
 
 namespace sim {
 
-// One record of the display driver: two texts.
+// One record of the display driver.
 struct DisplayRecord {
     std::string id;
     std::string payload;
 };
 
 // One reader's queue of the display driver's records.
-// Threads: any; receive() from one at a time.
+// Threads: any; one receive() at a time.
 class DisplayChannel {
   public:
-    static constexpr size_t kRecords = 256;
+    static constexpr size_t kMaxRecords = 256;
 
-    // Waits for the next record; false once the channel has been ended and read empty.
+    // Waits for the next record; false once the channel has ended and every record is read.
     bool receive(DisplayRecord* record) SIM_EXCLUDES(mMutex);
 
     // False when the queue is full or ended: the record is lost.
@@ -35,8 +35,8 @@ class DisplayChannel {
     bool mEnded SIM_GUARDED_BY(mMutex) = false;
 };
 
-// The display driver's kernel events: every open channel gets each.
-// Ownership: a channel is its reader's, and gets records as long as that keeps it.
+// The display driver's kernel events; each goes to every open channel.
+// Ownership: a channel belongs to its reader and is closed by its destruction.
 // Threads: any.
 class DisplayKernel {
   public:

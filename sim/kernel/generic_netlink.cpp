@@ -103,7 +103,7 @@ GenericNetlink::Port* GenericNetlink::find(const NetlinkSocket& socket) {
     return nullptr;
 }
 
-// Asks the socket itself: its thread may not have noticed yet that it was closed.
+// Asks the socket itself, since its thread may notice the close later.
 bool GenericNetlink::isTaken(uint32_t id) {
     return std::any_of(mPorts.begin(), mPorts.end(),
                        [&](const Port& port) { return port.id == id && !port.socket->closed(); });
@@ -129,7 +129,7 @@ void GenericNetlink::answerAll(NetlinkSocket& socket, const std::string& datagra
     std::string_view rest = datagram;
     while (const auto message = takeMessage(&rest)) answer(*find(socket), *message);
     mReceived.push_back(datagram);
-    if (mReceived.size() > kHistory) mReceived.pop_front();
+    if (mReceived.size() > kMaxHistory) mReceived.pop_front();
     mChanged.notifyAll();
 }
 
@@ -201,12 +201,9 @@ std::vector<std::string> GenericNetlink::received() {
 }
 
 bool GenericNetlink::waitReceived(size_t count) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
     Lock lock(mMutex);
-    while (mReceived.size() < count) {
-        if (!mChanged.waitUntil(mMutex, deadline)) return mReceived.size() >= count;
-    }
-    return true;
+    return mChanged.waitFor(mMutex, std::chrono::seconds(30),
+                            [&]() SIM_REQUIRES(mMutex) { return mReceived.size() >= count; });
 }
 
 bool GenericNetlink::hasRegistered() const {
@@ -215,12 +212,9 @@ bool GenericNetlink::hasRegistered() const {
 }
 
 bool GenericNetlink::waitRegistered(std::chrono::seconds patience) {
-    const auto deadline = std::chrono::steady_clock::now() + patience;
     Lock lock(mMutex);
-    while (!hasRegistered()) {
-        if (!mChanged.waitUntil(mMutex, deadline)) return hasRegistered();
-    }
-    return true;
+    return mChanged.waitFor(mMutex, patience,
+                            [this]() SIM_REQUIRES(mMutex) { return hasRegistered(); });
 }
 
 }  // namespace sim

@@ -10,7 +10,6 @@
 #include <vector>
 
 #include "sim/base/mutex.h"
-#include "sim/kernel/netlink_socket.h"
 #include "sim/kernel/sockets.h"
 
 namespace sim {
@@ -21,12 +20,12 @@ struct GenlMessage;
 // audio module, whose family is "aud_knl_nt". Other protocols are refused.
 //
 // Threads: any. Each socket has a thread "sim_netlink" that answers what the process sends.
-// Errors: what a full queue loses is told to the process by ENOBUFS, as a real kernel does.
+// Errors: as with a real kernel, a receive reports ENOBUFS after a full queue has lost datagrams.
 class GenericNetlink : public SocketFamily {
   public:
     static constexpr uint16_t kFamilyId = 28;
 
-    // How the controller answers the question for the audio module's family.
+    // How the controller answers a look-up of the audio module's family.
     enum class Answer { kFamily, kNoFamily, kNothing };
     enum class Pushed { kQueued, kLost, kNobody };
 
@@ -47,16 +46,16 @@ class GenericNetlink : public SocketFamily {
     // when negative; 0 takes nothing and sets EAGAIN.
     void setSendResults(std::deque<ssize_t> results) SIM_EXCLUDES(mMutex);
 
-    // The last kHistory datagrams that came from the process, oldest first. The waiting form gives
-    // them half a minute to become `count`.
-    static constexpr size_t kHistory = 1000;
+    // The last kMaxHistory datagrams of the process, oldest first. The waiting form waits until
+    // there are `count`; false after 30 s.
+    static constexpr size_t kMaxHistory = 1000;
     std::vector<std::string> received() SIM_EXCLUDES(mMutex);
     bool waitReceived(size_t count) SIM_EXCLUDES(mMutex);
     // Waits until a socket has registered with the audio module; false after `patience`.
     bool waitRegistered(std::chrono::seconds patience) SIM_EXCLUDES(mMutex);
 
-    // From then on sockets are those of the workstation's own kernel. A look-up there may make it
-    // load modules. Before any socket is made.
+    // Makes all sockets those of the workstation's own kernel, where a look-up may load modules. To
+    // be called before any socket is made.
     void useWorkstationKernel() { mWorkstation = true; }
 
   private:

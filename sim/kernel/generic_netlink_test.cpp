@@ -4,9 +4,9 @@
 #include <linux/netlink.h>
 
 #include "phone/phone.h"
-#include "sim/base/hex.h"
+#include "sim/base/text.h"
 #include "sim/kernel/display_kernel.h"
-#include "sim/testing/told_phone.h"
+#include "tests/support/phone_fixture.h"
 
 namespace sim {
 namespace {
@@ -23,7 +23,7 @@ std::string packed(const std::string& hex) {
     return hexOf(bytesOfHex(hex));
 }
 
-class GenericNetlinkTest : public ToldPhoneTest {
+class GenericNetlinkTest : public PhoneTest {
   protected:
     GenericNetlink& kernel() { return phone().netlink(); }
 
@@ -38,7 +38,7 @@ class GenericNetlinkTest : public ToldPhoneTest {
         mFd = opened();
         ASSERT_EQ(0, bound(mFd, 100001));
     }
-    // Waits until the kernel has seen it.
+    // Sends the bytes and waits until the kernel has received them.
     void send(const std::string& hex) {
         const std::string bytes = bytesOfHex(hex);
         ASSERT_TRUE(writeAll(mFd.get(), bytes.data(), bytes.size()));
@@ -50,7 +50,7 @@ class GenericNetlinkTest : public ToldPhoneTest {
         const auto* const generic = reinterpret_cast<const sockaddr*>(&address);
         return phone::sendto(mFd.get(), "x", 1, 0, generic, sizeof(address)) == 1 ? 0 : errno;
     }
-    // What is there in hex, or the error.
+    // The next datagram in hex, or the error.
     std::string received(size_t size = 4096) {
         std::string bytes(size, '\0');
         const ssize_t got =
@@ -164,7 +164,8 @@ TEST_F(GenericNetlinkTest, TheControlCommandsPlayTheKernel) {
     EXPECT_EQ("usage: audio CMD TEXT", tell("audio 1"));
     EXPECT_EQ("nobody listens to the display", tell("display 7 a@@b"));
     const auto channel = phone().displayKernel().open();
-    for (size_t i = 0; i < DisplayChannel::kRecords; ++i) EXPECT_EQ("ok", tell("display 7 a@@b"));
+    for (size_t i = 0; i < DisplayChannel::kMaxRecords; ++i)
+        EXPECT_EQ("ok", tell("display 7 a@@b"));
     EXPECT_EQ("the queue is full", tell("display 7 a@@b"));
 }
 

@@ -64,7 +64,7 @@ bool Gpu::hasReader() {
 }
 
 std::string Gpu::snapshotOf(size_t size) {
-    constexpr size_t kRun = 64;  // so that it packs well
+    constexpr size_t kRun = 64;  // runs of one byte compress well
     std::string text;
     text.reserve(size);
     for (uint32_t i = 0; text.size() < size; ++i)

@@ -6,11 +6,9 @@
 
 namespace sim {
 
-class Control;
-
-// The phone's graphics driver: its four snapshot files, and the faults it tells of. On a fresh
-// phone there has been no fault: the timestamp is "0" and dumps are allowed.
-// Tells of every fault, whether or not the dump of the one before was read.
+// The phone's graphics driver: its four snapshot files and its faults. On a fresh phone there has
+// been no fault: the timestamp is "0" and dumps are allowed. Every fault is notified, even when the
+// dump of the last one has not been read.
 // Threads: any.
 class Gpu {
   public:
@@ -19,7 +17,7 @@ class Gpu {
     static constexpr char kHashId[] = "/sys/class/kgsl/kgsl-3d0/snapshot/snapshot_hashid";
     static constexpr char kDump[] = "/sys/class/kgsl/kgsl-3d0/snapshot/dump";
 
-    // What the four files say of a fault, each byte as given.
+    // The four files' texts of a fault, byte for byte.
     struct Fault {
         std::string timestamp = "1\n";
         std::string hashId;
@@ -34,33 +32,23 @@ class Gpu {
     void fault(const Fault& fault);
     // Changes whether a dump may be taken, without a notification.
     void setControl(const std::string& control);
-    // All files go, or come back as on a fresh phone and misbehave no more.
+    // Removes all files, or makes them as on a fresh phone and without faults.
     void vanish();
     void appear();
-    // One of the files cannot be opened; each read of the dump gives at most so many bytes.
+    // Faults: opening that file fails; a read of the dump gives at most so many bytes; the device
+    // vanishes when a reader has got so many bytes of a snapshot.
     void makeUnreadable(const std::string& path);
     void shortenReads(size_t bytes);
-    // The device vanishes when a reader has had so many bytes of a snapshot.
     void vanishAfter(size_t bytes);
 
-    // Whether the driver's reader waits for the next fault.
+    // Whether a reader waits for the next fault.
     bool hasReader();
 
-    // A snapshot of that size whose bytes depend on their place alone.
+    // A snapshot of that size; each byte depends on its position alone.
     static std::string snapshotOf(size_t size);
 
   private:
     Attributes& mAttributes;
 };
-
-// The command "gpu" of the phone's control socket:
-//   fault [--hash H] [--timestamp T] [--size BYTES] [--control C]
-//   control C                      what snapshot_control holds from now on
-//   vanish [--after BYTES]
-//   appear
-//   unreadable timestamp|snapshot_control|snapshot_hashid|dump
-//   short-reads BYTES
-//   await-reader                   until hasReader(); an error after 60 s of real time
-void addGpuCommand(Control& control, Gpu& gpu);
 
 }  // namespace sim

@@ -1,7 +1,11 @@
 #pragma once
 
+#include <stdio.h>
+
+#include <string>
 #include <string_view>
 
+#include "sim/base/clock.h"
 #include "sim/base/line_file.h"
 
 namespace sim {
@@ -13,7 +17,12 @@ class KernelLog : public LineFile {
     using LineFile::LineFile;
 
     // Adds "[  seconds.micros] text" with the phone's time since boot.
-    void append(std::string_view text);
+    void append(std::string_view text) {
+        const long long micros = Clock::get().bootNanos() / 1000;
+        char stamp[40];
+        snprintf(stamp, sizeof(stamp), "[%5lld.%06lld] ", micros / 1000000, micros % 1000000);
+        LineFile::append(stamp + std::string(text));
+    }
 };
 
 }  // namespace sim

@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::string_view kBinDirectory = "/system/bin/";
 
-// Everything a real shell would give a meaning that this one does not offer.
+// The characters with a meaning in a real shell that this one does not have.
 bool isForbidden(unsigned char c) {
     return (c < 0x20 && c != '\t') || c == 0x7f ||
            std::string_view("|;&$`<\"'\\?[](){}!").find(static_cast<char>(c)) !=
@@ -65,7 +65,7 @@ std::vector<std::string> matches(const Root& root, const std::string& word) {
 }  // namespace
 
 std::string CommandLine::parse(std::string_view text) {
-    if (text.size() > kBytes) return "is too long";
+    if (text.size() > kMaxBytes) return "is too long";
     auto forbidden = std::find_if(text.begin(), text.end(), isForbidden);
     if (forbidden != text.end()) {
         const bool printable = *forbidden > 0x20 && *forbidden < 0x7f;

@@ -8,9 +8,9 @@ namespace sim {
 
 class Root;
 
-// One command line, taken apart: a program, its words, and where its output goes.
+// One command line: a program, its words, and the file for its output.
 struct CommandLine {
-    static constexpr size_t kBytes = 16 * 1024;
+    static constexpr size_t kMaxBytes = 16 * 1024;
 
     std::string program;             // without a leading "/system/bin/"
     std::vector<std::string> words;  // after the program; "*" expanded
@@ -20,8 +20,8 @@ struct CommandLine {
     // component of a path only. Returns what is wrong with it, or an empty text.
     std::string parse(std::string_view text);
 
-    // Replaces each word holding "*" by the names in the tree that it stands for, sorted; one that
-    // stands for none stays as it is. Names that start with "." are matched by a "." alone.
+    // Replaces each word with a "*" by the names in the tree that it matches, sorted; a word
+    // without a match is kept. A leading "." is matched by a "." alone.
     void expand(const Root& root);
 };
 

@@ -1,18 +1,20 @@
+#include "sim/shell/host_arguments.h"
+
 #include <errno.h>
 #include <fcntl.h>
 #include <string.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <initializer_list>
 #include <string_view>
 
 #include "sim/base/root.h"
-#include "sim/shell/host_programs.h"
 
 namespace sim {
 namespace {
 
-// Opened by the workstation's name of a descriptor, whatever happened to its path meanwhile.
+// The workstation's path of a descriptor, valid even when the directory has been moved.
 std::string pathOf(const Fd& fd) {
     return "/proc/self/fd/" + std::to_string(fd.get()) + '/';
 }
@@ -43,7 +45,7 @@ class Arguments {
                 error = S_ISLNK(mode) ? ELOOP : ENOTDIR;
             if (force && (error == ENOENT || error == ENOTDIR)) continue;
             if (error != 0) return refuse(word, strerror(error));
-            // Asked of the word: "x/.." is "the directory above", and never meant.
+            // The word counts, not the place: "x/.." would remove the directory above.
             if (place.path == "." || endsInDots(word)) return refuse(word, "cannot be removed");
             if (!hand(place.parent, '/' + parentPath(place), place.name)) return false;
         }
@@ -51,7 +53,7 @@ class Arguments {
     }
 
     bool cp() {
-        // A link below a source is copied as a link, one in the way of a copy is replaced by it.
+        // A link below a source is copied as a link; a link at the destination is replaced.
         mOut.insert(mOut.end(), {"-P", "--remove-destination"});
         if (!options({"-r"})) return false;
         // A source that is refused is told of and the rest copied, as cp itself does.
@@ -109,7 +111,7 @@ class Arguments {
         return false;
     }
 
-    // The options in front; any other word that starts with "-" is refused wherever it stands.
+    // Takes the options in front; any other word that starts with "-" is refused, wherever it is.
     bool options(std::initializer_list<std::string_view> allowed) {
         while (mNext < mWords.size() &&
                std::find(allowed.begin(), allowed.end(), mWords[mNext]) != allowed.end())
@@ -125,7 +127,7 @@ class Arguments {
         return found || refuse(word, strerror(ENOTDIR));
     }
 
-    // What is left of the words, each a path that is written to.
+    // Takes the remaining words as paths that are written to.
     bool paths() {
         for (; mNext < mWords.size(); ++mNext) {
             if (!path(mWords[mNext], kWritten)) return false;
@@ -144,7 +146,8 @@ class Arguments {
                     where.name + (missing && where.directory ? "/" : ""));
     }
 
-    // Refuses what the program would follow, wait for, or change under another name too.
+    // Resolves a path; refuses a link, a FIFO or device, and a file with another name to be
+    // written.
     bool place(const std::string& word, Use use, Root::Place& where, struct stat& status) {
         if (int error = mRoot.resolve(word, where)) return refuse(word, strerror(error));
         status = statusOf(where);
@@ -155,8 +158,8 @@ class Arguments {
         return use == kRead || status.st_nlink == 1 || refuse(word, strerror(EMLINK));
     }
 
-    // A member keeps the name it has below -C; it may be a link, which is archived as one unless
-    // its path asks for what is behind it.
+    // Takes a member of the archive, which keeps its name below -C. A link is archived as a link,
+    // but refused when its path ends in "/".
     bool member(const std::string& directory, const std::string& word) {
         Root::Place base, where;
         if (int error = mRoot.resolve(word[0] == '/' ? "/" : directory, base))
@@ -172,7 +175,7 @@ class Arguments {
         return hand(where.parent, name, where.name, "--add-file=");
     }
 
-    // Gives the members back the names that stand for their directories' descriptors.
+    // Has tar replace the descriptors' paths by the directories' names in the members' names.
     void nameMembers() {
         for (const HostCommand::Directory& directory : mCommand.directories) {
             std::string name;
@@ -184,7 +187,7 @@ class Arguments {
         }
     }
 
-    // Adds `name` in a directory as an operand; the directory is known as `directoryName`.
+    // Adds `name` in a directory as an operand; messages call the directory `directoryName`.
     bool hand(const Fd& fd, const std::string& directoryName, const std::string& name,
               const char* option = "") {
         auto& all = mCommand.directories;
@@ -200,14 +203,14 @@ class Arguments {
         return true;
     }
 
-    // The same for a directory itself.
+    // Adds a directory itself as an operand.
     bool handSelf(const Root::Place& place, const std::string& name, const char* option = "") {
         Fd fd(openat(place.parent.get(), place.name.c_str(),
                      O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         return fd.valid() ? hand(fd, name, ".", option) : refuse(place.path, strerror(errno));
     }
 
-    // Its mode is 0 when nothing is there.
+    // The place's status; its mode is 0 when nothing is there.
     static struct stat statusOf(const Root::Place& place) {
         struct stat status {};
         fstatat(place.parent.get(), place.name.c_str(), &status, AT_SYMLINK_NOFOLLOW);

@@ -8,17 +8,17 @@
 #include "sim/base/fd.h"
 #include "sim/base/process.h"
 #include "sim/base/root.h"
-#include "sim/userspace/phone_log.h"
+#include "sim/userspace/log.h"
 
 namespace sim {
 namespace {
 
-constexpr size_t kComplaintBytes = 4096;
+constexpr size_t kMaxComplaintBytes = 4096;
 
-// Full of NULs and unable to grow: a program that complains without end takes no more memory.
+// A file of NULs that cannot grow, so that endless complaints take no more memory.
 int openComplaints() {
     const int fd = memfd_create("complaints", MFD_CLOEXEC | MFD_ALLOW_SEALING);
-    if (fd >= 0 && ftruncate(fd, kComplaintBytes) == 0) fcntl(fd, F_ADD_SEALS, F_SEAL_GROW);
+    if (fd >= 0 && ftruncate(fd, kMaxComplaintBytes) == 0) fcntl(fd, F_ADD_SEALS, F_SEAL_GROW);
     return fd;
 }
 
@@ -28,7 +28,7 @@ int statusOnFullDisk(const std::string& program) {
     return program == "tar" ? 2 : program == "cp" ? 1 : 0;
 }
 
-int runHostProgram(const Root& root, const HostCommand& command, int outputFd) {
+int runHostProgram(const Root& root, Log& log, const HostCommand& command, int outputFd) {
     const std::string& program = command.arguments.front();
     Fd complaints(openComplaints());
     ProcessStarter starter;
@@ -41,16 +41,17 @@ int runHostProgram(const Root& root, const HostCommand& command, int outputFd) {
     starter.setEnvironment({"PATH=/usr/bin:/bin", "LC_ALL=C"});
     pid_t pid = 0;
     if (int error = starter.start("/bin/" + program, command.arguments, pid)) {
-        logAs("sh", kError, program + ": " + strerror(error));
+        log.write(kError, "sh", program + ": " + strerror(error));
         return W_EXITCODE(127, 0);
     }
     const int status = waitForExit(pid);
     if (status < 0) return -1;
     lseek(complaints.get(), 0, SEEK_SET);
-    std::string said = readAll(complaints.get(), kComplaintBytes).c_str();  // up to the first NUL
+    std::string said =
+        readAll(complaints.get(), kMaxComplaintBytes).c_str();  // up to the first NUL
     command.nameDirectories(said);
     said.insert(0, command.complaints);
-    if (!said.empty()) logAs("sh", kWarn, said);
+    if (!said.empty()) log.write(kWarn, "sh", said);
     return status == 0 && !command.complaints.empty() ? W_EXITCODE(1, 0) : status;
 }
 

@@ -6,12 +6,10 @@
 #include "sim/base/fd.h"
 #include "sim/base/root.h"
 #include "sim/kernel/kernel_log.h"
-#include "sim/phone.h"
 #include "sim/shell/shell.h"
 #include "sim/userspace/audio_dump.h"
 #include "sim/userspace/log.h"
 #include "sim/userspace/logcat.h"
-#include "sim/userspace/phone_log.h"
 
 namespace sim {
 namespace {
@@ -22,34 +20,36 @@ int print(int outputFd, const std::string& text) {
     return writeAll(outputFd, text.data(), text.size()) ? 0 : 1;
 }
 
-int complain(const std::string& text) {
-    logAs("sh", kWarn, text);
+int complain(Log& log, const std::string& text) {
+    log.write(kWarn, "sh", text);
     return 1;
 }
 
-int logcat(Phone& phone, const Words& words, int outputFd) {
+int logcat(Log& log, const Words& words, int outputFd) {
     LogcatOptions options;
     if (std::string wrong = options.parse(words); !wrong.empty())
-        return complain("logcat: " + wrong);
+        return complain(log, "logcat: " + wrong);
     if (options.clear) {
-        return phone.log().clear() ? 0 : complain("logcat: another process keeps the log locked");
+        return log.clear() ? 0 : complain(log, "logcat: another process keeps the log locked");
     }
-    // Without -d it would hold the caller for ever.
-    if (!options.dump) return complain("logcat: needs -d, -t or -c in a command of the service");
-    return runLogcat(phone.log().directory(), options, outputFd);
+    // Without -d it would block the caller for ever.
+    if (!options.dump)
+        return complain(log, "logcat: needs -d, -t or -c in a command of the service");
+    return runLogcat(log.directory(), options, outputFd);
 }
 
-int dmesg(Phone& phone, const Words& words, int outputFd) {
-    if (words.empty()) return print(outputFd, phone.kernelLog().read());
-    if (words == Words{"-c"}) return print(outputFd, phone.kernelLog().readAndClear());
-    return complain("dmesg: takes -c alone");
+int dmesg(Log& log, KernelLog& kernelLog, const Words& words, int outputFd) {
+    if (words.empty()) return print(outputFd, kernelLog.read());
+    if (words == Words{"-c"}) return print(outputFd, kernelLog.readAndClear());
+    return complain(log, "dmesg: takes -c alone");
 }
 
-int dumpsys(const Words& words, int outputFd) {
-    if (words.empty() || words[0][0] == '-') return complain("dumpsys: takes a service's name");
+int dumpsys(Log& log, const Words& words, int outputFd) {
+    if (words.empty() || words[0][0] == '-')
+        return complain(log, "dumpsys: takes a service's name");
     if (const std::string dump = audioDump(words[0]); !dump.empty()) return print(outputFd, dump);
-    // As on a phone this is no failure of the program.
-    complain("Can't find service: " + words[0]);
+    // Exits with 0, as on a phone.
+    complain(log, "Can't find service: " + words[0]);
     return 0;
 }
 
@@ -69,22 +69,22 @@ std::string shortestTrace() {
     return trace + packet;
 }
 
-int perfetto(Phone& phone, const Words& words) {
+int perfetto(const Root& root, Log& log, const Words& words) {
     if (words.size() != 4 || words[0] != "--config" || words[1] != ":test" || words[2] != "--out")
-        return complain("perfetto: takes --config :test --out FILE");
-    Fd out(phone.root().open(words[3].c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
-    if (!out.valid()) return complain("perfetto: cannot open " + words[3]);
+        return complain(log, "perfetto: takes --config :test --out FILE");
+    Fd out(root.open(words[3].c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
+    if (!out.valid()) return complain(log, "perfetto: cannot open " + words[3]);
     return print(out.get(), shortestTrace());
 }
 
 }  // namespace
 
-void addPrograms(Phone& phone) {
-    Shell& shell = phone.shell();
-    shell.add("logcat", [&phone](const Words& words, int fd) { return logcat(phone, words, fd); });
-    shell.add("dmesg", [&phone](const Words& words, int fd) { return dmesg(phone, words, fd); });
-    shell.add("dumpsys", dumpsys);
-    shell.add("perfetto", [&phone](const Words& words, int) { return perfetto(phone, words); });
+void addPrograms(Shell& shell, const Root& root, Log& log, KernelLog& kernelLog) {
+    shell.add("logcat", [&](const Words& words, int fd) { return logcat(log, words, fd); });
+    shell.add("dmesg",
+              [&](const Words& words, int fd) { return dmesg(log, kernelLog, words, fd); });
+    shell.add("dumpsys", [&](const Words& words, int fd) { return dumpsys(log, words, fd); });
+    shell.add("perfetto", [&](const Words& words, int) { return perfetto(root, log, words); });
 }
 
 }  // namespace sim

@@ -2,9 +2,13 @@
 
 namespace sim {
 
-class Phone;
+class KernelLog;
+class Log;
+class Root;
+class Shell;
 
-// Registers the phone's own stand-in programs with its shell: logcat, dmesg, dumpsys, perfetto.
-void addPrograms(Phone& phone);
+// Registers the phone's own programs with its shell, as stand-ins: logcat, dmesg, dumpsys and
+// perfetto.
+void addPrograms(Shell& shell, const Root& root, Log& log, KernelLog& kernelLog);
 
 }  // namespace sim

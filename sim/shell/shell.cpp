@@ -8,29 +8,20 @@
 #include "sim/base/fd.h"
 #include "sim/base/root.h"
 #include "sim/shell/command_line.h"
+#include "sim/shell/host_arguments.h"
 #include "sim/shell/host_programs.h"
-#include "sim/userspace/phone_log.h"
+#include "sim/userspace/log.h"
+#include "sim/userspace/program_faults.h"
 
 namespace sim {
-namespace {
-
-int refuse(const std::string& command, const std::string& why, int exitStatus) {
-    logAs("sh", kError, why + ": " + command);
-    return W_EXITCODE(exitStatus, 0);
-}
-
-}  // namespace
-
-Shell::Shell(const Root& root) : mRoot(root) {}
-
 int Shell::run(const char* command) {
     if (command == nullptr) return 1;
-    // A command's failure is told by its status alone.
+    // A command's failure shows in its status alone.
     const int savedErrno = errno;
     {
         Lock lock(mMutex);
         mHistory.emplace_back(command);
-        if (mHistory.size() > kHistory) mHistory.pop_front();
+        if (mHistory.size() > kMaxHistory) mHistory.pop_front();
     }
     const int status = execute(command);
     errno = savedErrno;
@@ -51,7 +42,7 @@ int Shell::execute(const std::string& command) {
 }
 
 int Shell::start(const CommandLine& line, int outputFd) {
-    if (int imposed = faultOf(line.program)) return W_EXITCODE(imposed, 0);
+    if (int imposed = mFaults.apply(line.program)) return W_EXITCODE(imposed, 0);
     if (isHostProgram(line.program)) {
         HostCommand command;
         std::string why;
@@ -59,7 +50,7 @@ int Shell::start(const CommandLine& line, int outputFd) {
             return refuse(line.program, why, 1);
         const int full = mRoot.diskFull() ? statusOnFullDisk(line.program) : 0;
         if (full != 0) return refuse(line.program, strerror(ENOSPC), full);
-        return runHostProgram(mRoot, command, outputFd);
+        return runHostProgram(mRoot, mLog, command, outputFd);
     }
     Program program;
     {
@@ -71,6 +62,11 @@ int Shell::start(const CommandLine& line, int outputFd) {
     return W_EXITCODE(program(line.words, outputFd), 0);
 }
 
+int Shell::refuse(const std::string& command, const std::string& why, int exitStatus) {
+    mLog.write(kError, "sh", why + ": " + command);
+    return W_EXITCODE(exitStatus, 0);
+}
+
 void Shell::add(const std::string& name, Program program) {
     Lock lock(mMutex);
     mPrograms[name] = std::move(program);
@@ -79,43 +75,6 @@ void Shell::add(const std::string& name, Program program) {
 std::vector<std::string> Shell::history() const {
     Lock lock(mMutex);
     return {mHistory.begin(), mHistory.end()};
-}
-
-void Shell::fail(const std::string& program, int exitStatus) {
-    Lock lock(mMutex);
-    mFailing[program] = exitStatus;
-}
-
-void Shell::hang(const std::string& program) {
-    Lock lock(mMutex);
-    mHanging.insert(program);
-}
-
-void Shell::release(const std::string& program) {
-    Lock lock(mMutex);
-    mHanging.erase(program);
-    mChanged.notifyAll();
-}
-
-bool Shell::waitHanging(const std::string& program) {
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(30);
-    Lock lock(mMutex);
-    while (mWaiting.count(program) == 0) {
-        if (!mChanged.waitUntil(mMutex, deadline)) return mWaiting.count(program) != 0;
-    }
-    return true;
-}
-
-int Shell::faultOf(const std::string& program) {
-    Lock lock(mMutex);
-    if (mHanging.count(program) != 0) {
-        auto waiting = mWaiting.insert(program);
-        mChanged.notifyAll();
-        while (mHanging.count(program) != 0) mChanged.wait(mMutex);
-        mWaiting.erase(waiting);
-    }
-    auto failing = mFailing.find(program);
-    return failing == mFailing.end() ? 0 : failing->second;
 }
 
 }  // namespace sim

@@ -36,7 +36,7 @@ class ShellTest : public PhoneTest {
         EXPECT_TRUE(WIFEXITED(status)) << command;
         return WEXITSTATUS(status);
     }
-    // Each of the commands, `start` with one of the ends, exits with that.
+    // Expects each command, `start` followed by one of the ends, to exit with that status.
     void exits(testing::Matcher<int> status, const std::string& start,
                const std::vector<std::string>& ends) {
         for (const std::string& end : ends) EXPECT_THAT(run(start + end), status) << start << end;
@@ -106,7 +106,7 @@ TEST_F(ShellTest, ProgramsThatWalkATreeDoNotFollowItsLinks) {
     EXPECT_THAT(members("/data/a.tar.gz"), testing::Not(HasSubstr("file")));
     EXPECT_EQ(run("cp -r /data/x /data/y"), 0);
     EXPECT_TRUE(fs::is_symlink(phone().fsDir() + "/data/y/escape"));
-    // Copies onto planted links: the link to a file gives way, the one to a directory refuses.
+    // Copies onto planted links: a link to a file is replaced, a link to a directory is refused.
     file("/data/src/escape", "new");
     EXPECT_EQ(run("cp /data/src/escape /data/x/"), 0);
     EXPECT_EQ(contents("/data/x/escape"), "new");
@@ -159,7 +159,8 @@ TEST_F(ShellTest, ADirectoryReplacedAfterTheCheckLeadsNowhere) {
         ASSERT_TRUE(sim::hostArguments(phone().root(), program, words, command, why)) << why;
         fs::rename(x, moved);
         fs::create_symlink(precious(), x);
-        EXPECT_EQ(sim::runHostProgram(phone().root(), command, STDERR_FILENO), 0) << program;
+        EXPECT_EQ(sim::runHostProgram(phone().root(), phone().log(), command, STDERR_FILENO), 0)
+            << program;
         fs::remove(x);
         fs::rename(moved, x);
     }
@@ -218,7 +219,7 @@ TEST_F(ShellTest, TheKernelLogKeepsItsLatestLines) {
     const std::string kept = log.read();
     EXPECT_THAT(kept, testing::AllOf(testing::StartsWith("["), testing::Not(HasSubstr("first")),
                                      testing::EndsWith("] last of all\n")));
-    EXPECT_LE(kept.size(), sim::KernelLog::kBytes + 2048);
+    EXPECT_LE(kept.size(), sim::KernelLog::kMaxBytes + 2048);
     EXPECT_EQ(log.readAndClear(), kept);
     EXPECT_EQ(log.readAndClear(), "");
 }

@@ -4,15 +4,14 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
-#include <time.h>
 
 #include <algorithm>
 
 #include "sim/base/clock.h"
 #include "sim/base/fd.h"
 #include "sim/base/root.h"
-#include "sim/phone.h"
-#include "sim/userspace/phone_log.h"
+#include "sim/base/text.h"
+#include "sim/userspace/log.h"
 #include "sim/userspace/properties.h"
 #include "sim/userspace/services.h"
 
@@ -22,9 +21,9 @@ namespace {
 constexpr char kService[] = "audiodumpinfo";
 constexpr char kTypeProperty[] = "kelvo.audio.dumpinfo.type";
 constexpr char kDirectory[] = "/data/persist_log/TMP/audio_dumpsys/";
-constexpr size_t kTypeInName = 32;
+constexpr size_t kMaxTypeInName = 32;
 
-// What they say while nothing plays.
+// Their dumps while nothing plays.
 constexpr struct {
     const char* service;
     const char* text;
@@ -45,20 +44,15 @@ constexpr struct {
 // "YYYY-MM-DD_HH-MM-SS.mmm"
 std::string stamp() {
     const int64_t millis = Clock::get().wallNanos() / 1000000;
-    const time_t seconds = static_cast<time_t>(millis / 1000);
-    struct tm local {};
-    localtime_r(&seconds, &local);
-    char second[40], whole[48];
-    strftime(second, sizeof(second), "%Y-%m-%d_%H-%M-%S", &local);
-    snprintf(whole, sizeof(whole), "%s.%03d", second, static_cast<int>(millis % 1000));
-    return whole;
+    char fraction[8];
+    snprintf(fraction, sizeof(fraction), ".%03d", static_cast<int>(millis % 1000));
+    return localTime("%Y-%m-%d_%H-%M-%S", millis / 1000) + fraction;
 }
 
-// A new file STAMP-N-TYPE.txt: of those of one millisecond, whichever process writes them, N tells
-// which is which.
+// Makes a new file STAMP-N-TYPE.txt. N counts the files of one millisecond, from all processes.
 Fd create(const Root& root, const std::string& type, std::string& path) {
     const std::string start = kDirectory + stamp() + "-";
-    std::string plain = type.substr(0, kTypeInName);
+    std::string plain = type.substr(0, kMaxTypeInName);
     std::replace_if(
         plain.begin(), plain.end(), [](unsigned char c) { return isalnum(c) == 0; }, '_');
     for (unsigned n = 1;; ++n) {
@@ -68,24 +62,24 @@ Fd create(const Root& root, const std::string& type, std::string& path) {
     }
 }
 
-int fail(const std::string& path, int error) {
-    logAs(kService, kError, "cannot write " + path + ": " + strerror(error));
+int fail(Log& log, const std::string& path, int error) {
+    log.write(kError, kService, "cannot write " + path + ": " + strerror(error));
     return 1;
 }
 
-int dump(Phone& phone) {
-    const std::string type = phone.properties().get(kTypeProperty).value_or("");
+int dump(const Root& root, Properties& properties, Log& log) {
+    const std::string type = properties.get(kTypeProperty).value_or("");
     std::string text = "dump type: " + type + "\n", path;
     for (const auto& part : kDumps)
         text += std::string("\nDUMP OF SERVICE ") + part.service + ":\n" + part.text;
-    const Fd fd = create(phone.root(), type, path);
-    if (!fd.valid()) return fail(path, errno);
+    const Fd fd = create(root, type, path);
+    if (!fd.valid()) return fail(log, path, errno);
     if (!writeAll(fd.get(), text.data(), text.size())) {
         const int error = errno;
-        phone.root().remove(path.c_str());
-        return fail(path, error);
+        root.remove(path.c_str());
+        return fail(log, path, error);
     }
-    logAs(kService, kInfo, "wrote " + path);
+    log.write(kInfo, kService, "wrote " + path);
     return 0;
 }
 
@@ -98,8 +92,8 @@ std::string audioDump(std::string_view service) {
     return "";
 }
 
-void addAudioDumpService(Phone& phone) {
-    phone.services().add(kService, [&phone] { return dump(phone); });
+void addAudioDumpService(Services& services, const Root& root, Properties& properties, Log& log) {
+    services.add(kService, [&] { return dump(root, properties, log); });
 }
 
 }  // namespace sim

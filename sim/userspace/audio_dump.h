@@ -5,15 +5,18 @@
 
 namespace sim {
 
-class Phone;
+class Log;
+class Properties;
+class Root;
+class Services;
 
-// What one of the phone's audio services ("media.audio_flinger", "media.audio_policy", "audio")
-// says of itself; empty for a name that is none.
+// The dump of one of the phone's audio services ("media.audio_flinger", "media.audio_policy",
+// "audio"); empty for another name.
 std::string audioDump(std::string_view service);
 
-// Registers init's service "audiodumpinfo". Started, it writes what all three say, headed by the
-// type in "kelvo.audio.dumpinfo.type", to a file of its own in the audio dump directory, or leaves
-// none and a log line.
-void addAudioDumpService(Phone& phone);
+// Registers init's service "audiodumpinfo". Each run writes the three dumps, headed by the type in
+// "kelvo.audio.dumpinfo.type", to a new file in the audio dump directory; when it cannot, it leaves
+// no file but a log line.
+void addAudioDumpService(Services& services, const Root& root, Properties& properties, Log& log);
 
 }  // namespace sim

@@ -1,5 +1,5 @@
-// What the phone gives the capture of logs: the reporting library, tombstones, the audio dump
-// service, a disk that can be full.
+// The parts of the phone that a capture of logs uses: the reporting library, tombstones, the audio
+// dump service, a full disk.
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <poll.h>
@@ -11,14 +11,14 @@
 #include "phone/phone.h"
 #include "sim/base/root.h"
 #include "sim/shell/shell.h"
-#include "sim/testing/told_phone.h"
 #include "sim/userspace/reports.h"
 #include "sim/userspace/tombstones.h"
+#include "tests/support/phone_fixture.h"
 
 using testing::ElementsAre;
 using testing::EndsWith;
 
-class CaptureSideTest : public ToldPhoneTest {
+class CaptureSideTest : public PhoneTest {
   protected:
     static std::string record(const std::string& name, const std::string& logs = "") {
         std::string bytes(288, '\0');
@@ -60,7 +60,7 @@ TEST_F(CaptureSideTest, TheLatestThousandReportsOfAllProcessesStay) {
     }
     for (int status = 0; wait(&status) > 0;) ASSERT_EQ(status, 0);
     const auto all = reports().after(0);
-    ASSERT_EQ(sim::Reports::kKept, all.size());
+    ASSERT_EQ(sim::Reports::kMaxKept, all.size());
     EXPECT_EQ(41u, all.front().number);
     EXPECT_EQ(1040u, all.back().number);
 }

@@ -6,7 +6,6 @@
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,6 +13,7 @@
 
 #include "sim/base/clock.h"
 #include "sim/base/fd.h"
+#include "sim/base/text.h"
 
 namespace sim {
 namespace {
@@ -23,15 +23,12 @@ pid_t currentTid() {
     return tid;
 }
 
-// "MM-DD HH:MM:SS" of a second, worked out once a second and thread.
+// "MM-DD HH:MM:SS" of a second; each thread keeps the last one.
 const char* secondText(int64_t second) {
     static thread_local int64_t lastSecond = -1;
     static thread_local char text[16];
     if (second != lastSecond) {
-        time_t when = static_cast<time_t>(second);
-        tm local{};
-        localtime_r(&when, &local);
-        strftime(text, sizeof(text), "%m-%d %H:%M:%S", &local);
+        snprintf(text, sizeof(text), "%s", localTime("%m-%d %H:%M:%S", second).c_str());
         lastSecond = second;
     }
     return text;
@@ -72,7 +69,7 @@ bool Log::write(int priority, std::string_view tag, std::string_view message) {
         Lock lock(mObserverMutex);
         if (mObserver) mObserver(record);
     }
-    std::string_view rest = message.substr(0, kMessageBytes);
+    std::string_view rest = message.substr(0, kMaxMessageBytes);
     bool written = true;
     for (size_t end; (end = rest.find('\n')) != rest.npos; rest.remove_prefix(end + 1)) {
         written &= writeLine(record, rest.substr(0, end));
@@ -84,13 +81,13 @@ bool Log::write(int priority, std::string_view tag, std::string_view message) {
 }
 
 bool Log::writeLine(const Record& record, std::string_view text) {
-    char line[kMessageBytes + kTagBytes + 64];
+    char line[kMaxMessageBytes + kMaxTagBytes + 64];
     const int64_t second = record.wallNanos / 1000000000;
     const int millis = static_cast<int>(record.wallNanos / 1000000 % 1000);
     int head =
         snprintf(line, sizeof(line), "%s.%03d %5d %5d %c %-8.*s: ", secondText(second), millis,
                  getpid(), record.tid, letter(record.priority),
-                 static_cast<int>(std::min(record.tag.size(), kTagBytes)), record.tag.data());
+                 static_cast<int>(std::min(record.tag.size(), kMaxTagBytes)), record.tag.data());
     if (head < 0) return false;
     size_t size = static_cast<size_t>(head);
     memcpy(line + size, text.data(), text.size());
@@ -116,7 +113,7 @@ void Log::reopen(uint32_t generation) {
 void Log::openMain(uint32_t generation) {
     const std::string path = mDirectory + "/main";
     int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-    if (fd < 0) return;  // the file of before takes the lines
+    if (fd < 0) return;  // the old file takes the lines
     if (mFd < 0) {
         mFd = fd;
     } else {
@@ -128,7 +125,7 @@ void Log::openMain(uint32_t generation) {
 
 void Log::rotate() {
     Lock lock(mRotation);
-    // A process that was stopped may hold it: then the next line tries again.
+    // A stopped process may hold the lock; the next line tries again.
     if (flock(mLockFd, LOCK_EX | LOCK_NB) < 0) return;
     if (mShared->bytes.load() > mFileBytes) {  // no other thread or process did it
         rename((mDirectory + "/main").c_str(), (mDirectory + "/main.old").c_str());
@@ -139,8 +136,8 @@ void Log::rotate() {
 }
 
 bool Log::clear() {
-    // An open file of its own, so that it excludes this process's rotations too and need not wait
-    // under mRotation, which would hold writers up.
+    // A file opened anew excludes this process's rotations too, and is waited for without
+    // mRotation, which writers need.
     const Fd state(open((mDirectory + "/state").c_str(), O_RDWR | O_CLOEXEC));
     if (!lockWithin(state.get(), std::chrono::seconds(1))) return false;
     Lock lock(mRotation);

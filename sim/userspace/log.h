@@ -12,13 +12,16 @@
 
 namespace sim {
 
+// The priorities of a log line, by their numbers on a phone.
+enum Priority { kVerbose = 2, kDebug, kInfo, kWarn, kError, kFatal, kSilent };
+
 // The phone's log: run/log/main, one line a record in the form
 //   MM-DD HH:MM:SS.mmm PID TID P TAG: message
-// shared by every process that opened the phone. Past kFileBytes the file becomes main.old, the
-// former main.old is dropped.
+// shared by every process that opened the phone. Past kMaxFileBytes the file is renamed to
+// main.old, over the former main.old.
 //
-// Threads: any. A line is one write() with O_APPEND, no lock is taken unless the file is rotated.
-// Errors: a line that cannot be written is lost; the caller is never held up. errno is kept.
+// Threads: any. A line is one write() with O_APPEND; a lock is taken for a rotation only.
+// Errors: a line that cannot be written is lost; the caller never waits. errno is kept.
 class Log {
   public:
     struct Record {
@@ -30,31 +33,31 @@ class Log {
     };
     using Observer = std::function<void(const Record&)>;
 
-    static constexpr size_t kMessageBytes = 4096;
-    static constexpr size_t kTagBytes = 128;
-    static constexpr uint32_t kFileBytes = 4u << 20;
+    static constexpr size_t kMaxMessageBytes = 4096;
+    static constexpr size_t kMaxTagBytes = 128;
+    static constexpr uint32_t kMaxFileBytes = 4u << 20;
 
     // `directory` exists; throws std::runtime_error when the log in it cannot be opened.
-    explicit Log(std::string directory, uint32_t fileBytes = kFileBytes);
+    explicit Log(std::string directory, uint32_t fileBytes = kMaxFileBytes);
 
-    // Returns whether all of it was written. A message with newlines becomes several lines.
+    // Writes the message, one line for each of its own; false when a line is lost.
     bool write(int priority, std::string_view tag, std::string_view message);
 
-    // Called for every record of this process, on the logging thread, one at a time, before the
-    // line is written; it must not log. An empty function ends it.
+    // Has `observer` called for every record of this process, before its line is written: on the
+    // logging thread, one record at a time. It must not log. An empty function ends this.
     void observe(Observer observer) SIM_EXCLUDES(mObserverMutex);
 
-    // Drops every line, for every process. False, and nothing is dropped, when another process has
-    // kept the rotation to itself for a second.
+    // Drops every line, for every process. False, with nothing dropped, when another process has
+    // held the rotation's lock for a second.
     bool clear() SIM_EXCLUDES(mRotation);
 
     const std::string& directory() const { return mDirectory; }
-    // 'V', 'D', ... and '?' for what is no priority.
+    // 'V', 'D', ...; '?' for another number.
     static char letter(int priority);
 
   private:
-    // Mapped from run/log/state by every process, so that a writer learns of a rotation without
-    // a system call.
+    // Mapped from run/log/state by every process, so that a writer notices a rotation without a
+    // system call.
     struct Shared {
         std::atomic<uint32_t> generation;  // of the file called "main"
         std::atomic<uint32_t> bytes;       // in it

@@ -35,7 +35,7 @@ class LogTest : public PhoneTest {
         return found;
     }
     bool rotated() { return access((directory() + "/main.old").c_str(), F_OK) == 0; }
-    // The messages' first letters that pass these filters.
+    // The first letters of the messages that pass these filters.
     std::string passing(const std::string& filters) {
         std::istringstream text(filters);
         sim::LogcatOptions options;

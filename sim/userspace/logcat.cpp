@@ -2,15 +2,18 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <stdlib.h>
 #include <string.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
 
 #include <deque>
 
+#include "sim/base/text.h"
+
 namespace sim {
 namespace {
+
+constexpr int64_t kMaxLines = 999999999;
 
 std::string_view nextField(std::string_view& text) {
     const size_t start = std::min(text.find_first_not_of(' '), text.size());
@@ -20,7 +23,7 @@ std::string_view nextField(std::string_view& text) {
     return field;
 }
 
-// 0 for what is no priority.
+// 0 for another letter.
 int priorityOf(char letter) {
     static constexpr std::string_view kLetters = "vdiwefs";
     const size_t found = kLetters.find(static_cast<char>(letter | 0x20));
@@ -57,10 +60,9 @@ std::string LogcatOptions::parse(const std::vector<std::string>& words) {
             if (value != "threadtime") return "-v takes threadtime";
             ++i;
         } else if (word == "-t") {
-            if (value.empty() || value.size() > 9 ||
-                value.find_first_not_of("0123456789") != value.npos)
-                return "-t takes a number of lines";
-            last = static_cast<size_t>(atol(value.c_str()));
+            const auto lines = numberIn(value, 0, kMaxLines);
+            if (!lines) return "-t takes a number of lines";
+            last = static_cast<size_t>(*lines);
             dump = true;
             ++i;
         } else if (word[0] == '-') {
@@ -125,7 +127,7 @@ void LogReader::read(const std::function<void(std::string_view)>& take) {
         mOld = Fd();
     }
     for (drain(take); mainWasReplaced(); drain(take)) {
-        drain(take);  // what came in before it was replaced
+        drain(take);  // lines written before it was replaced
         mMain = Fd(open((mDirectory + "/main").c_str(), O_RDONLY | O_CLOEXEC));
         mPartial.clear();
     }

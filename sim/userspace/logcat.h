@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "sim/base/fd.h"
-#include "sim/userspace/phone_log.h"
+#include "sim/userspace/log.h"
 
 namespace sim {
 
@@ -17,13 +17,13 @@ struct LogLine {
     std::string_view tag;
     std::string_view message;
 
-    // False for what is no line of the log.
+    // False when the text is not a line of the log.
     bool parse(std::string_view line);
 };
 
-// What logcat's words ask for: -d (print and end), -c (clear), -t COUNT (the last so many, and
-// end), -s (silence what no filter names), -v threadtime, and filters "TAG:P", "TAG", "*:P" with P
-// of v d i w e f s. Without filters, and for tags none of them names, everything passes.
+// logcat's options: -d (print and end), -c (clear), -t COUNT (print the last lines and end), -s
+// (silence tags without a filter), -v threadtime, and filters "TAG:P", "TAG", "*:P" with P one of
+// v d i w e f s. Everything passes without filters, and for a tag that no filter names.
 struct LogcatOptions {
     bool dump = false;
     bool clear = false;
@@ -40,15 +40,15 @@ struct LogcatOptions {
     std::map<std::string, int, std::less<>> mTags;
 };
 
-// Reads the log's files, whoever writes them; needs only the log's directory.
+// Follows the log's files through their rotations; other processes may be writing.
 // Threads: one.
 class LogReader {
   public:
     explicit LogReader(const std::string& directory);
 
-    // Gives every whole line that has not been given before, oldest first, without its newline.
+    // Calls `take` with every whole line since the last call, oldest first, without its newline.
     void read(const std::function<void(std::string_view)>& take);
-    // Waits until there may be more, at most so long (-1: for ever); false when there is not.
+    // Waits until there may be new lines; false after the timeout (-1: none).
     bool wait(int timeoutMillis);
 
   private:
@@ -57,14 +57,14 @@ class LogReader {
     bool mainWasReplaced() const;
 
     const std::string mDirectory;
-    Fd mWatch;  // before the first look at the files, so that no change goes unseen
+    Fd mWatch;  // made before the files are opened, so that no change is missed
     Fd mOld;
     Fd mMain;
     std::string mPartial;
 };
 
-// Prints what the options ask for of the log in `directory`, and with neither -d, -c nor -t goes on
-// until the output takes no more. Returns an exit status.
+// Prints the lines of the log in `directory` that pass; without -d and -t goes on until the output
+// fails. Returns an exit status.
 int runLogcat(const std::string& directory, const LogcatOptions& options, int outputFd);
 
 }  // namespace sim

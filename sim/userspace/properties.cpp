@@ -11,44 +11,39 @@
 #include <memory>
 
 #include "sim/base/fd.h"
-#include "sim/userspace/phone_log.h"
+#include "sim/userspace/log.h"
 #include "sim/userspace/services.h"
 
 namespace sim {
 namespace {
+
+constexpr size_t kMaxKeyBytes = 128;
 
 bool startsWith(const std::string& text, const char* start) {
     return text.compare(0, strlen(start), start) == 0;
 }
 
 bool isKey(const std::string& key) {
-    if (key.empty() || key.size() > 128 || key.front() == '.' || key.back() == '.') return false;
+    if (key.empty() || key.size() > kMaxKeyBytes || key.front() == '.' || key.back() == '.')
+        return false;
     if (key.find("..") != key.npos) return false;
     return std::all_of(key.begin(), key.end(), [](unsigned char c) {
         return isalnum(c) != 0 || (c != 0 && strchr("._@:-", c) != nullptr);
     });
 }
 
-bool refuse(const std::string& key, const char* why) {
-    logAs("init", kError, "Unable to set property '" + key.substr(0, 128) + "': " + why);
-    return false;
-}
-
 }  // namespace
-
-Properties::Properties(std::string directory, Services& services)
-    : mDirectory(std::move(directory)), mServices(services) {}
 
 std::optional<std::string> Properties::get(const std::string& key) const {
     if (!isKey(key)) return std::nullopt;
     Fd fd(open(path(key).c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
     if (!fd.valid()) return std::nullopt;
-    return readAll(fd.get(), kValueBytes);
+    return readAll(fd.get(), kMaxValueBytes);
 }
 
 bool Properties::set(const std::string& key, const std::string& value) {
     if (!isKey(key)) return refuse(key, "invalid property name");
-    if (value.size() > kValueBytes) return refuse(key, "property value too long");
+    if (value.size() > kMaxValueBytes) return refuse(key, "property value too long");
     if (value.find('\0') != value.npos) return refuse(key, "property value has a NUL");
     if (key == "ctl.start") {
         return mServices.start(
@@ -58,8 +53,14 @@ bool Properties::set(const std::string& key, const std::string& value) {
     return store(key, value) || refuse(key, strerror(errno));
 }
 
-// Written beside and put in place in one step. A read-only property is linked, which fails when it
-// is there already. Names of half-written files start with ".", which no key does.
+bool Properties::refuse(const std::string& key, const char* why) {
+    mLog.write(kError, "init",
+               "Unable to set property '" + key.substr(0, kMaxKeyBytes) + "': " + why);
+    return false;
+}
+
+// Writes the value to another file and renames that once whole. A read-only property is linked
+// instead, which fails when it exists. The other file's name starts with ".", as no key does.
 bool Properties::store(const std::string& key, const std::string& value) {
     static std::atomic<unsigned> count{0};
     const std::string fresh =

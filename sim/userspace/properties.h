@@ -6,34 +6,39 @@
 
 namespace sim {
 
+class Log;
 class Services;
 
-// The phone's properties: one file each in run/properties, shared by every process of the phone. A
-// value is replaced whole or not at all.
+// The phone's properties: run/properties, one file each, shared by every process of the phone. A
+// reader never sees half a value.
 //
 // Keys: [A-Za-z0-9._@:-], 1 to 128 characters, no "." at either end nor two in a row. Values: at
-// most 91 bytes, no NUL. "ro." properties are set once. Setting "ctl.start" has the service of that
-// name run and stores nothing; "init.svc.NAME" then tells whether it is "running" or "stopped". No
-// other "ctl." key exists.
+// most 91 bytes, no NUL. "ro." properties are set once. Setting "ctl.start" starts the service that
+// the value names and stores nothing; "init.svc.NAME" is then "running" or "stopped". No other
+// "ctl." key exists.
 // Threads: any.
 class Properties {
   public:
-    static constexpr size_t kValueBytes = 91;
+    static constexpr size_t kMaxValueBytes = 91;
 
-    // `directory` exists; `services` outlives this, which outlives what they run.
-    Properties(std::string directory, Services& services);
+    // `directory` exists. `services` and `log` outlive this, which outlives the services' runs.
+    Properties(std::string directory, Services& services, Log& log)
+        : mDirectory(std::move(directory)), mServices(services), mLog(log) {}
 
     std::optional<std::string> get(const std::string& key) const;
-    // False and a log line when the key, the value or the disk refuses.
+    // False and a log line for a bad key or value, or when it cannot be written.
     bool set(const std::string& key, const std::string& value);
     std::map<std::string, std::string> all() const;
 
   private:
+    // False, with one log line.
+    bool refuse(const std::string& key, const char* why);
     bool store(const std::string& key, const std::string& value);
     std::string path(const std::string& key) const { return mDirectory + "/" + key; }
 
     const std::string mDirectory;
     Services& mServices;
+    Log& mLog;
 };
 
 }  // namespace sim

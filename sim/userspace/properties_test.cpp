@@ -18,8 +18,8 @@ TEST_F(PropertiesTest, ProcessesShareThemAndSeeWholeValues) {
     ASSERT_TRUE(setProperty("sys.a", one));
     const pid_t child = fork();
     if (child == 0) {
-        sim::Services none(phone().runDir() + "/init", phone().shell());
-        sim::Properties own(phone().runDir() + "/properties", none);
+        sim::Services none(phone().runDir() + "/init", phone().log(), phone().faults());
+        sim::Properties own(phone().runDir() + "/properties", none, phone().log());
         bool done = own.get("sys.a") == one && own.set("ro.b", "1");
         for (int i = 0; i < 500; ++i) done &= own.set("sys.a", i % 2 != 0 ? one : two);
         _exit(done ? 0 : 1);
@@ -48,15 +48,15 @@ TEST_F(PropertiesTest, KeysAndValuesAreBounded) {
 TEST_F(PropertiesTest, CtlStartRunsTheNamedServiceUnlessItRuns) {
     std::atomic<int> runs{0};
     const auto dump = [&] { return ++runs, 0; };
-    sim::Services others(phone().runDir() + "/init",
-                         phone().shell());  // as another process has them
+    sim::Services others(phone().runDir() + "/init", phone().log(),
+                         phone().faults());  // as another process has them
     for (sim::Services* services : {&others, &phone().services()}) services->add("dump", dump);
-    phone().shell().hang("dump");
+    phone().faults().hang("dump");
     for (int i = 0; i < 2; ++i) EXPECT_EQ(property_set("ctl.start", "dump"), 0);
-    ASSERT_TRUE(phone().shell().waitHanging("dump") && others.start("dump", nullptr));
+    ASSERT_TRUE(phone().faults().waitHanging("dump") && others.start("dump", nullptr));
     EXPECT_TRUE(logged("I init: service 'dump' requested start, but it is already running", 2));
     EXPECT_EQ(property("init.svc.dump"), "running");
-    phone().shell().release("dump");
+    phone().faults().release("dump");
     for (int start = 0; start < 100; ++start) {
         while (property("init.svc.dump") == "running") std::this_thread::yield();
         EXPECT_EQ(property_set("ctl.start", "dump"), 0);

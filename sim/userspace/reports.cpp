@@ -7,11 +7,12 @@
 #include <string.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
-#include <time.h>
 
 #include <algorithm>
 #include <memory>
 #include <stdexcept>
+
+#include "sim/base/text.h"
 
 namespace sim {
 namespace {
@@ -47,15 +48,6 @@ Report decode(uint64_t number, std::string record) {
     return report;
 }
 
-std::string localTime(int64_t seconds) {
-    const time_t time = static_cast<time_t>(seconds);
-    struct tm local {};
-    char text[40] = "?";
-    if (localtime_r(&time, &local) != nullptr)
-        strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S", &local);
-    return text;
-}
-
 }  // namespace
 
 std::vector<std::string> Report::logNames() const {
@@ -77,7 +69,7 @@ std::vector<std::string> Report::logNames() const {
 std::string Report::text() const {
     char head[96];
     snprintf(head, sizeof(head), "%" PRIu64 "  %s  id 0x%08" PRIx32 "  ", number,
-             localTime(time).c_str(), id);
+             localTime("%Y-%m-%d %H:%M:%S", time).c_str(), id);
     std::string line = head + (name.empty() ? "(no name)" : name) + "  ";
     const char* separator = "";
     for (const std::string& log : logNames()) {
@@ -85,9 +77,7 @@ std::string Report::text() const {
         separator = ", ";
     }
     if (logs == 0) line += "no logs";
-    std::replace_if(
-        line.begin(), line.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
-    return line;
+    return printable(line);
 }
 
 Reports::Reports(std::string directory) : mDirectory(std::move(directory)) {
@@ -103,11 +93,11 @@ uint64_t Reports::add(std::string_view record) {
     std::vector<uint64_t> there = numbers();
     const uint64_t number = there.empty() ? 1 : there.back() + 1;
     if (!write(number, record)) return 0;
-    for (size_t i = 0; there.size() - i >= kKept; ++i) unlink(path(there[i]).c_str());
+    for (size_t i = 0; there.size() - i >= kMaxKept; ++i) unlink(path(there[i]).c_str());
     return number;
 }
 
-// Written beside and put in place whole.
+// Written under another name and renamed once whole.
 bool Reports::write(uint64_t number, std::string_view record) const {
     const std::string fresh = mDirectory + "/.new";
     Fd fd(open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
@@ -124,7 +114,7 @@ std::vector<uint64_t> Reports::numbers() const {
     while (const dirent* entry = directory ? readdir(directory.get()) : nullptr) {
         char* end = nullptr;
         const uint64_t number = strtoull(entry->d_name, &end, 10);
-        // Only what was numbered here; another file of that kind is left alone.
+        // Other files, even with this suffix, are left alone.
         if (strcmp(end, kSuffix) == 0 && path(number) == mDirectory + "/" + entry->d_name)
             found.push_back(number);
     }

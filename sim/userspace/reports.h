@@ -12,7 +12,7 @@
 
 namespace sim {
 
-// An exception report as the reporting library was given it.
+// An exception report, as passed to the reporting library.
 struct Report {
     uint64_t number = 0;  // counts up from 1 on a phone
     std::string record;   // the Reports::kRecordBytes bytes, untouched
@@ -21,33 +21,33 @@ struct Report {
     uint64_t logs = 0;  // mask
     std::string name;
 
-    // What the mask asks for: "android log", "kernel log", ...; what has no name is given as its
-    // bits, "0x4".
+    // The names of the mask's logs: "android log", "kernel log", ...; bits without a name in hex,
+    // "0x4".
     std::vector<std::string> logNames() const;
     // One line: number, local time, id, name and logs; control characters become "?".
     std::string text() const;
 };
 
-// The exception reports that a phone's reporting library has accepted: run/reports, one file a
-// record, byte for byte. The latest kKept stay.
+// The exception reports that the phone's reporting library has accepted: run/reports, one file a
+// record, byte for byte. The latest kMaxKept are kept.
 //
 // Threads: any; several processes may add and read at once. Errors: a record that cannot be
-// written whole leaves nothing; a file that is no record is passed over.
+// written whole leaves no file; files that are not records are skipped.
 class Reports {
   public:
     static constexpr size_t kRecordBytes = 288;
-    static constexpr size_t kKept = 1000;
+    static constexpr size_t kMaxKept = 1000;
 
-    // Makes the directory where it is missing; throws std::runtime_error when that fails.
+    // Makes the directory if it is missing; throws std::runtime_error when that fails.
     explicit Reports(std::string directory);
 
-    // The number it got, or 0 when it was refused or could not be kept.
+    // The record's number, or 0 when it was refused or could not be written.
     uint64_t add(std::string_view record) SIM_EXCLUDES(mMutex);
     // Those with a number above `number`, oldest first.
     std::vector<Report> after(uint64_t number) const;
 
-    // A descriptor that polls readable when a report has come since it was last read empty. Take it
-    // before the first after(), so that none is missed.
+    // A descriptor that is readable once a report has been added since it was last read. To miss
+    // none, call this before the first after().
     Fd watch() const;
 
     // While set, this process's library takes no report.

@@ -10,23 +10,18 @@
 #include <thread>
 
 #include "sim/base/fd.h"
-#include "sim/shell/shell.h"
-#include "sim/userspace/phone_log.h"
+#include "sim/userspace/log.h"
+#include "sim/userspace/program_faults.h"
 
 namespace sim {
 namespace {
 
 constexpr char kTag[] = "init";
 
-bool refuse(const std::string& why) {
-    logAs(kTag, kError, "Control message: Could not " + why);
-    return false;
-}
-
 }  // namespace
 
-// A service that runs, for every process of the phone. Its lock and what is told of it change
-// together, under the directory's lock: a start that follows "stopped" is never ignored.
+// One run of a service, as every process of the phone sees it. The service's lock and its state
+// change together, under the directory's lock, so that a start after "stopped" is never ignored.
 class Services::Run {
   public:
     Run(const std::string& directory, const std::string& name, Teller tell)
@@ -42,12 +37,12 @@ class Services::Run {
         if (mError != 0) return;
         const FileLock change(mDirectory.get());
         mTell("stopped");
-        flock(mFile.get(), LOCK_UN);  // a child of a fork may have the file open still
+        flock(mFile.get(), LOCK_UN);  // a forked child may still have the file open
     }
     Run(const Run&) = delete;
     Run& operator=(const Run&) = delete;
 
-    // 0, EWOULDBLOCK when it runs already, or what else went wrong: then this is no run.
+    // 0, or the errno for which there is no run: EWOULDBLOCK when the service runs already.
     int error() const { return mError; }
 
   private:
@@ -73,7 +68,8 @@ bool Services::start(const std::string& name, Teller tell) try {
     if (!program) return refuse("find '" + name + "' for ctl.start");
     auto run = std::make_shared<Run>(mDirectory, name, std::move(tell));
     if (run->error() == EWOULDBLOCK) {
-        logAs(kTag, kInfo, "service '" + name + "' requested start, but it is already running");
+        mLog.write(kInfo, kTag,
+                   "service '" + name + "' requested start, but it is already running");
         return true;
     }
     if (run->error() != 0) return refuse("start '" + name + "': " + strerror(run->error()));
@@ -86,11 +82,16 @@ bool Services::start(const std::string& name, Teller tell) try {
     return refuse("start '" + name + "': " + failure.what());
 }
 
+bool Services::refuse(const std::string& why) {
+    mLog.write(kError, kTag, "Control message: Could not " + why);
+    return false;
+}
+
 void Services::execute(const std::string& name, const Program& program) {
-    int status = mShell.faultOf(name);
+    int status = mFaults.apply(name);
     if (status == 0) status = program();
     if (status == 0) return;
-    logAs(kTag, kWarn, "Service '" + name + "' exited with status " + std::to_string(status));
+    mLog.write(kWarn, kTag, "Service '" + name + "' exited with status " + std::to_string(status));
 }
 
 void Services::spawn(std::function<void()> body) {
@@ -107,7 +108,7 @@ void Services::spawn(std::function<void()> body) {
 
 void Services::awaitStopped() {
     Lock lock(mMutex);
-    for (const auto& [name, program] : mPrograms) mShell.release(name);
+    for (const auto& [name, program] : mPrograms) mFaults.release(name);
     while (mRunning > 0) mChanged.wait(mMutex);
 }
 

@@ -9,33 +9,33 @@
 
 namespace sim {
 
-class Shell;
+class Log;
+class ProgramFaults;
 
-// The services that the phone's init can start by name ("ctl.start"): stand-ins, registered by
-// whoever plays them. Of all processes of the phone one at most runs a service; it holds the lock
-// of the file of that name in run/init meanwhile. The shell's faults for a program of a service's
-// name are the service's too.
+// The services that the phone's init can start by name ("ctl.start"), each a stand-in registered
+// here. At most one process of the phone runs a service at a time; it holds the lock of
+// run/init/NAME meanwhile. The faults of ProgramFaults apply to services too.
 //
 // Threads: any. A service runs on a thread of its own ("sim_service"), with no lock of this held.
 // Never destroyed while one runs.
 class Services {
   public:
     using Program = std::function<int()>;  // returns its exit status
-    // Told "running" before the program begins and "stopped" after it has ended, until which the
-    // next start is ignored. It starts nothing itself.
+    // Called with "running" before the program begins and with "stopped" after it has ended; starts
+    // in between are ignored. It must not start a service.
     using Teller = std::function<void(const char* state)>;
 
-    // `directory` exists; `shell` outlives this.
-    Services(std::string directory, Shell& shell)
-        : mDirectory(std::move(directory)), mShell(shell) {}
+    // `directory` exists; the rest outlives this.
+    Services(std::string directory, Log& log, ProgramFaults& faults)
+        : mDirectory(std::move(directory)), mLog(log), mFaults(faults) {}
 
-    // A service of that name registered before is replaced; what runs of it goes on.
+    // Replaces a service of that name; a run of the old one goes on.
     void add(const std::string& name, Program program) SIM_EXCLUDES(mMutex);
-    // Has the service run and waits for nothing. One that runs already is left alone, with a log
-    // line; false and a log line when there is none of that name, or it cannot be started.
+    // Starts the service and returns at once. True and a log line when it runs already; false and a
+    // log line when no service has that name, or it cannot be started.
     bool start(const std::string& name, Teller tell) SIM_EXCLUDES(mMutex);
-    // Waits until nothing runs that this process has started: its end would cut it short. What
-    // hangs is released.
+    // Waits for the services that this process has started, since its end would cut them short.
+    // Releases those that hang.
     void awaitStopped() SIM_EXCLUDES(mMutex);
 
   private:
@@ -43,9 +43,12 @@ class Services {
     Program find(const std::string& name) SIM_EXCLUDES(mMutex);
     void spawn(std::function<void()> body) SIM_EXCLUDES(mMutex);
     void execute(const std::string& name, const Program& program);
+    // False, with one log line.
+    bool refuse(const std::string& why);
 
     const std::string mDirectory;
-    Shell& mShell;
+    Log& mLog;
+    ProgramFaults& mFaults;
     Mutex mMutex;
     Condition mChanged;
     std::map<std::string, Program> mPrograms SIM_GUARDED_BY(mMutex);

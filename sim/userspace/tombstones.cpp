@@ -3,21 +3,19 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
-#include <time.h>
-
-#include <algorithm>
 
 #include "sim/base/clock.h"
 #include "sim/base/fd.h"
 #include "sim/base/root.h"
+#include "sim/base/text.h"
 
 namespace sim {
 namespace {
 
 constexpr char kDirectory[] = "/data/tombstones";
-constexpr char kFresh[] = "/data/tombstones/.fresh";  // which no "*" names
-constexpr int kTombstones = 32;
-constexpr size_t kTextBytes = 256;
+constexpr char kFresh[] = "/data/tombstones/.fresh";  // not matched by "*"
+constexpr int kMaxTombstones = 32;
+constexpr size_t kMaxTextBytes = 256;
 
 std::string pathOf(int number) {
     char path[40];
@@ -25,11 +23,11 @@ std::string pathOf(int number) {
     return path;
 }
 
-// The first that is missing, else the oldest.
+// The first free path, else that of the oldest tombstone.
 std::string nextPath(const Root& root) {
     std::string oldest;
     struct timespec oldestTime {};
-    for (int i = 0; i < kTombstones; ++i) {
+    for (int i = 0; i < kMaxTombstones; ++i) {
         struct stat status {};
         const std::string path = pathOf(i);
         if (root.stat(path.c_str(), &status) != 0 && errno == ENOENT) return path;
@@ -44,27 +42,17 @@ std::string nextPath(const Root& root) {
 }
 
 std::string clean(const std::string& text) {
-    std::string result = text.substr(0, kTextBytes);
-    std::replace_if(
-        result.begin(), result.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
-    return result;
-}
-
-std::string localTime() {
-    const time_t now = static_cast<time_t>(Clock::get().wallNanos() / 1000000000);
-    struct tm local {};
-    char text[64] = "";
-    if (localtime_r(&now, &local) != nullptr)
-        strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S%z", &local);
-    return text;
+    return printable(text.substr(0, kMaxTextBytes));
 }
 
 std::string textOf(const Crash& crash) {
     const std::string process = clean(crash.process), pid = std::to_string(crash.pid);
+    const std::string time =
+        localTime("%Y-%m-%d %H:%M:%S%z", Clock::get().wallNanos() / 1000000000);
     return "*** *** *** *** *** *** *** *** *** *** *** *** *** *** *** ***\n"
            "ABI: 'arm'\nTimestamp: " +
-           localTime() + "\n" + "pid: " + pid + ", tid: " + pid + ", name: " + process +
-           "  >>> /system/bin/" + process + " <<<\nsignal " + std::to_string(crash.signal) + " (" +
+           time + "\npid: " + pid + ", tid: " + pid + ", name: " + process + "  >>> /system/bin/" +
+           process + " <<<\nsignal " + std::to_string(crash.signal) + " (" +
            strsignal(crash.signal) +
            "), code -1 (SI_QUEUE), fault addr --------\nAbort message: '" + clean(crash.reason) +
            "'\n    r0  00000000  r1  " +

@@ -6,7 +6,7 @@ namespace sim {
 
 class Root;
 
-// What died, and how: "audioserver", 6, "SIGABRT".
+// The crash of a process.
 struct Crash {
     std::string process;
     int pid = 0;
@@ -14,11 +14,10 @@ struct Crash {
     std::string reason;  // the abort message
 };
 
-// Writes the crash as the phone does, to the next of /data/tombstones/tombstone_00 to _31, and then
-// again from _00 on: the oldest is replaced. Returns its phone path, or "" when it cannot be
-// written; then all are as they were. Control characters in the texts become "?"; each is cut to
-// 256 bytes.
-// Threads: any, and of any process.
+// Writes the crash as the phone does, to the first free one of /data/tombstones/tombstone_00 to
+// _31, else over the oldest. Returns its phone path, or "" when it cannot be written, with the
+// others left as they are. Control characters in the texts become "?"; each is cut to 256 bytes.
+// Threads: any, of any process.
 std::string writeTombstone(const Root& root, const Crash& crash);
 
 }  // namespace sim

@@ -7,7 +7,10 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <sstream>
 
+#include "sim/control/client.h"
+#include "sim/control/control.h"
 #include "sim/userspace/log.h"
 
 namespace fs = std::filesystem;
@@ -122,4 +125,13 @@ std::string PhoneTest::said(const std::string& tag) {
 void PhoneTest::holdClock(std::chrono::seconds wall) {
     holdClock();
     advance(wall - std::chrono::nanoseconds(sim::Clock::get().wallNanos()));
+}
+
+std::string PhoneTest::tell(const std::string& line) {
+    if (!mServed) mServed = phone().control().serve();
+    std::istringstream text(line);
+    std::vector<std::string> words;
+    for (std::string word; std::getline(text, word, ' ');) words.push_back(word);
+    const sim::Reply reply = sim::controlRequest(mFolder, words);
+    return reply.texts.empty() ? std::string(reply.ok ? "ok" : "error") : reply.texts.back();
 }

@@ -14,6 +14,7 @@
 #include "sim/base/clock.h"
 #include "sim/phone.h"
 #include "sim/shell/shell.h"
+#include "sim/userspace/program_faults.h"
 #include "sim/userspace/properties.h"
 #include "sim/userspace/services.h"
 
@@ -63,6 +64,10 @@ class PhoneTest : public testing::Test {
     // The command lines that the product has passed to the phone's shell.
     std::vector<std::string> commands() { return phone().shell().history(); }
 
+    // Sends the words between the blanks to the phone's control socket, as another process would:
+    // "ok", or the reply's last text. Serves the phone from the first call on.
+    std::string tell(const std::string& line);
+
     bool setProperty(const std::string& key, const std::string& value) {
         return phone().properties().set(key, value);
     }
@@ -85,6 +90,7 @@ class PhoneTest : public testing::Test {
     int count(const Line& wanted) const;  // under mMutex
 
     std::string mFolder;
+    bool mServed = false;  // by tell()
     std::mutex mMutex;
     std::condition_variable mChanged;
     std::deque<Line> mLines;  // under mMutex

@@ -1,6 +1,7 @@
 #include <android/log.h>
 #include <binder/transport/listener.h>
 #include <binder/transport/process.h>
+#include <sim/base/unix_socket.h>
 #include <sys/epoll.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -43,7 +44,7 @@ bool AcceptedConnections::makeRoom() {
 }
 
 bool mayTalkTo(const ucred& peer, const std::string& name) {
-    if (peer.uid == geteuid() || peer.uid == 0) return true;
+    if (sim::isTrusted(peer)) return true;
     __android_log_print(ANDROID_LOG_WARN, "Binder", "process %d of user %u is refused at %s",
                         static_cast<int>(peer.pid), static_cast<unsigned>(peer.uid), name.c_str());
     return false;
@@ -104,10 +105,8 @@ void Listener::onReady(uint32_t /*events*/) {
 }
 
 void Listener::welcome(sim::Fd socket) {
-    ucred peer{};
-    socklen_t size = sizeof(peer);
-    if (getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return;
-    if (!mayTalkTo(peer, mName)) return;
+    const std::optional<ucred> peer = sim::peerOf(socket.get());
+    if (!peer || !mayTalkTo(*peer, mName)) return;
     sp<BBinder> root;
     {
         Mutex::Autolock lock(mLock);
@@ -122,7 +121,7 @@ void Listener::welcome(sim::Fd socket) {
     mFull = full;
     if (full) return;
     const auto connection =
-        std::make_shared<Connection>(mProcess, std::move(socket), peer, std::move(root));
+        std::make_shared<Connection>(mProcess, std::move(socket), *peer, std::move(root));
     if (connection->open()) mProcess.accepted().add(connection);
 }
 

@@ -2,11 +2,9 @@
 #include <binder/transport/process.h>
 #include <binder/transport/service_directory.h>
 #include <fcntl.h>
+#include <sim/base/unix_socket.h>
 #include <sim/phone.h>
-#include <sys/file.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 
 #include <cerrno>
 #include <cstring>
@@ -18,18 +16,6 @@ namespace {
 void logFailure(const char* what, const std::string& name) {
     __android_log_print(ANDROID_LOG_ERROR, "Binder", "%s %s: %s", what, name.c_str(),
                         strerror(errno));
-}
-
-sim::Fd newSocket() {
-    return sim::Fd(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-}
-
-bool addressOf(const std::string& path, sockaddr_un* address) {
-    *address = {};
-    address->sun_family = AF_UNIX;
-    if (path.size() >= sizeof(address->sun_path)) return false;
-    memcpy(address->sun_path, path.c_str(), path.size());
-    return true;
 }
 
 }  // namespace
@@ -59,57 +45,24 @@ bool ServiceDirectory::openFolderLocked() {
     return mFolder.valid();
 }
 
-// Goes through the descriptor: the folder's own path may be longer than a socket's address.
-std::string ServiceDirectory::pathLocked(const std::string& file) const {
-    return "/proc/self/fd/" + std::to_string(mFolder.get()) + "/" + file;
-}
-
-status_t ServiceDirectory::holdNameLocked(const std::string& name, sim::Fd* held) {
-    const std::string file = "." + name + ".lock";
-    sim::Fd lock(
-        openat(mFolder.get(), file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
-    if (!lock.valid()) {
-        logFailure("open", file);
-        return NO_INIT;
-    }
-    if (flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
-        if (errno == EWOULDBLOCK) return ALREADY_EXISTS;
-        logFailure("flock", file);
-        return NO_INIT;
-    }
-    *held = std::move(lock);
-    return OK;
-}
-
-sim::Fd ServiceDirectory::listenLocked(const std::string& name) {
-    constexpr int kBacklog = 1024;
-    const std::string unfinished = "." + name + ".new";
-    unlinkat(mFolder.get(), unfinished.c_str(), 0);
-    sockaddr_un address;
-    sim::Fd listening = newSocket();
-    if (listening.valid() && addressOf(pathLocked(unfinished), &address) &&
-        bind(listening.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0 &&
-        listen(listening.get(), kBacklog) == 0 &&
-        renameat(mFolder.get(), unfinished.c_str(), mFolder.get(), name.c_str()) == 0) {
-        return listening;
-    }
-    logFailure("publish", name);
-    return sim::Fd();
-}
-
 status_t ServiceDirectory::publish(const std::string& name, const sp<IBinder>& service) {
     if (!validName(name) || service == nullptr) return BAD_VALUE;
     if (service->localBinder() == nullptr) return BAD_TYPE;
     Mutex::Autolock lock(mLock);
     if (mWithdrawn) return INVALID_OPERATION;
     if (!openFolderLocked()) return NO_INIT;
+    sim::PublishedSocket socket;
+    const int error = sim::publishSocket(mFolder, name, SOCK_STREAM, socket);
+    if (error == EWOULDBLOCK) return ALREADY_EXISTS;
+    if (error != 0) {
+        errno = error;
+        logFailure("publish", name);
+        return NO_INIT;
+    }
     Published published;
-    const status_t status = holdNameLocked(name, &published.held);
-    if (status != OK) return status;
-    sim::Fd listening = listenLocked(name);
-    if (!listening.valid()) return NO_INIT;
+    published.held = std::move(socket.lock);
     published.service = service;
-    published.listener = std::make_shared<Listener>(mProcess, std::move(listening), name,
+    published.listener = std::make_shared<Listener>(mProcess, std::move(socket.listening), name,
                                                     sp<BBinder>(service->localBinder()));
     if (!published.listener->open()) {
         unlinkat(mFolder.get(), name.c_str(), 0);
@@ -159,19 +112,15 @@ bool ServiceDirectory::findLocked(const std::string& name, Place* place) {
 }
 
 std::shared_ptr<Connection> ServiceDirectory::connectLocked(const std::string& name) {
-    sockaddr_un address;
-    sim::Fd socket = newSocket();
-    ucred peer{};
-    socklen_t size = sizeof(peer);
-    if (!socket.valid() || !addressOf(pathLocked(name), &address) ||
-        ::connect(socket.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)) != 0 ||
-        getsockopt(socket.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) {
-        // No publisher, or a dead one's socket: not worth a log line.
+    sim::Fd socket = sim::connectSocket(mFolder, name, SOCK_STREAM | SOCK_NONBLOCK);
+    const auto peer = socket.valid() ? sim::peerOf(socket.get()) : std::nullopt;
+    if (!peer) {
+        // Nobody there, or a dead process's socket: nothing to say.
         if (errno != ENOENT && errno != ECONNREFUSED) logFailure("connect", name);
         return nullptr;
     }
-    if (!mayTalkTo(peer, name)) return nullptr;
-    auto connection = std::make_shared<Connection>(mProcess, std::move(socket), peer, nullptr);
+    if (!mayTalkTo(*peer, name)) return nullptr;
+    auto connection = std::make_shared<Connection>(mProcess, std::move(socket), *peer, nullptr);
     return connection->open() ? connection : nullptr;
 }
 

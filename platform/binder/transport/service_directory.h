@@ -14,9 +14,7 @@
 
 namespace android::transport {
 
-// The published names: sockets in the phone's run/services. The publisher of a name holds a lock on
-// .NAME.lock, which keeps others from publishing it; a socket whose lock is free was left by a dead
-// process. A socket is renamed to its name once it listens.
+// The published names: sockets in the phone's run/services (see sim/base/unix_socket.h).
 //
 // Threads: every operation from any thread; none waits for another process.
 class ServiceDirectory {
@@ -39,7 +37,7 @@ class ServiceDirectory {
     struct Published {
         std::shared_ptr<Listener> listener;
         sp<IBinder> service;
-        sim::Fd held;  // the lock
+        sim::Fd held;  // the name's lock
     };
     // The identity of the socket under a name; publishing the name again changes it.
     struct Place {
@@ -56,11 +54,8 @@ class ServiceDirectory {
     };
 
     bool openFolderLocked() REQUIRES(mLock);
-    status_t holdNameLocked(const std::string& name, sim::Fd* held) REQUIRES(mLock);
-    sim::Fd listenLocked(const std::string& name) REQUIRES(mLock);
     bool findLocked(const std::string& name, Place* place) REQUIRES(mLock);
     std::shared_ptr<Connection> connectLocked(const std::string& name) REQUIRES(mLock);
-    std::string pathLocked(const std::string& file) const REQUIRES(mLock);
 
     Process& mProcess;
     Mutex mLock;

@@ -1,6 +1,11 @@
-#include "sim/base/hex.h"
+#include "sim/base/text.h"
 
+#include <time.h>
+
+#include <algorithm>
 #include <charconv>
+#include <iomanip>
+#include <sstream>
 #include <stdexcept>
 
 namespace sim {
@@ -27,6 +32,30 @@ std::string bytesOfHex(std::string_view hex) {
         hex.remove_prefix(hex[0] == ' ' ? 1 : 2);
     }
     return bytes;
+}
+
+std::optional<int64_t> numberIn(std::string_view text, int64_t min, int64_t max) {
+    int64_t number = 0;
+    const char* const end = text.data() + text.size();
+    const auto read = std::from_chars(text.data(), end, number);
+    if (read.ec != std::errc() || read.ptr != end || number < min || number > max)
+        return std::nullopt;
+    return number;
+}
+
+std::string printable(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
+    return text;
+}
+
+std::string localTime(const char* format, int64_t seconds) {
+    const time_t time = static_cast<time_t>(seconds);
+    struct tm local {};
+    if (localtime_r(&time, &local) == nullptr) return "?";
+    std::ostringstream text;
+    text << std::put_time(&local, format);
+    return text.str();
 }
 
 }  // namespace sim

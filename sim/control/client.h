@@ -1,0 +1,47 @@
+#pragma once
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "sim/base/fd.h"
+
+namespace sim {
+
+// One request to the process that serves a phone (see Control), and what both sides of the socket
+// agree on.
+//
+// Wire: a request is one datagram of NUL-separated strings, the command's name first. A reply is
+//   "ok" or "error" and its texts, NUL-separated, cut into datagrams; each starts with '+' when
+//   more follow and with '.' when it is the last.
+
+struct Reply {
+    bool ok = false;
+    std::vector<std::string> texts;  // the results, or one text that says what went wrong
+    // An error that may pass: for this long after the request the server runs the command again,
+    // and answers with the error only then. Less than kReplyPatience.
+    std::chrono::seconds patience{0};
+};
+
+constexpr size_t kMaxRequestBytes = 64 * 1024;
+constexpr size_t kMaxReplyBytes = 4 << 20;          // a longer reply becomes an error
+constexpr std::chrono::seconds kReplyPatience{90};  // of a client
+
+// Sends the command's name and its arguments to the process that serves the phone in `folder`.
+// Throws std::runtime_error with one line when no process serves it, an argument cannot be sent, or
+// no whole reply comes within kReplyPatience.
+Reply controlRequest(const std::string& folder, const std::vector<std::string>& words);
+
+// The connection behind a request; throws as that does.
+Fd connectToControl(const std::string& runDirectory);
+
+// The folder in which the socket is published as "control", by its descriptor (O_PATH).
+Fd openControlDirectory(const std::string& runDirectory);
+// Throws the error of the socket in that folder.
+[[noreturn]] void failControl(const std::string& runDirectory, const std::string& why);
+
+// The strings of a request or a reply, NUL between them.
+std::string joinTexts(const std::vector<std::string>& texts);
+std::vector<std::string> splitTexts(const std::string& joined);
+
+}  // namespace sim
