@@ -4,11 +4,14 @@
 The product's folders lean one way only: service over kernel, gpu, logcapture and testlistener,
 these over event, event over looper. Beyond that a folder may include what MAY_INCLUDE names and
 the headers of the language and the system. The headers directly in platform/LIBRARY/ are those the
-phone has too, so nothing of sim/ may be in them; what lies deeper is the stand-ins' own.
+phone has too, so nothing of sim/ may be in them; what lies deeper is the stand-ins' own. The rooms
+of sim/ lean one way as ROOMS says; sim/phone.cpp alone wires them together. A folder with C++ files
+that is named nowhere here is refused.
 """
 
 import re
 import sys
+from pathlib import Path
 
 import sources
 
@@ -26,6 +29,18 @@ MAY_INCLUDE = {
     "sim": set(),
     "host": set(sources.PRODUCT) | _WORKSTATION,
     "client": _WORKSTATION,
+    "cmake": {"platform"},  # declarations of the phone's libraries, under the names in platform/
+}
+# These include what they need. build holds what CMake makes.
+_FREE = {"tests", "bench", "fuzz", "build"}
+# What a room of sim/ includes beside itself.
+ROOMS = {
+    "base": set(),
+    "kernel": {"base"},
+    "userspace": {"base"},
+    "shell": {"base", "kernel", "userspace"},
+    "control": {"base", "kernel", "userspace"},
+    "phone": {"base", "kernel", "userspace", "shell", "control"},  # sim/phone.h and sim/phone.cpp
 }
 # What ships, and what stands in for the phone, does without third-party libraries.
 _PLAIN = set(sources.PRODUCT) | {"phone", "platform", "sim"}
@@ -61,6 +76,20 @@ def folder_of(root, path, quoted, name):
     return "" if quoted else None
 
 
+def room_of(parts):
+    return parts[1] if len(parts) > 2 else "phone"
+
+
+def room_problem_of(root, path, quoted, name):
+    """What is wrong with an #include from one file of sim/ to another."""
+    beside = quoted and (path.parent / name).is_file()
+    header = path.parent.relative_to(root) / name if beside else Path(name)
+    own, room = room_of(path.relative_to(root).parts), room_of(header.parts)
+    if room == own or room in ROOMS.get(own, ()):
+        return None
+    return f"the room {own} of sim/ may not include {room}: '{name}'"
+
+
 def problem_of(root, path, quoted, name):
     own = path.relative_to(root).parts[0]
     if ".." in name.split("/"):
@@ -71,6 +100,8 @@ def problem_of(root, path, quoted, name):
     if folder is None:
         foreign = "/" in name and name.split("/")[0] not in _SYSTEM_DIRECTORIES
         return f"<{name}> is a third-party library's" if foreign and own in _PLAIN else None
+    if folder == own == "sim":
+        return room_problem_of(root, path, quoted, name)
     if folder in allowed(root, path):
         return None
     return f"{own}/ may not include {folder} here: '{name}'"
@@ -86,9 +117,15 @@ def check_file(root, path):
 
 
 def check(root):
-    folders = [*MAY_INCLUDE, "platform"]
-    paths = [p for p in sources.files(root, folders) if not sources.is_test(p)]
-    return [problem for path in paths for problem in check_file(root, path)]
+    known = [*MAY_INCLUDE, "platform"]
+    folders = {p.name for p in root.iterdir() if p.is_dir() and p.name[0] != "."}
+    unknown = [
+        f"{name}/: is in no table of tools/check_includes.py"
+        for name in sorted(folders - _FREE - set(known))
+        if any(sources.files(root, [name]))
+    ]
+    paths = [p for p in sources.files(root, known) if not sources.is_test(p)]
+    return unknown + [problem for path in paths for problem in check_file(root, path)]
 
 
 if __name__ == "__main__":

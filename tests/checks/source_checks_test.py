@@ -46,47 +46,62 @@ class Includes(Tree):
             "gpu/G.h",
             "service/S.h",
             "phone/phone.h",
-            "sim/clock.h",
+            "sim/base/clock.h",
+            "sim/shell/shell.h",
+            "sim/phone.h",
         ):
             self.file(header, "")
 
     def test_product_leans_one_way_only(self):
-        up = ['#include "event/E.h"', '  # include "service/S.h"', '#include "sim/clock.h"']
+        up = ['#include "event/E.h"', '  # include "service/S.h"', '#include "sim/base/clock.h"']
         self.assert_each_refused(check_includes.check, "looper/L.cpp", up)
         side = ['#include "gpu/G.h"', '#include "host/x.h"', '#include "client/x.h"']
         self.assert_each_refused(check_includes.check, "logcapture/C.cpp", side)
         self.assert_each_refused(check_includes.check, "gpu/G.cpp", ['#include "service/S.h"'])
 
     def test_no_way_round(self):
-        ways = ['#include "../sim/clock.h"', "#include <sim/clock.h>", '#include "gone.h"']
+        ways = ['#include "../sim/phone.h"', "#include <sim/phone.h>", '#include "gone.h"']
         ways += ["#include <nlohmann/json.hpp>", "#include <gtest/gtest.h>"]
         self.assert_each_refused(check_includes.check, "event/E.cpp", ways)
 
     def test_simulated_phone_is_behind_the_stand_ins_sources(self):
         inside = ["#include <binder/transport/io.h>", '#include "transport/io.h"']
         self.assert_each_refused(
-            check_includes.check, "platform/binder/B.h", ['#include "sim/clock.h"', *inside]
+            check_includes.check, "platform/binder/B.h", ['#include "sim/base/clock.h"', *inside]
         )
         self.assert_each_refused(check_includes.check, "service/S.cpp", inside[:1])
         self.assert_each_refused(
-            check_includes.check, "phone/phone_device.cpp", ['#include "sim/clock.h"']
+            check_includes.check, "phone/phone_device.cpp", ['#include "sim/base/clock.h"']
         )
         self.assert_each_refused(
-            check_includes.check, "sim/clock.cpp", ["#include <utils/RefBase.h>"]
+            check_includes.check, "sim/base/clock.cpp", ["#include <utils/RefBase.h>"]
         )
+
+    def test_rooms_of_the_simulated_phone_lean_one_way(self):
+        up = ['#include "sim/shell/shell.h"', "#include <sim/phone.h>"]
+        self.assert_each_refused(check_includes.check, "sim/base/fd.cpp", up)
+        self.assert_each_refused(check_includes.check, "sim/shell/shell.cpp", up[1:])
+        self.assert_each_refused(check_includes.check, "sim/attic/junk.h", up)
+
+    def test_unknown_folder_is_refused(self):
+        self.file("attic/A.cpp", '#include "sim/phone.h"')
+        problems = check_includes.check(self.root)
+        self.assertEqual([problem.split(":")[0] for problem in problems], ["attic/"])
 
     def test_what_is_right_passes(self):
         for path, text in {
+            "sim/shell/shell.cpp": '#include "sim/shell/shell.h"\n#include "sim/base/clock.h"',
+            "sim/phone.cpp": '#include "phone.h"\n#include "sim/shell/shell.h"',
             "service/S.cpp": '#include "gpu/G.h"\n#include <utils/RefBase.h>',
             "kernel/K.cpp": '#include "service/S.h"\n#include <linux/netlink.h>',
             "kernel/K.h": '#include "phone/phone.h"\n#include "event/E.h"',
-            "looper/L.cpp": '#include "L.h"\n#include <sys/epoll.h>\n// #include "sim/clock.h"',
-            "looper/L_test.cpp": '#include "sim/clock.h"\n#include <gtest/gtest.h>',
-            "phone/phone_workstation.cpp": '#include "phone/phone.h"\n#include "sim/clock.h"',
-            "platform/utils/Clock.cpp": '#include <utils/RefBase.h>\n#include "sim/clock.h"',
-            "platform/binder/transport/io.h": '#include "sim/clock.h"',
+            "looper/L.cpp": '#include "L.h"\n#include <sys/epoll.h>\n// #include "sim/phone.h"',
+            "looper/L_test.cpp": '#include "sim/base/clock.h"\n#include <gtest/gtest.h>',
+            "phone/phone_workstation.cpp": '#include "phone/phone.h"\n#include "sim/base/clock.h"',
+            "platform/utils/Clock.cpp": '#include <utils/RefBase.h>\n#include "sim/base/clock.h"',
+            "platform/binder/transport/io.h": '#include "sim/base/clock.h"',
             "platform/binder/B.cpp": '#include "binder/transport/io.h"',
-            "client/main.cpp": '#include <CLI/CLI.hpp>\n#include "sim/clock.h"',
+            "client/main.cpp": '#include <CLI/CLI.hpp>\n#include "sim/base/clock.h"',
         }.items():
             self.assert_accepted(check_includes.check, path, text)
 
