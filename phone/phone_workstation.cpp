@@ -6,7 +6,7 @@
 #include "sim/base/clock.h"
 #include "sim/base/root.h"
 #include "sim/kernel/attributes.h"
-#include "sim/kernel/sockets.h"
+#include "sim/kernel/generic_netlink.h"
 #include "sim/phone.h"
 #include "sim/shell/shell.h"
 
@@ -54,19 +54,19 @@ int system(const char* command) {
 }
 
 int socket(int domain, int type, int protocol) {
-    return sim::Phone::get().sockets().socket(domain, type, protocol);
+    return sim::Phone::get().netlink().socket(domain, type, protocol);
 }
 int bind(int fd, const struct ::sockaddr* address, socklen_t length) {
-    return sim::Phone::get().sockets().bind(fd, address, length);
+    return sim::Phone::get().netlink().bind(fd, address, length);
 }
 ssize_t recvfrom(int fd, void* buffer, size_t size, int flags, struct ::sockaddr* address,
                  socklen_t* length) {
-    if (!sim::Phone::get().sockets().mayReceive(fd)) return -1;
+    if (!sim::Phone::get().netlink().mayReceive(fd)) return -1;
     return ::recvfrom(fd, buffer, size, flags, address, length);
 }
 ssize_t sendto(int fd, const void* buffer, size_t size, int flags, const struct ::sockaddr* address,
                socklen_t length) {
-    return sim::Phone::get().sockets().sendto(fd, {static_cast<const char*>(buffer), size}, flags,
+    return sim::Phone::get().netlink().sendto(fd, {static_cast<const char*>(buffer), size}, flags,
                                               address, length);
 }
 

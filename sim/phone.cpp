@@ -23,7 +23,6 @@
 #include "sim/kernel/generic_netlink.h"
 #include "sim/kernel/gpu.h"
 #include "sim/kernel/kernel_log.h"
-#include "sim/kernel/sockets.h"
 #include "sim/shell/programs.h"
 #include "sim/shell/shell.h"
 #include "sim/userspace/audio_dump.h"
@@ -77,9 +76,7 @@ void makeDirectories(const fs::path& folder) {
 
 // Written last, so that a half-made folder is no phone.
 void writeMarker(const fs::path& folder) {
-    Fd fd(::open(markerPath(folder).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
-    if (!fd.valid() || !writeAll(fd.get(), kMarker, sizeof(kMarker) - 1))
-        refuse(folder, strerror(errno));
+    if (!writeFile(markerPath(folder), kMarker)) refuse(folder, strerror(errno));
 }
 
 // One process at a time makes the phone; those that waited find it made.
@@ -105,7 +102,6 @@ Phone::Phone(const std::string& folder)
     : mFolder(folder),
       mRoot(new Root(fsDir())),
       mKernelLog(new KernelLog(runDir() + "/kernel_log")),
-      mSockets(new Sockets),
       mNetlink(new GenericNetlink),
       mDisplayKernel(new DisplayKernel),
       mAttributes(new Attributes(*mRoot)),
@@ -118,7 +114,6 @@ Phone::Phone(const std::string& folder)
       mStats(new LineFile(runDir() + "/stats")),
       mShell(new Shell(*mRoot, *mLog, *mFaults)),
       mControl(new Control(runDir(), *mLog)) {
-    mSockets->add(AF_NETLINK, std::unique_ptr<SocketFamily>(mNetlink));
     addAudioDumpService(*mServices, *mRoot, *mProperties, *mLog);
     addPrograms(*mShell, *mRoot, *mLog, *mKernelLog);
     addAudioCommands(*mControl, *mNetlink);

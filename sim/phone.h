@@ -19,7 +19,6 @@ class Reports;
 class Root;
 class Services;
 class Shell;
-class Sockets;
 
 // The simulated phone of this process: one folder, whose FOLDER/fs is the phone's "/" and whose
 // FOLDER/run (0700) holds the phone's state beside its files: log, properties, sockets. Commands
@@ -44,7 +43,6 @@ class Phone {
     Root& root() { return *mRoot; }
     // The kernel.
     KernelLog& kernelLog() { return *mKernelLog; }
-    Sockets& sockets() { return *mSockets; }
     GenericNetlink& netlink() { return *mNetlink; }
     DisplayKernel& displayKernel() { return *mDisplayKernel; }
     Attributes& attributes() { return *mAttributes; }
@@ -71,8 +69,7 @@ class Phone {
     const std::string mFolder;
     std::unique_ptr<Root> mRoot;
     std::unique_ptr<KernelLog> mKernelLog;
-    std::unique_ptr<Sockets> mSockets;
-    GenericNetlink* mNetlink;  // belongs to mSockets
+    std::unique_ptr<GenericNetlink> mNetlink;
     std::unique_ptr<DisplayKernel> mDisplayKernel;
     std::unique_ptr<Attributes> mAttributes;
     std::unique_ptr<Gpu> mGpu;

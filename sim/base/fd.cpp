@@ -1,5 +1,7 @@
 #include "sim/base/fd.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
 
 namespace sim {
@@ -22,6 +24,16 @@ bool writeAll(int fd, const char* data, size_t size) {
         size -= static_cast<size_t>(written);
     }
     return true;
+}
+
+bool writeFile(const std::string& path, std::string_view text) {
+    Fd fd(open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!fd.valid()) return false;
+    if (writeAll(fd.get(), text.data(), text.size())) return true;
+    const int error = errno;
+    unlink(path.c_str());
+    errno = error;
+    return false;
 }
 
 std::string readAll(int fd, size_t limit) {

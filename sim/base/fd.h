@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace sim {
@@ -53,6 +54,10 @@ bool lockWithin(int fd, std::chrono::milliseconds patience);
 
 // Writes all of `size` bytes; false with errno set as soon as the file takes no more.
 bool writeAll(int fd, const char* data, size_t size);
+
+// Makes a file (0600), or replaces its content, with this text. When it cannot be written whole the
+// file is removed: false with errno set.
+bool writeFile(const std::string& path, std::string_view text);
 
 // Reads from the descriptor's position to the end, at most `limit` bytes.
 std::string readAll(int fd, size_t limit = SIZE_MAX);

@@ -22,9 +22,20 @@ int refuse(int error) {
     return -1;
 }
 
+// 0, or the errno for an address that is not of a netlink socket.
+int readAddress(const sockaddr* address, socklen_t length, sockaddr_nl& read) {
+    if (address == nullptr) return EFAULT;
+    if (length < sizeof(sa_family_t)) return EINVAL;
+    if (address->sa_family != AF_NETLINK) return EAFNOSUPPORT;
+    if (length < sizeof(read)) return EINVAL;
+    memcpy(&read, address, sizeof(read));
+    return 0;
+}
+
 }  // namespace
 
-int GenericNetlink::socket(int type, int protocol) {
+int GenericNetlink::socket(int domain, int type, int protocol) {
+    if (domain != AF_NETLINK) return refuse(EAFNOSUPPORT);
     if (mWorkstation) return ::socket(AF_NETLINK, type, protocol);
     constexpr int kFlags = SOCK_CLOEXEC | SOCK_NONBLOCK;
     const int kind = type & ~kFlags;
@@ -44,10 +55,9 @@ int GenericNetlink::socket(int type, int protocol) {
 }
 
 int GenericNetlink::bind(int fd, const sockaddr* address, socklen_t length) {
-    if (mWorkstation) return ::bind(fd, address, length);
     sockaddr_nl wanted{};
-    if (length < sizeof(wanted)) return refuse(EINVAL);
-    memcpy(&wanted, address, sizeof(wanted));
+    if (int error = readAddress(address, length, wanted)) return refuse(error);
+    if (mWorkstation) return ::bind(fd, address, length);
     Lock lock(mMutex);
     Port* const port = find(fd);
     if (port == nullptr) return refuse(EBADF);
@@ -61,10 +71,9 @@ int GenericNetlink::bind(int fd, const sockaddr* address, socklen_t length) {
 
 ssize_t GenericNetlink::sendto(int fd, std::string_view bytes, int flags, const sockaddr* address,
                                socklen_t length) {
-    if (mWorkstation) return ::sendto(fd, bytes.data(), bytes.size(), flags, address, length);
     sockaddr_nl to{};
-    if (length < sizeof(to)) return refuse(EINVAL);
-    memcpy(&to, address, sizeof(to));
+    if (int error = readAddress(address, length, to)) return refuse(error);
+    if (mWorkstation) return ::sendto(fd, bytes.data(), bytes.size(), flags, address, length);
     if (to.nl_pid != 0) return refuse(ECONNREFUSED);
     {
         Lock lock(mMutex);
@@ -83,10 +92,12 @@ ssize_t GenericNetlink::sendto(int fd, std::string_view bytes, int flags, const 
     return ::send(fd, bytes.data(), bytes.size(), flags);
 }
 
-int GenericNetlink::takeError(int fd) {
+bool GenericNetlink::mayReceive(int fd) {
     Lock lock(mMutex);
     const Port* const port = find(fd);
-    return port != nullptr ? port->socket->takeError() : 0;
+    const int error = port != nullptr ? port->socket->takeError() : 0;
+    if (error != 0) errno = error;
+    return error == 0;
 }
 
 GenericNetlink::Port* GenericNetlink::find(int fd) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/socket.h>
+
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -10,18 +12,19 @@
 #include <vector>
 
 #include "sim/base/mutex.h"
-#include "sim/kernel/sockets.h"
+#include "sim/kernel/netlink_socket.h"
 
 namespace sim {
 
 struct GenlMessage;
 
-// The kernel behind AF_NETLINK sockets of the generic protocol: the family controller, and the
-// audio module, whose family is "aud_knl_nt". Other protocols are refused.
+// The sockets of the phone's kernel. There are those of generic netlink alone, so that no socket of
+// the product reaches the workstation's network; behind them stand the family controller, and the
+// audio module, whose family is "aud_knl_nt".
 //
 // Threads: any. Each socket has a thread "sim_netlink" that answers what the process sends.
 // Errors: as with a real kernel, a receive reports ENOBUFS after a full queue has lost datagrams.
-class GenericNetlink : public SocketFamily {
+class GenericNetlink {
   public:
     static constexpr uint16_t kFamilyId = 28;
 
@@ -29,12 +32,15 @@ class GenericNetlink : public SocketFamily {
     enum class Answer { kFamily, kNoFamily, kNothing };
     enum class Pushed { kQueued, kLost, kNobody };
 
-    int socket(int type, int protocol) override SIM_EXCLUDES(mMutex);
-    int bind(int fd, const sockaddr* address, socklen_t length) override SIM_EXCLUDES(mMutex);
-    // Refuses what is not for the kernel (port 0): there is nobody else.
+    // As the C function of that name; another address family is refused with EAFNOSUPPORT, another
+    // protocol with EPROTONOSUPPORT.
+    int socket(int domain, int type, int protocol) SIM_EXCLUDES(mMutex);
+    int bind(int fd, const sockaddr* address, socklen_t length) SIM_EXCLUDES(mMutex);
+    // Refuses an address but the kernel's, port 0: nobody else receives.
     ssize_t sendto(int fd, std::string_view bytes, int flags, const sockaddr* address,
-                   socklen_t length) override SIM_EXCLUDES(mMutex);
-    int takeError(int fd) override SIM_EXCLUDES(mMutex);
+                   socklen_t length) SIM_EXCLUDES(mMutex);
+    // To be called before each receive: false with errno set when that is to fail.
+    bool mayReceive(int fd) SIM_EXCLUDES(mMutex);
 
     void setAnswer(Answer answer) SIM_EXCLUDES(mMutex);
     // The audio module's packet, to every socket that has registered with it.

@@ -65,18 +65,11 @@ bool Properties::store(const std::string& key, const std::string& value) {
     static std::atomic<unsigned> count{0};
     const std::string fresh =
         mDirectory + "/.set-" + std::to_string(getpid()) + "-" + std::to_string(++count);
-    Fd fd(open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
-    if (!fd.valid()) return false;
-    bool done = writeAll(fd.get(), value.data(), value.size());
-    if (done && startsWith(key, "ro.")) {
-        done = link(fresh.c_str(), path(key).c_str()) == 0;
-    } else if (done && rename(fresh.c_str(), path(key).c_str()) == 0) {
-        return true;
-    } else {
-        done = false;
-    }
+    if (!writeFile(fresh, value)) return false;
+    const bool once = startsWith(key, "ro.");
+    const bool done = (once ? link : rename)(fresh.c_str(), path(key).c_str()) == 0;
     const int savedErrno = errno;
-    unlink(fresh.c_str());
+    if (once || !done) unlink(fresh.c_str());
     errno = savedErrno;
     return done;
 }

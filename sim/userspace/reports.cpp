@@ -100,10 +100,7 @@ uint64_t Reports::add(std::string_view record) {
 // Written under another name and renamed once whole.
 bool Reports::write(uint64_t number, std::string_view record) const {
     const std::string fresh = mDirectory + "/.new";
-    Fd fd(open(fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
-    if (fd.valid() && writeAll(fd.get(), record.data(), record.size()) &&
-        rename(fresh.c_str(), path(number).c_str()) == 0)
-        return true;
+    if (writeFile(fresh, record) && rename(fresh.c_str(), path(number).c_str()) == 0) return true;
     unlink(fresh.c_str());
     return false;
 }
