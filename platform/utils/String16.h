@@ -7,7 +7,7 @@ namespace android {
 
 class String8;
 
-// UTF-16 text: interface names and service names. Bytes that are no UTF-8 become U+FFFD.
+// UTF-16 text: interface names and service names, which are ASCII. Any other byte becomes U+FFFD.
 class String16 {
   public:
     String16() = default;
