@@ -1,9 +1,0 @@
-#pragma once
-
-#include <cstdint>
-
-namespace android {
-
-int64_t elapsedRealtime();
-
-}  // namespace android
