@@ -71,6 +71,17 @@ struct Attributes::Open {
         int bytes = 0;
         return ioctl(kernelEnd.get(), SIOCOUTQ, &bytes) == 0 && bytes > 1;
     }
+    bool closedByReader() const {
+        if (kernelEnd.valid()) {
+            pollfd end = {kernelEnd.get(), 0, 0};
+            return ::poll(&end, 1, 0) > 0 && (end.revents & POLLHUP) != 0;
+        }
+        // Of a vanished device: the number is nobody's or another file's when it was closed.
+        char file[64] = "";
+        const std::string link = "/proc/self/fd/" + std::to_string(fd);
+        return readlink(link.c_str(), file, sizeof(file) - 1) < 0 ||
+               file != "socket:[" + std::to_string(key.second) + ']';
+    }
     // Takes back the blocks that the reader has not read, through a copy of its descriptor.
     void takeBack() {
         const Fd reader(fcntl(fd, F_DUPFD_CLOEXEC, 0));
@@ -168,17 +179,15 @@ int Attributes::makeOpen(const std::string& path, const Attribute& attribute) {
     return processEnd.release();
 }
 
-// Forgets what its reader has closed. A descriptor of a vanished device stays known: the end that
-// would tell is closed.
+// Forgets what its reader has closed.
 void Attributes::dropClosed() {
     for (auto open = mOpen.begin(); open != mOpen.end();) {
-        pollfd end = {open->second->kernelEnd.get(), 0, 0};
-        const bool closed = ::poll(&end, 1, 0) > 0 && (end.revents & POLLHUP) != 0;
-        open = closed ? mOpen.erase(open) : std::next(open);
+        open = open->second->closedByReader() ? mOpen.erase(open) : std::next(open);
     }
 }
 
 bool Attributes::startFeeder() try {
+    if (!mFeeder.valid()) return false;
     if (!mFeederRuns) std::thread([this] { runFeeder(); }).detach();
     return mFeederRuns = true;
 } catch (const std::system_error&) {

@@ -96,6 +96,14 @@ TEST_F(AttributesTest, GivesTheBytesInReadsOfALimitedSizeUntilItVanishes) {
     EXPECT_EQ(-1, read(copied.get(), block.data(), block.size()));
     phone().gpu().appear();
     EXPECT_EQ(0, read(copied.get(), block.data(), block.size())) << "it stays dead";
+    copied = Fd();
+    const int next = open(Gpu::kDump).get();
+    for (int i = 0; i < 5; ++i) {
+        const Fd vanishing = open(Gpu::kDump);
+        phone().gpu().vanish();
+        phone().gpu().appear();
+    }
+    EXPECT_EQ(next, open(Gpu::kDump).get()) << "no descriptor stays behind";
 
     const Fd fd = open(Gpu::kTimestamp);
     phone().gpu().fault({"3\n", "", "0", Gpu::snapshotOf(60000)});
