@@ -15,7 +15,7 @@
 namespace pelto {
 namespace {
 
-constexpr size_t kMaxMembers = 1000000;  // of an archive that is listed
+constexpr size_t kMaxNameBytes = 64 << 20;  // of all names in an archive
 
 struct OpenArchive {
     Archive archive;
@@ -123,8 +123,10 @@ void visitMembers(const OpenArchive& opened, const Visit& visit) {
 
 std::vector<Member> membersOf(const OpenArchive& opened) {
     std::vector<Member> members;
+    size_t bytes = 0;
     visitMembers(opened, [&](const Member& member, archive*) {
-        if (members.size() == kMaxMembers) refuseArchive(opened.archive.path, "too many members");
+        bytes += member.name.size() + sizeof(Member);
+        if (bytes > kMaxNameBytes) refuseArchive(opened.archive.path, "too many names");
         members.push_back(member);
     });
     return members;

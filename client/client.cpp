@@ -2,7 +2,7 @@
 
 #include <binder/IServiceManager.h>
 #include <ipeltoservice/IPeltoService.h>
-#include <sim/control/control.h>
+#include <sim/control/client.h>
 #include <stdlib.h>
 #include <unistd.h>
 
