@@ -124,6 +124,11 @@ def check(root):
         for name in sorted(folders - _FREE - set(known))
         if any(sources.files(root, [name]))
     ]
+    unknown += [
+        f"sim/{room.name}/: is no room that tools/check_includes.py knows"
+        for room in sorted((root / "sim").glob("*"))
+        if room.is_dir() and room.name not in ROOMS
+    ]
     paths = [p for p in sources.files(root, known) if not sources.is_test(p)]
     return unknown + [problem for path in paths for problem in check_file(root, path)]
 
