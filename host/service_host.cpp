@@ -86,7 +86,7 @@ void StopSignals::onFirst(std::function<void()> stop) {
 
 int parseCommandLine(CLI::App& app, int argc, char** argv) {
     app.failure_message([](const CLI::App* given, const CLI::Error& error) {
-        const std::string name = given->get_name();
+        const std::string& name = given->get_name();
         return name + ": " + error.what() + "; see " + name + " --help\n";
     });
     try {

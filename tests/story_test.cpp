@@ -202,9 +202,8 @@ class StoryTest : public ServiceTest {
     }
 
     void archivesGpuFaults() {
-        constexpr size_t kSize = 9000;
         does({"gpu", "await"});
-        does({"gpu", "fault", "--hash", "5a1f0c", "--size", std::to_string(kSize)});
+        does({"gpu", "fault", "--hash", "5a1f0c", "--size", "9000"});
         EXPECT_THAT(watchedUpTo("pelto_event_peltoserver_feedback EventID,410,Reason,5a1f0c"),
                     IsEmpty());
         does({"clock", "advance", "20", "--sleepers", "1"});
@@ -212,9 +211,6 @@ class StoryTest : public ServiceTest {
         const auto archive = json({"archives", "list", "--json"});
         EXPECT_EQ(archive["kind"], "gpu");
         EXPECT_EQ(archive["name"], "5a1f0c");
-        const std::string path = archive["path"];
-        EXPECT_EQ(json({"archives", "show", "--json", path})["members"].size(), 5u);
-        EXPECT_EQ(pelto({"archives", "cat", path, ".snap"}).output, sim::Gpu::snapshotOf(kSize));
 
         const std::string before = pelto({"archives", "list"}).output;
         does({"gpu", "fault", "--hash", "late", "--control", "1"});
