@@ -37,7 +37,7 @@ def start(peltoserviced, phone):
 
 
 def idle(service_bench, peltoserviced, seconds):
-    """Figures of so many seconds without any call."""
+    """Figures of the given number of seconds without any call."""
     with tempfile.TemporaryDirectory() as folder:
         phone = folder + "/phone"
         subprocess.run([service_bench, "make-phone", phone], check=True)

@@ -6,6 +6,7 @@
 namespace bench {
 namespace {
 
+// A batch mailbox; event_active() wakes the loop.
 class EventPeer : public Peer {
   public:
     explicit EventPeer(Receiver receiver) : Peer(std::move(receiver)) {

@@ -5,6 +5,7 @@
 namespace bench {
 namespace {
 
+// A batch mailbox; uv_async_send() wakes the loop.
 class UvPeer : public Peer {
   public:
     explicit UvPeer(Receiver receiver) : Peer(std::move(receiver)) {

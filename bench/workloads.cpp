@@ -222,7 +222,8 @@ Figures delayed(const Options& options) {
         const int64_t wanted = due[static_cast<size_t>(message.what)];
         const int64_t late = nowNanos() - start - wanted;
         early += late < 0;
-        // Each due time starts at its own insertion: only a greater difference is out of order.
+        // Due times are relative to each insertion, so differences up to insertNanos are no
+        // reordering.
         unordered += wanted + insertNanos < last;
         last = std::max(last, wanted);
         lateness.push_back(late);

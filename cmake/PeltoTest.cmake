@@ -1,6 +1,3 @@
-# pelto_test(NAME SOURCES file... [LIBRARIES target...]): a test program, with one ctest entry per test
-# case, since process-wide objects are never destroyed and each case needs fresh ones.
-#
 # GoogleTest is built from Debian's sources, with the compiler and the sanitizer of each build.
 set(PELTO_GOOGLETEST /usr/src/googletest CACHE PATH "GoogleTest's source tree")
 set(INSTALL_GTEST OFF CACHE BOOL "" FORCE)
@@ -27,8 +24,8 @@ else()
   set(PELTO_TEST_ENVIRONMENT "PELTO_EMULATOR=${emulator}")
 endif()
 
-# pelto_test(NAME SOURCES file... [LIBRARIES target...]): one test program, one ctest entry per test
-# case, since the process-wide objects never die and each case needs them fresh.
+# pelto_test(NAME SOURCES file... [LIBRARIES target...]): a test program, with one ctest entry per test
+# case, since process-wide objects are never destroyed and each case needs fresh ones.
 function(pelto_test name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES" ${ARGN})
   add_executable(${name} ${ARG_SOURCES} $<TARGET_OBJECTS:pelto_product> $<TARGET_OBJECTS:pelto_door>)

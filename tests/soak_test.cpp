@@ -221,7 +221,7 @@ class SoakTest : public ServiceTest {
 TEST_F(SoakTest, losesNoEventNoDescriptorAndNoMemory) {
     const char* const size = getenv("PELTO_SOAK");
     const size_t usual = kSanitized || !emulator().empty() ? 1400 : 10000;
-    // Each sender sends so many events of every type.
+    // The number of events of each type that a sender sends.
     const size_t events = (size != nullptr ? strtoul(size, nullptr, 10) : usual) / kTypes + 1;
     const size_t round = std::min<size_t>(events / 2 + 1, 5000);
     awaitAllConnected();

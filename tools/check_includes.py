@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
-"""Refuses #include lines that lean the wrong way.   check_includes.py [ROOT]
+"""Refuses #include lines in the wrong direction.   check_includes.py [ROOT]
 
-The product's folders lean one way only: service over kernel, gpu, logcapture and testlistener,
-these over event, event over looper. Beyond that a folder may include what MAY_INCLUDE names and
-the headers of the language and the system. The headers directly in platform/LIBRARY/ are those the
-phone has too, so nothing of sim/ may be in them; what lies deeper is the stand-ins' own. The rooms
-of sim/ lean one way as ROOMS says; sim/phone.cpp alone wires them together. A folder with C++ files
-that is named nowhere here is refused.
+The product's folders depend on each other in one direction only: service on kernel, gpu,
+logcapture and testlistener, these on event, event on looper. Beyond that a folder may include what
+MAY_INCLUDE names and the headers of the language and the system. The headers directly in
+platform/LIBRARY/ may be included by the product, so they include nothing of sim/; deeper ones are
+the stand-ins' own. The rooms of sim/ depend on each other as ROOMS says; sim/phone.cpp alone wires
+them together. A folder with C++ files that is named nowhere here is refused.
 """
 
 import re
@@ -18,7 +18,7 @@ import sources
 _PHONE_SIDE = {"platform", "phone"}
 _WORKSTATION = {"platform", "platform's inside", "sim"}
 _LISTENER = {"event", "looper"} | _PHONE_SIDE
-# A product folder that is not named here holds listeners.
+# Every other product folder may use event/ and looper/.
 MAY_INCLUDE = {
     **dict.fromkeys(sources.PRODUCT, _LISTENER),
     "looper": _PHONE_SIDE,
@@ -33,7 +33,7 @@ MAY_INCLUDE = {
 }
 # These include what they need. build holds what CMake makes.
 _FREE = {"tests", "bench", "fuzz", "build"}
-# What a room of sim/ includes beside itself.
+# Allowed includes of each subfolder of sim/, besides its own.
 ROOMS = {
     "base": set(),
     "kernel": {"base"},
@@ -42,7 +42,7 @@ ROOMS = {
     "control": {"base", "kernel", "userspace"},
     "phone": {"base", "kernel", "userspace", "shell", "control"},  # sim/phone.h and sim/phone.cpp
 }
-# What ships, and what stands in for the phone, does without third-party libraries.
+# Product, platform and sim/ use no third-party libraries.
 _PLAIN = set(sources.PRODUCT) | {"phone", "platform", "sim"}
 _SYSTEM_DIRECTORIES = {"sys", "linux", "asm", "net", "netinet", "arpa"}
 _INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*([<"])([^>"\n]+)[>"]', re.M)

@@ -16,7 +16,7 @@ _PREFIX = re.compile(
     r"(?:(?:vtable|typeinfo|typeinfo name|VTT|guard variable) for )?"
     r"(?:(?:non-)?virtual thunk to )?(?:android::)?"
 )
-# What compilers and linkers leave open in every library.
+# Undefined symbols that the toolchain adds to every library.
 _RUNTIME = re.compile(r"_ITM_|__gmon_start__$|__cxa_finalize$|__aeabi_|__gnu_")
 
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Refuses sources other than tests that clang-tidy objects to.
+# Runs clang-tidy on every source outside tests, bench and fuzz.
 #
 #   tools/check_tidy.sh BUILD_DIR     a folder with a compile_commands.json made for clang
 set -euo pipefail
@@ -11,5 +11,5 @@ sources() {
         grep -vE '^(build|tests|bench|fuzz)/|_test\.cpp$' | sort -u
 }
 
-# Drops its count of suppressed warnings.
+# Filters clang-tidy's count of suppressed warnings.
 sources | xargs -r -n 2 -P "$(nproc)" clang-tidy --quiet -p "$build" 2> >(grep -v 'generated\.$' >&2)

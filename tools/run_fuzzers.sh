@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs each fuzzer for that time, starting from its seeds in fuzz/seeds/NAME. An input that makes one
+# Runs each fuzzer for SECONDS, starting from its seeds in fuzz/seeds/NAME. An input that makes one
 # fail is kept in BUILD_DIR/findings/.
 #
 #   tools/run_fuzzers.sh BUILD_DIR SECONDS
