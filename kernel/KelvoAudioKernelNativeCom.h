@@ -40,9 +40,9 @@ class KelvoAudioKernelNativeCom : public Thread {
     KelvoAudioKernelNativeCom(void* owner, const char* module, Hook hook);
     ~KelvoAudioKernelNativeCom() override;
 
-    // Sends a message to the module: the last count of bytes that the socket took, -1 when sending
-    // failed, -22 (EINVAL) when there is no family or no socket yet, or no data. `len` includes the
-    // terminator of a text; of 252 bytes and more, 250 are sent.
+    // Sends a message to the module. Returns the result of the last sendto(), -1 when sending
+    // failed, -22 (EINVAL) when there is no family or no socket yet, or no data. `len` includes a
+    // text's terminator; longer data is cut to 250 bytes without it.
     int32_t sendToKernelMsg(uint8_t cmd, uint16_t nlaType, const void* data, int32_t len);
     // As sendToKernelMsg(), to any family.
     int32_t sendGenlMsg(uint16_t nlmsgType, uint8_t cmd, uint16_t nlaType, const void* data,

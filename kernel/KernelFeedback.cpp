@@ -36,8 +36,8 @@ int idOf(const char* packet) {
     return phoneAtoi(std::string(text, strnlen(text, kPayload - kEventId)).c_str());
 }
 
-// Appends key and value of every item. Items are separated by runs of "$"; one without "@@" is
-// dropped. Changes the payload.
+// Appends "#key#value" of each item "key@@value"; items are separated by runs of "$". Skips "NULL"
+// and items without "@@"; cuts an item to kMaxItem bytes. Changes the payload.
 void appendItems(char* payload, char* work, String8* info) {
     char* rest = nullptr;
     for (const char* item = strtok_r(payload, "$", &rest); item != nullptr;

@@ -21,7 +21,7 @@ class HandlerThread : public Thread {
     HandlerThread();
     ~HandlerThread() override;
 
-    // Starts the thread. A status other than 0 is the platform's; then there is no looper.
+    // Starts the thread. On failure returns the status of Thread::run(), and no looper is made.
     status_t start(const char* name, int32_t priority, size_t stack);
     // Waits until the thread has made its looper; null after an early wake-up. Only after a
     // successful start().

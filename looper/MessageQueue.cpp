@@ -58,7 +58,7 @@ size_t MessageQueue::placeFor(int64_t uptime) const {
     return static_cast<size_t>(place - mKeys.get());
 }
 
-// Moves the keys of the shorter side by one.
+// Inserts a key by moving the keys on the shorter side by one.
 void MessageQueue::insertKey(size_t place, const Key& key) {
     const size_t before = place - mHead;
     if (mHead == 0 || mTail == mCapacity) makeRoom();
@@ -75,13 +75,14 @@ void MessageQueue::insertKey(size_t place, const Key& key) {
     }
 }
 
-// Makes free places at both ends: moves the keys when half of the array is free, else grows it.
+// Makes free places at both ends: moves the keys when over half of the array is free, else grows
+// it.
 void MessageQueue::makeRoom() {
     const bool full = size() * 2 >= mCapacity;
     resize(full ? std::max(mCapacity * 2, kMinCapacity) : mCapacity);
 }
 
-// Puts three of four free places behind the keys: most messages go to the end.
+// Puts three of four free places after the keys: most messages go to the end.
 void MessageQueue::resize(size_t capacity) {
     const size_t count = size();
     const size_t head = (capacity - count) / 4 + 1;
@@ -97,7 +98,7 @@ void MessageQueue::resize(size_t capacity) {
     mTail = head + count;
 }
 
-// Frees the messages first, so that the smaller array fits below the end of the heap.
+// Frees empty blocks first, so that the smaller array can be placed below them in the heap.
 void MessageQueue::shrink() {
     mPool.shrink();
     size_t capacity = mCapacity;

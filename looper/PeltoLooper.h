@@ -138,7 +138,7 @@ class PeltoLooper : public RefBase {
     bool mEpollRebuildRequired GUARDED_BY(mLock) = false;
     std::map<int32_t, Request> mRequests GUARDED_BY(mLock);
     int32_t mNextRequestSeq GUARDED_BY(mLock) = 0;
-    // The looper's thread only, as are the next two.
+    // Looper thread only: these three.
     Vector<Response> mResponses;
     size_t mResponseIndex = 0;
     int64_t mNextMessageUptime = INT64_MAX;  // due after the last poll; INT64_MAX is none

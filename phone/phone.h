@@ -9,12 +9,12 @@
 #include <sys/types.h>
 #include <time.h>
 
-// Every call by which the product reaches files, shell, kernel sockets and time of the phone it
-// runs on. Arguments, result and errno are those of the C function of that name; so are the threads
-// that may call. Paths are phone paths: only the workstation's implementation knows where they lie.
-// A descriptor already open is read, written and closed plainly, with the exceptions stated below:
-// pread and poll belong to how a kernel attribute tells of its changes, recvfrom and sendto to how
-// a kernel socket tells of its losses and whom a message is for.
+// Every call by which the product reaches files, shell, kernel sockets, sleep and wall time of the
+// phone it runs on; other times come from <utils/Timers.h> and <utils/SystemClock.h>. Arguments,
+// result and errno are those of the C function of that name; so are the threads that may call.
+// Paths are phone paths: only the workstation's implementation knows where they lie. An open
+// descriptor is read, written and closed with the plain calls, except pread() and poll() (attribute
+// notifications) and recvfrom() and sendto() (netlink addresses, lost datagrams).
 namespace phone {
 
 int open(const char* path, int flags, mode_t mode = 0);
