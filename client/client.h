@@ -51,18 +51,18 @@ class Client {
     int exitCode() const { return mExitCode; }
 
     const std::string& folder() const { return mFolder; }
-    // Opens the phone; kNoPhone.
+    // Opens the phone. Throws Failure(kNoPhone).
     sim::Phone& phone();
-    // The published service or null; kNoPhone.
+    // The published service or null. Throws Failure(kNoPhone).
     android::sp<android::IBinder> findService();
-    // The published service; kNoPhone, kNoService.
+    // The published service. Throws Failure(kNoPhone or kNoService).
     android::sp<android::IBinder> service();
-    // Calls an operation of the service; kNoPhone, kNoService, or kFailed with `what` and the
-    // status.
+    // Calls an operation of the service. Throws what service() throws, and Failure with `what` for
+    // a status other than OK.
     void call(const std::string& what,
               const std::function<android::status_t(android::PeltoServiceCalls&)>& operation);
     // Sends a command to the phone's control socket in the service's process and returns the texts
-    // of the reply; kNoPhone, kNoService, or kFailed with the error that was replied.
+    // of the reply. Throws what service() throws, and Failure(kFailed) with the replied error.
     std::vector<std::string> ask(const std::vector<std::string>& words);
 
   private:

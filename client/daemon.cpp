@@ -20,8 +20,8 @@ namespace {
 
 constexpr int kPatienceMillis = 60000;
 
-// A pidfd of the process; none when it has ended. The start time is read behind the open: a process
-// that still has number and start time by then had them when the pidfd was opened.
+// A pidfd of the process; none when it has ended. Reads the start time after opening the pidfd: if
+// it still matches, the pidfd refers to that process.
 sim::Fd openProcess(const ProcessId& process) {
     sim::Fd handle(static_cast<int>(syscall(SYS_pidfd_open, process.pid, 0)));
     if (!handle.valid()) return handle;
@@ -41,7 +41,7 @@ std::optional<ProcessId> ProcessId::of(pid_t pid) {
     std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
     std::string text;
     if (!std::getline(file, text, '\0')) return std::nullopt;
-    // The start time is the 20th field behind the name, which may hold blanks and parentheses.
+    // The start time is the 20th field after the name, which may hold blanks and parentheses.
     std::istringstream fields(text.substr(text.rfind(')') + 1));
     std::string skipped;
     for (int field = 1; field < 20; ++field) fields >> skipped;

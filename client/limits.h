@@ -11,7 +11,7 @@
 
 namespace pelto {
 
-// The end of a wait: so many seconds from construction, or never when they are 0.
+// The end of a wait: `seconds` from construction, or never when they are 0.
 class Deadline {
   public:
     explicit Deadline(double seconds)

@@ -101,8 +101,8 @@ bool Thread::passOnce(bool first) {
 
 bool Thread::endUnlessGoingOn(bool goOn) {
     Mutex::Autolock lock(mThreadLock);
-    // Decided while the thread still holds its object: after it dropped its reference, an owner
-    // that drops the last one could wait for an end that nobody reports.
+    // Decides before the thread drops its reference: otherwise an owner that releases the last one
+    // would wait for an end that is never signalled.
     if (goOn && !mExitPending && getStrongCount() > 1) return false;
     mExitPending = true;
     mRunning = false;

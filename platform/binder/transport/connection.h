@@ -45,8 +45,8 @@ class Process;
 //
 // A frame that breaks the protocol ends the connection with one log line. At the end, whichever
 //   side caused it, waiting callers get DEAD_OBJECT, death recipients are notified once, objects
-//   given out are released; calls already read are still executed. A proxy then costs about 1.4 KiB
-//   on a 64-bit machine, this object without its buffers included.
+//   given out are released; calls already read are still executed. A proxy of a dead connection
+//   still uses about 1.4 KiB (64-bit), including this object without its buffers.
 class Connection : public IoSource, public std::enable_shared_from_this<Connection> {
   public:
     // Limits of mOut when a call, or anything else, is added.
@@ -72,7 +72,7 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
     bool alive() const { return !mGone.load(std::memory_order_acquire); }
     pid_t peerPid() const { return mPeer.pid; }
 
-    // For the pool: a call begins, a call has its result.
+    // Called by the pool: when a call starts, and with its result.
     void begun(size_t charge) EXCLUDES(mLock);
     void reply(uint64_t callId, status_t status, const Parcel& parcel) EXCLUDES(mLock);
 

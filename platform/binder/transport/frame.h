@@ -17,7 +17,7 @@ enum FrameKind : uint32_t { HELLO = 1, CALL = 2, REPLY = 3, RELEASE = 4 };
 
 struct FrameHeader {
     uint32_t magic;
-    uint32_t size;  // bytes behind the header: object table and data
+    uint32_t size;  // bytes after the header: object table and data
     uint32_t kind;
     uint32_t flags;        // CALL: 1 when one-way
     uint64_t callId;       // CALL, REPLY: pairs them; 0 for a one-way call
@@ -47,7 +47,7 @@ static_assert(sizeof(ObjectEntry) == 12 && offsetof(ObjectEntry, handle) == 8,
 constexpr uint32_t kMagic = 0x31444e42;  // "BND1"
 constexpr uint32_t kVersion = 1;
 
-// A transaction takes so many bytes of a parcel and so many objects; anything bigger fails at the
+// A transaction may hold kMaxPayload bytes and kMaxObjects objects; anything bigger fails at the
 // sender with FAILED_TRANSACTION.
 constexpr size_t kMaxPayload = (1u << 20) - (8u << 10);
 constexpr size_t kMaxObjects = 1024;

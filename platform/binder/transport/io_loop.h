@@ -31,7 +31,7 @@ class IoLoop {
   public:
     // The watch's number, or 0 when the system gives no epoll instance or thread.
     uint64_t add(const std::shared_ptr<IoSource>& source, int fd, uint32_t events) EXCLUDES(mLock);
-    // Cannot fail for lack of memory: the watch stays registered, even with no events asked for.
+    // Never allocates: the descriptor stays in the epoll set even with an empty event mask.
     void change(uint64_t id, int fd, uint32_t before, uint32_t after);
     void remove(uint64_t id, int fd) EXCLUDES(mLock);
 

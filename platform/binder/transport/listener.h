@@ -20,15 +20,15 @@ class Process;
 bool mayTalkTo(const ucred& peer, const std::string& name);
 
 // The connections that this process has accepted under all its names: at most kMaxConnections and
-// at most a quarter of its descriptors, so that clients leave descriptors for its other work.
+// at most a quarter of its descriptors, so that clients leave descriptors for its other work and
+// silent ones keep nobody out.
 //
-// Closes the oldest connection without a handshake when full, so that silent sockets keep nobody
-// out. Threads: the loop's only.
+// Threads: the loop's only.
 class AcceptedConnections {
   public:
     static constexpr size_t kMaxConnections = 256;
 
-    // Whether one more may be accepted.
+    // Closes the oldest connection without a handshake when full; false when there is none.
     bool makeRoom();
     void add(const std::shared_ptr<Connection>& connection) { mConnections.push_back(connection); }
 
