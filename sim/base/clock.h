@@ -15,7 +15,7 @@ namespace sim {
 // workstation's clocks, or after hold() by advance() alone.
 //
 // Threads: any. Needs no open Phone.
-// Order: after release() the clock runs on from the time at which it was held; it never goes back.
+// Order: release() continues from the current (possibly advanced) time; time never goes back.
 // Units: nanoseconds; wall time counts from the epoch.
 class Clock {
   public:

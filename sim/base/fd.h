@@ -48,9 +48,9 @@ class FileLock {
     const int mFd;
 };
 
-// Takes that lock, which then lasts as long as the file is open. False when another process has
-// held it for all of `patience`; a stopped process would hold it for ever.
-bool lockWithin(int fd, std::chrono::milliseconds patience);
+// Takes the file's advisory lock and keeps it until the file is closed. False when `timeout` passes
+// first: a stopped process would hold the lock for ever.
+bool lockWithin(int fd, std::chrono::milliseconds timeout);
 
 // Writes all of `size` bytes; false with errno set as soon as the file takes no more.
 bool writeAll(int fd, const char* data, size_t size);
@@ -62,8 +62,8 @@ bool writeFile(const std::string& path, std::string_view text);
 // Reads from the descriptor's position to the end, at most `limit` bytes.
 std::string readAll(int fd, size_t limit = SIZE_MAX);
 
-// Tells the process that reads the other end of this pipe that the work it waits for has begun, and
-// closes the descriptor. Does nothing for -1.
+// Signals readiness to the process that reads the other end of this pipe: writes "ready" and a
+// newline and closes the descriptor. No effect for -1.
 void tellReady(int fd);
 
 }  // namespace sim

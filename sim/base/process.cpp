@@ -9,7 +9,7 @@
 namespace sim {
 namespace {
 
-// Above the numbers that children get their descriptors under.
+// Lowest number for temporary copies; children are given only lower numbers.
 constexpr int kFirstFreeFd = 10;
 
 std::vector<char*> pointersTo(const std::vector<std::string>& texts) {
@@ -37,7 +37,7 @@ ProcessStarter::~ProcessStarter() {
 }
 
 void ProcessStarter::setFd(int number, int ours) {
-    // A low number may be overwritten in the child before it is copied.
+    // Copies a low descriptor up: an earlier dup2() in the child could overwrite it.
     if (ours != number && ours >= 0 && ours < kFirstFreeFd) {
         mCopies.emplace_back(fcntl(ours, F_DUPFD_CLOEXEC, kFirstFreeFd));
         ours = mCopies.back().get();

@@ -10,7 +10,7 @@
 namespace sim {
 namespace {
 
-// Where a walk has come to: the names passed since the root, and the last of their directories.
+// The state of a path walk: the components passed and the descriptor of the last directory.
 class Walk {
   public:
     explicit Walk(int root) : mRoot(root) {}

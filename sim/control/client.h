@@ -32,7 +32,7 @@ constexpr std::chrono::seconds kReplyPatience{90};  // of a client
 // no whole reply comes within kReplyPatience.
 Reply controlRequest(const std::string& folder, const std::vector<std::string>& words);
 
-// The connection behind a request; throws as that does.
+// The connection of a request; throws as that does.
 Fd connectToControl(const std::string& runDirectory);
 
 // The folder in which the socket is published as "control", by its descriptor (O_PATH).

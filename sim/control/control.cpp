@@ -41,7 +41,7 @@ PublishedSocket publishControl(const std::string& runDirectory) {
 
 }  // namespace
 
-// The thread of a served phone. It waits for requests and for room to answer, never for one client.
+// The event loop of the control socket (thread "sim_control"); never blocks on one client.
 class ControlServer {
   public:
     ControlServer(Control& control, Log& log, PublishedSocket socket)
@@ -85,7 +85,7 @@ class ControlServer {
     void accept() {
         Fd fd(accept4(mSocket.listening.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
         if (!fd.valid()) {
-            // Out of descriptors, most likely: the waiting connection would wake poll() at once.
+            // Probably out of descriptors: poll() would report the waiting connection at once.
             if (errno != EAGAIN) poll(nullptr, 0, 100);
         } else if (const auto peer = peerOf(fd.get()); !peer || !isTrusted(*peer)) {
             mLog.write(kWarn, kTag, "a process of another user is refused");

@@ -27,7 +27,7 @@ class Control {
     // A connection beyond these closes the oldest.
     static constexpr size_t kMaxConnections = 32;
 
-    // `log` outlives this.
+    // `log` must outlive this object.
     Control(std::string runDirectory, Log& log) : mDirectory(std::move(runDirectory)), mLog(log) {}
 
     // A command of that name added before is replaced.

@@ -95,8 +95,8 @@ size_t readSize(const std::string& text) {
     refuseGpu("'" + text + "' is no size from 0 to " + std::to_string(kMaxSnapshotBytes));
 }
 
-// Reads the options behind the verb, "--name value" each, over the defaults in `values`; an option
-// without a default is refused.
+// Parses "--name value" pairs after the verb into `values`, which holds the defaults; refuses names
+// that are not in it.
 void readOptions(const Arguments& words, std::map<std::string, std::string>& values) {
     for (size_t i = 1; i < words.size(); i += 2) {
         auto value = values.find(words[i]);

@@ -9,7 +9,7 @@ class Root;
 
 // The control command "clock", on the clock of the process that serves the phone:
 //   advance SECONDS   moves it on; fractions are taken
-//   await-sleepers N  waits until so many threads sleep on it; an error after 20 s of real time
+//   await-sleepers N  waits until N threads sleep on it; an error after 20 s of real time
 void addClockCommand(Control& control);
 
 // The control command "fault", which makes parts in the service's process fail on purpose:

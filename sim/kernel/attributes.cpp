@@ -66,7 +66,7 @@ struct Attributes::Open {
         ended = true;
         shutdown(kernelEnd.get(), SHUT_WR);
     }
-    // While the kernel frees a block just read, it still counts one byte of it.
+    // SIOCOUTQ can still report one byte while the kernel frees a block just read.
     bool hasUnread() const {
         int bytes = 0;
         return ioctl(kernelEnd.get(), SIOCOUTQ, &bytes) == 0 && bytes > 1;

@@ -27,10 +27,10 @@ class Root;
 //
 // A descriptor is ready for POLLPRI|POLLERR once opened, and again from each notification on, until
 // pread() at offset 0. pread(), and a plain read() of a binary attribute, give the current content;
-// a plain read() of a text attribute gives the content at open(). None gives more than 4096 bytes
-// at once, and a shorter plain read() loses the rest of its block. After the device's removal a
-// descriptor is ready for ever, pread() fails with ENODEV, and the next plain read with ECONNRESET.
-// A plain reader of what was empty at open() meets the end.
+// a plain read() of a text attribute gives the content at open(). No read returns more than
+// 4096 bytes; a plain read() with a smaller buffer loses the rest of the block. After the device's
+// removal a descriptor is ready for ever, pread() fails with ENODEV, and the next plain read with
+// ECONNRESET. A plain reader of what was empty at open() reads EOF.
 //
 // Ownership: a descriptor is closed by its opener, as any file.
 // Threads: any. The thread "sim_attribute" feeds the readers of binary attributes, a block at a
@@ -43,16 +43,16 @@ class Attributes {
     // How an attribute misbehaves. An errno of 0 is no fault.
     struct Faults {
         int openError = 0;
-        int readError = 0;  // of pread(); a plain read then meets the end
+        int readError = 0;  // of pread(); a plain read then gets EOF
         int pollError = 0;
         size_t readBytes = kMaxReadBytes;  // most that one read gives
-        // A plain reader of a longer binary attribute gets so many bytes; then atEnd is called, on
-        // any thread.
+        // A plain reader of a longer binary attribute gets `endsAfter` bytes; then atEnd is called,
+        // on any thread.
         size_t endsAfter = SIZE_MAX;
         std::function<void()> atEnd = nullptr;
     };
 
-    // `root` outlives this.
+    // `root` must outlive this object.
     explicit Attributes(const Root& root);
 
     // The device's side. Paths are absolute, without "." and "..".

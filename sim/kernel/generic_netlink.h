@@ -18,9 +18,9 @@ namespace sim {
 
 struct GenlMessage;
 
-// The sockets of the phone's kernel. There are those of generic netlink alone, so that no socket of
-// the product reaches the workstation's network; behind them stand the family controller, and the
-// audio module, whose family is "aud_knl_nt".
+// The sockets of the phone's kernel. Supports generic netlink only, so that the product cannot
+// reach the workstation's network. Simulates the family controller and the audio module, whose
+// family is "aud_knl_nt".
 //
 // Threads: any. Each socket has a thread "sim_netlink" that answers what the process sends.
 // Errors: as with a real kernel, a receive reports ENOBUFS after a full queue has lost datagrams.
@@ -36,7 +36,7 @@ class GenericNetlink {
     // protocol with EPROTONOSUPPORT.
     int socket(int domain, int type, int protocol) SIM_EXCLUDES(mMutex);
     int bind(int fd, const sockaddr* address, socklen_t length) SIM_EXCLUDES(mMutex);
-    // Refuses an address but the kernel's, port 0: nobody else receives.
+    // Accepts only the kernel's address (port 0).
     ssize_t sendto(int fd, std::string_view bytes, int flags, const sockaddr* address,
                    socklen_t length) SIM_EXCLUDES(mMutex);
     // To be called before each receive: false with errno set when that is to fail.
@@ -48,8 +48,8 @@ class GenericNetlink {
     // These very bytes as one datagram, to every socket.
     Pushed pushRaw(std::string_view bytes) SIM_EXCLUDES(mMutex);
 
-    // How the next sends end, one after the other: that many bytes are taken at most, or an errno
-    // when negative; 0 takes nothing and sets EAGAIN.
+    // Injected results of the next sends, in order: above 0 the most bytes that are taken; below 0
+    // a negated errno; 0 takes nothing and sets EAGAIN.
     void setSendResults(std::deque<ssize_t> results) SIM_EXCLUDES(mMutex);
 
     // The last kMaxHistory datagrams of the process, oldest first. The waiting form waits until

@@ -25,7 +25,7 @@ class Gpu {
         std::string snapshot;
     };
 
-    // `attributes` outlives this.
+    // `attributes` must outlive this object.
     explicit Gpu(Attributes& attributes);
 
     // Replaces the files' texts and notifies. A device that had vanished is back.
@@ -35,8 +35,8 @@ class Gpu {
     // Removes all files, or makes them as on a fresh phone and without faults.
     void vanish();
     void appear();
-    // Faults: opening that file fails; a read of the dump gives at most so many bytes; the device
-    // vanishes when a reader has got so many bytes of a snapshot.
+    // Faults: opening that file fails; a read of the dump gives at most `bytes`; the device
+    // vanishes when a reader has got `bytes` of a snapshot.
     void makeUnreadable(const std::string& path);
     void shortenReads(size_t bytes);
     void vanishAfter(size_t bytes);

@@ -13,7 +13,7 @@ NetlinkSocket::NetlinkSocket(int typeFlags) {
     if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) return;
     mKernelEnd = Fd(ends[0]);
     mProcessEnd = Fd(ends[1]);
-    // The flags are for the process's end alone.
+    // Applies the flags to the process's end only.
     if ((typeFlags & SOCK_CLOEXEC) == 0) fcntl(ends[1], F_SETFD, 0);
     if ((typeFlags & SOCK_NONBLOCK) != 0) fcntl(ends[1], F_SETFL, O_NONBLOCK);
 }

@@ -45,7 +45,7 @@ class Arguments {
                 error = S_ISLNK(mode) ? ELOOP : ENOTDIR;
             if (force && (error == ENOENT || error == ENOTDIR)) continue;
             if (error != 0) return refuse(word, strerror(error));
-            // The word counts, not the place: "x/.." would remove the directory above.
+            // Checks the word as typed: "x/.." resolves to x's parent, which rm would remove.
             if (place.path == "." || endsInDots(word)) return refuse(word, "cannot be removed");
             if (!hand(place.parent, '/' + parentPath(place), place.name)) return false;
         }
@@ -65,7 +65,7 @@ class Arguments {
             ++refused;
         }
         if (refused == 0) return paths();
-        // The one that is left must not be copied onto a file.
+        // With several sources the destination must be a directory, even if one source remains.
         return refused < sources && isDirectory(mWords[mNext]) && paths();
     }
 

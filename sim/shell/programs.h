@@ -7,7 +7,7 @@ class Log;
 class Root;
 class Shell;
 
-// Registers the phone's own programs with its shell, as stand-ins: logcat, dmesg, dumpsys and
+// Registers the phone's own programs with its shell, as built-ins: logcat, dmesg, dumpsys and
 // perfetto.
 void addPrograms(Shell& shell, const Root& root, Log& log, KernelLog& kernelLog);
 

@@ -17,17 +17,17 @@ struct CommandLine;
 
 // Runs the product's command lines inside the phone; none reaches the workstation's shell. A line
 // (command_line.h) names a program of the workstation (host_programs.h), which runs with every path
-// mapped into the root, or a stand-in registered here. Anything else is refused with one log line
+// mapped into the root, or a built-in registered here. Anything else is refused with one log line
 // and a non-zero status.
 //
 // Threads: any; commands run side by side, each on its caller's thread. The faults of ProgramFaults
 // apply to every program.
 class Shell {
   public:
-    // A stand-in: takes the words after its name and its output; returns its exit status.
+    // A built-in: takes the words after its name and its output; returns its exit status.
     using Program = std::function<int(const std::vector<std::string>& words, int outputFd)>;
 
-    // All three outlive this.
+    // All three must outlive this object.
     Shell(const Root& root, Log& log, ProgramFaults& faults)
         : mRoot(root), mLog(log), mFaults(faults) {}
 

@@ -23,7 +23,7 @@ constexpr char kTypeProperty[] = "kelvo.audio.dumpinfo.type";
 constexpr char kDirectory[] = "/data/persist_log/TMP/audio_dumpsys/";
 constexpr size_t kMaxTypeInName = 32;
 
-// Their dumps while nothing plays.
+// The dump of each audio service while nothing plays.
 constexpr struct {
     const char* service;
     const char* text;

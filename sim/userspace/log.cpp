@@ -136,8 +136,8 @@ void Log::rotate() {
 }
 
 bool Log::clear() {
-    // A file opened anew excludes this process's rotations too, and is waited for without
-    // mRotation, which writers need.
+    // Opens the lock file again: flock() then also excludes rotate() in this process, and waiting
+    // does not hold mRotation, which writers need.
     const Fd state(open((mDirectory + "/state").c_str(), O_RDWR | O_CLOEXEC));
     if (!lockWithin(state.get(), std::chrono::seconds(1))) return false;
     Lock lock(mRotation);

@@ -40,7 +40,7 @@ class Log {
     // `directory` exists; throws std::runtime_error when the log in it cannot be opened.
     explicit Log(std::string directory, uint32_t fileBytes = kMaxFileBytes);
 
-    // Writes the message, one line for each of its own; false when a line is lost.
+    // Writes one log line per line of the message; false when one is lost.
     bool write(int priority, std::string_view tag, std::string_view message);
 
     // Has `observer` called for every record of this process, before its line is written: on the

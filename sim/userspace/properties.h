@@ -21,7 +21,7 @@ class Properties {
   public:
     static constexpr size_t kMaxValueBytes = 91;
 
-    // `directory` exists. `services` and `log` outlive this, which outlives the services' runs.
+    // `directory` exists. `services` and `log` must outlive this object, and it the services' runs.
     Properties(std::string directory, Services& services, Log& log)
         : mDirectory(std::move(directory)), mServices(services), mLog(log) {}
 

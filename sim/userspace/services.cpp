@@ -42,7 +42,7 @@ class Services::Run {
     Run(const Run&) = delete;
     Run& operator=(const Run&) = delete;
 
-    // 0, or the errno for which there is no run: EWOULDBLOCK when the service runs already.
+    // 0, or the errno why it could not start: EWOULDBLOCK when the service is already running.
     int error() const { return mError; }
 
   private:

@@ -12,7 +12,7 @@ namespace sim {
 class Log;
 class ProgramFaults;
 
-// The services that the phone's init can start by name ("ctl.start"), each a stand-in registered
+// The services that the phone's init can start by name ("ctl.start"), each a handler registered
 // here. At most one process of the phone runs a service at a time; it holds the lock of
 // run/init/NAME meanwhile. The faults of ProgramFaults apply to services too.
 //
@@ -25,7 +25,7 @@ class Services {
     // in between are ignored. It must not start a service.
     using Teller = std::function<void(const char* state)>;
 
-    // `directory` exists; the rest outlives this.
+    // `directory` exists; the rest must outlive this object.
     Services(std::string directory, Log& log, ProgramFaults& faults)
         : mDirectory(std::move(directory)), mLog(log), mFaults(faults) {}
 
