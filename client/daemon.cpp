@@ -18,7 +18,7 @@
 namespace pelto {
 namespace {
 
-constexpr int kPatienceMillis = 60000;
+constexpr int kTimeoutMillis = 60000;
 
 // A pidfd of the process; none when it has ended. Reads the start time after opening the pidfd: if
 // it still matches, the pidfd refers to that process.
@@ -124,7 +124,7 @@ ProcessId Daemon::spawn(const std::vector<std::string>& command, int readyFd) co
 
 void Daemon::awaitReady(const ProcessId& process, int readyFd) const {
     char line[8];
-    const bool inTime = awaitReadable(readyFd, kPatienceMillis);
+    const bool inTime = awaitReadable(readyFd, kTimeoutMillis);
     if (inTime && read(readyFd, line, sizeof line) > 0) return;
     if (!inTime) kill(process.pid, SIGKILL);  // our child, not waited for: the number is its own
     sim::waitForExit(process.pid);
@@ -148,7 +148,7 @@ std::optional<ProcessId> Daemon::stop() {
     const auto found = running();
     if (!found) return std::nullopt;
     syscall(SYS_pidfd_send_signal, found->handle.get(), SIGTERM, nullptr, 0);
-    if (!awaitReadable(found->handle.get(), kPatienceMillis)) {
+    if (!awaitReadable(found->handle.get(), kTimeoutMillis)) {
         throw Failure(kTimeout, mName + ", process " + std::to_string(found->process.pid) +
                                     ", is still busy; asked again, it ends at once");
     }

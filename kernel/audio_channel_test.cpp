@@ -232,7 +232,7 @@ TEST_F(AudioChannelTest, EndsItsThreadWhenTheFamilyIsNotFound) {
     start(1);  // an answer that comes late and ends after the id
     EXPECT_TRUE(channel->isRunning());
     kernel().pushRaw(sim::bytesOfHex("2a" + after + name + id.substr(0, 12)));
-    EXPECT_TRUE(kernel().waitRegistered(kPatience));
+    EXPECT_TRUE(kernel().waitRegistered(kTimeout));
 }
 
 TEST_F(AudioChannelTest, AfterAFailedRegistrationTheSocketsNumberIsClosedAgainAtTheEnd) {
@@ -253,7 +253,7 @@ TEST_F(AudioChannelTest, AfterAFailedRegistrationTheSocketsNumberIsClosedAgainAt
     EXPECT_EQ(-1, fcntl(fd, F_GETFD)) << "closed";
     dup2(STDERR_FILENO, fd);  // the number belongs to another file
     failing.clear();
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    const auto deadline = std::chrono::steady_clock::now() + kTimeout;
     while (fcntl(fd, F_GETFD) >= 0) ASSERT_LT(std::chrono::steady_clock::now(), deadline);
 }
 

@@ -266,7 +266,7 @@ class LackTest : public ServiceTest {
         if (works("c")) startCompositor();
         start();
         if (told.find("has ended") != told.npos) phone().displayKernel().end();
-        EXPECT_TRUE(!works("a") || phone().netlink().waitRegistered(kPatience));
+        EXPECT_TRUE(!works("a") || phone().netlink().waitRegistered(kTimeout));
         phone().netlink().push(7, "x");
         phone().displayKernel().send({"23", "text"});
         if (works("g")) phone().gpu().fault({"9\n", "h", "0\n", "x"});

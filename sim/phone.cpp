@@ -37,7 +37,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::chrono::seconds kPatience{10};  // for another process that makes the phone
+constexpr std::chrono::seconds kTimeout{10};  // for another process that makes the phone
 constexpr char kMarker[] = "pelto phone 1\n";
 constexpr const char* kDirectories[] = {
     "data/kelvo/mmdump/gpu",
@@ -85,7 +85,7 @@ void makePhone(const fs::path& folder) {
         fs::create_directories(folder);
         const Fd made(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         if (!made.valid()) refuse(folder, strerror(errno));
-        if (!lockWithin(made.get(), kPatience)) refuse(folder, "another process works on it");
+        if (!lockWithin(made.get(), kTimeout)) refuse(folder, "another process works on it");
         if (isPhone(folder)) return;
         if (!fs::is_empty(folder)) refuse(folder, "is neither empty nor a phone");
         makeDirectories(folder);

@@ -185,7 +185,7 @@ class SoakTest : public ServiceTest {
 
     template <typename Condition>
     static bool becomes(Condition condition) {
-        const auto deadline = std::chrono::steady_clock::now() + kPatience;
+        const auto deadline = std::chrono::steady_clock::now() + kTimeout;
         while (!condition()) {
             if (std::chrono::steady_clock::now() > deadline) return false;
             std::this_thread::yield();

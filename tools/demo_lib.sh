@@ -4,7 +4,7 @@
 preset=release
 bin=build/$preset/bin
 pelto=$bin/pelto
-patience=30 # seconds for what must arrive
+timeout=30 # seconds for what must arrive
 keep=no
 work=
 watcher=
@@ -78,7 +78,7 @@ watch() {
     "$pelto" watch --ready-fd 3 >"$work/events" 3>"$work/ready" &
     watcher=$!
     exec {events}<"$work/events"
-    read -r -t "$patience" <"$work/ready" || fail "the watcher is not up"
+    read -r -t "$timeout" <"$work/ready" || fail "the watcher is not up"
     note "\$ pelto watch        (process $watcher)"
 }
 
@@ -86,7 +86,7 @@ watch() {
 # begins with START.
 expect_watched() {
     local line
-    while IFS= read -r -t "$patience" -u "$events" line; do
+    while IFS= read -r -t "$timeout" -u "$events" line; do
         printf '%s\n' "$line" >>"$work/watched"
         if [ "$line" = "$1" ]; then
             note "watcher received: $line"
@@ -99,7 +99,7 @@ expect_watched() {
 
 # expect_logged TAG REGEX: waits for a log line of that tag whose message matches; sets $logged to it.
 expect_logged() {
-    logged=$("$pelto" logcat -s "$1" --until "$2" --timeout "$patience") ||
+    logged=$("$pelto" logcat -s "$1" --until "$2" --timeout "$timeout") ||
         fail "the phone's log has no line '$2' of $1"
     logged=${logged##*$'\n'}
     note "phone's log:      $logged"

@@ -19,7 +19,7 @@ has_all() {
 }
 
 show_threads() {
-    local process names deadline=$((SECONDS + patience))
+    local process names deadline=$((SECONDS + timeout))
     say "The service's process has these threads"
     process=$("$pelto" phone status | sed -n 's/^service *process \([0-9]*\),.*/\1/p')
     while
@@ -82,7 +82,7 @@ show_capture() {
     say "A capture event becomes an exception report, the tombstones are copied"
     client_says crash audioserver 'mixer thread stuck'
     client capture A0345 --logs android,kernel,tombstones --name mic_stuck
-    client_says reports --follow --count 1 --timeout "$patience"
+    client_says reports --follow --count 1 --timeout "$timeout"
     yields "exception report" "$PELTO_PHONE/run/reports/00000001.report"
     yields "copied tombstone" "$(on_phone /data/persist_log/wex/exception_log/tombstone_00)"
 }
@@ -136,7 +136,7 @@ show_gpu_fault() {
 show_kernel_log() {
     say "The kernel's log is dumped to its file"
     client kernel log 'mic: data again'
-    quietly "$pelto" logcat -s KelvoDmesgThread --until 'going to sleep' --timeout "$patience"
+    quietly "$pelto" logcat -s KelvoDmesgThread --until 'going to sleep' --timeout "$timeout"
     client dump-dmesg
     expect_logged KelvoDmesgThread ': dmesg -c > .*, err=0'
     yields "kernel log" "$(on_phone /data/ruvi/log/VRN/de/audioDetLog/ad_dmesg.txt)"

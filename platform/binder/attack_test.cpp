@@ -65,8 +65,8 @@ class RawClient {
         path.copy(address.sun_path, sizeof(address.sun_path) - 1);
         EXPECT_EQ(0,
                   connect(mSocket.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)));
-        const timeval patience{std::chrono::seconds(kPatience).count(), 0};
-        setsockopt(mSocket.get(), SOL_SOCKET, SO_RCVTIMEO, &patience, sizeof(patience));
+        const timeval timeout{std::chrono::seconds(kTimeout).count(), 0};
+        setsockopt(mSocket.get(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof(timeout));
     }
 
     void send(const std::string& bytes) {
@@ -251,7 +251,7 @@ TEST_F(AttackTest, aClientHasSoManyLiveObjectsAndTheNextCallWithOneFails) {
     for (int i = 0; i < 3; ++i) EXPECT_EQ(FAILED_TRANSACTION, give(more));
     EXPECT_EQ(OK, give(first)) << "what it has already";
     EXPECT_EQ(1u, logLines("Binder").size()) << logLines("Binder").front();
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    const auto deadline = std::chrono::steady_clock::now() + kTimeout;
     while (more->getStrongCount() > 1) ASSERT_LT(std::chrono::steady_clock::now(), deadline);
     expectServing();
     kept.erase(kept.begin());

@@ -35,7 +35,7 @@ class NotingService : public BnPeltoService {
     // Waits for `count` notes and takes them.
     Notes notes(size_t count) {
         std::unique_lock<std::mutex> lock(mMutex);
-        mNoted.wait_for(lock, kPatience, [&] { return mNotes.size() >= count; });
+        mNoted.wait_for(lock, kTimeout, [&] { return mNotes.size() >= count; });
         return std::exchange(mNotes, {});
     }
 

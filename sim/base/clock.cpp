@@ -78,9 +78,9 @@ int Clock::sleepers() const {
     return static_cast<int>(std::distance(first, mSleepers.end()));
 }
 
-bool Clock::waitForSleepers(int count, std::chrono::seconds patience) {
+bool Clock::waitForSleepers(int count, std::chrono::seconds timeout) {
     Lock lock(mMutex);
-    return mChanged.waitFor(mMutex, patience,
+    return mChanged.waitFor(mMutex, timeout,
                             [&]() SIM_REQUIRES(mMutex) { return sleepers() >= count; });
 }
 

@@ -34,9 +34,9 @@ class Clock {
     // Zero or less returns at once.
     void sleep(std::chrono::nanoseconds duration);
 
-    // Waits until at least `count` threads sleep that are not due; false after `patience` of real
+    // Waits until at least `count` threads sleep that are not due; false after `timeout` of real
     // time.
-    bool waitForSleepers(int count, std::chrono::seconds patience = std::chrono::seconds(30));
+    bool waitForSleepers(int count, std::chrono::seconds timeout = std::chrono::seconds(30));
 
   private:
     Clock() = default;

@@ -6,8 +6,8 @@
 
 namespace sim {
 
-bool lockWithin(int fd, std::chrono::milliseconds patience) {
-    const auto deadline = std::chrono::steady_clock::now() + patience;
+bool lockWithin(int fd, std::chrono::milliseconds timeout) {
+    const auto deadline = std::chrono::steady_clock::now() + timeout;
     while (flock(fd, LOCK_EX | LOCK_NB) < 0) {
         if (std::chrono::steady_clock::now() >= deadline) return false;
         usleep(1000);

@@ -56,11 +56,11 @@ class Condition {
         return inTime;
     }
     // Waits until `ready`, called under the lock, returns true; false when it does not within
-    // `patience` of the same clock.
+    // `timeout` of the same clock.
     template <typename Ready>
-    bool waitFor(Mutex& mutex, std::chrono::nanoseconds patience, Ready ready) SIM_REQUIRES(mutex) {
+    bool waitFor(Mutex& mutex, std::chrono::nanoseconds timeout, Ready ready) SIM_REQUIRES(mutex) {
         std::unique_lock<std::mutex> lock(mutex.mMutex, std::adopt_lock);
-        const bool isReady = mCondition.wait_for(lock, patience, ready);
+        const bool isReady = mCondition.wait_for(lock, timeout, ready);
         lock.release();
         return isReady;
     }

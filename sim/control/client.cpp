@@ -11,7 +11,7 @@
 namespace sim {
 namespace {
 
-constexpr timeval kTimeout{kReplyPatience.count(), 0};
+constexpr timeval kTimeout{kReplyTimeout.count(), 0};
 
 std::string requestOf(const std::vector<std::string>& words) {
     for (const std::string& word : words) {

@@ -18,18 +18,18 @@ namespace sim {
 struct Reply {
     bool ok = false;
     std::vector<std::string> texts;  // the results, or one text that says what went wrong
-    // An error that may pass: for this long after the request the server runs the command again,
-    // and answers with the error only then. Less than kReplyPatience.
-    std::chrono::seconds patience{0};
+    // A transient error: for this long after the request the server retries the command before it
+    // answers. Less than kReplyTimeout.
+    std::chrono::seconds retryFor{0};
 };
 
 constexpr size_t kMaxRequestBytes = 64 * 1024;
-constexpr size_t kMaxReplyBytes = 4 << 20;          // a longer reply becomes an error
-constexpr std::chrono::seconds kReplyPatience{90};  // of a client
+constexpr size_t kMaxReplyBytes = 4 << 20;         // a longer reply becomes an error
+constexpr std::chrono::seconds kReplyTimeout{90};  // of a client
 
 // Sends the command's name and its arguments to the process that serves the phone in `folder`.
 // Throws std::runtime_error with one line when no process serves it, an argument cannot be sent, or
-// no whole reply comes within kReplyPatience.
+// no whole reply comes within kReplyTimeout.
 Reply controlRequest(const std::string& folder, const std::vector<std::string>& words);
 
 // The connection of a request; throws as that does.

@@ -120,7 +120,7 @@ class ControlServer {
 
     bool execute(Connection& connection) {
         const Reply reply = mControl.run(connection.pending);
-        if (reply.patience > std::chrono::steady_clock::now() - connection.asked) return true;
+        if (reply.retryFor > std::chrono::steady_clock::now() - connection.asked) return true;
         connection.pending.clear();
         connection.unsent = datagramsOf(reply);
         return answer(connection);

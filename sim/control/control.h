@@ -16,7 +16,7 @@ class Log;
 // process: a socket (SOCK_SEQPACKET) at run/control that takes commands by name.
 //
 // Threads: add() and serve() from any thread. Commands run one at a time on "sim_control" and must
-//   not wait: one that would returns an error with a patience, and others run between its tries.
+//   not wait: one that would returns an error with `retryFor`, and others run between its tries.
 // Errors: a datagram that cannot be a request costs one log line and its sender the connection. A
 //   command that throws is answered by "error" and what it threw.
 class Control {

@@ -48,9 +48,9 @@ Reply pushAudio(GenericNetlink& netlink, const Arguments& arguments) {
 }
 
 Reply awaitRegistration(GenericNetlink& netlink) {
-    constexpr std::chrono::seconds kPatience{10};
+    constexpr std::chrono::seconds kTimeout{10};
     if (netlink.waitRegistered(std::chrono::seconds(0))) return {true, {}};
-    return {false, {kNotRegistered}, kPatience};
+    return {false, {kNotRegistered}, kTimeout};
 }
 
 Reply pushRaw(GenericNetlink& netlink, const Arguments& arguments) {
@@ -143,11 +143,11 @@ void makeUnreadable(Gpu& gpu, const Arguments& words) {
 
 // On a running clock a collection keeps the reader busy for more than 20 s.
 Reply awaitReader(Gpu& gpu) {
-    constexpr std::chrono::seconds kPatience{60};
+    constexpr std::chrono::seconds kTimeout{60};
     if (gpu.hasReader()) return {true, {}};
     return {false,
             {"gpu: nobody waits for the next fault yet, or the last one may not be dumped"},
-            kPatience};
+            kTimeout};
 }
 
 Reply runGpu(Gpu& gpu, const Arguments& words) {

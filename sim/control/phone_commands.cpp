@@ -19,7 +19,7 @@ using Arguments = Control::Arguments;
 
 constexpr double kMaxSeconds = 1e8;  // three years
 constexpr double kMaxSleepers = 1000;
-constexpr std::chrono::seconds kSleepersPatience{20};
+constexpr std::chrono::seconds kSleepersTimeout{20};
 constexpr int kMaxStatus = 255;
 constexpr char kFaultUsage[] =
     "fault: takes program NAME fail STATUS|hang|run, disk full|free or reports refuse|take";
@@ -36,7 +36,7 @@ double readNumber(const std::string& text, double max) {
 Reply awaitSleepers(const std::string& count) {
     const int least = static_cast<int>(readNumber(count, kMaxSleepers));
     if (Clock::get().waitForSleepers(least, std::chrono::seconds(0))) return {true, {}};
-    return {false, {"clock: fewer than " + count + " threads sleep"}, kSleepersPatience};
+    return {false, {"clock: fewer than " + count + " threads sleep"}, kSleepersTimeout};
 }
 
 Reply runClock(const Arguments& words) {

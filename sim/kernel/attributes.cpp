@@ -312,9 +312,9 @@ int Attributes::opens(const std::string& path) const {
     return found == mAttributes.end() ? 0 : found->second.opens;
 }
 
-bool Attributes::waitIdle(std::chrono::seconds patience) {
+bool Attributes::waitIdle(std::chrono::seconds timeout) {
     Lock lock(mMutex);
-    return mChanged.waitFor(mMutex, patience, [this]() SIM_REQUIRES(mMutex) { return isIdle(); });
+    return mChanged.waitFor(mMutex, timeout, [this]() SIM_REQUIRES(mMutex) { return isIdle(); });
 }
 
 bool Attributes::isIdle() const {

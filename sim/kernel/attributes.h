@@ -80,8 +80,8 @@ class Attributes {
     // How often attributes have been polled, and the path has been opened.
     int polls() const SIM_EXCLUDES(mMutex);
     int opens(const std::string& path) const SIM_EXCLUDES(mMutex);
-    // Waits until a poll is under way with nothing ready for it; false after `patience`.
-    bool waitIdle(std::chrono::seconds patience = std::chrono::seconds(30)) SIM_EXCLUDES(mMutex);
+    // Waits until a poll is under way with nothing ready for it; false after `timeout`.
+    bool waitIdle(std::chrono::seconds timeout = std::chrono::seconds(30)) SIM_EXCLUDES(mMutex);
 
   private:
     struct Attribute {

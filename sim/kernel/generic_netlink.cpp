@@ -222,9 +222,9 @@ bool GenericNetlink::hasRegistered() const {
                        [](const Port& port) { return port.registered && !port.socket->closed(); });
 }
 
-bool GenericNetlink::waitRegistered(std::chrono::seconds patience) {
+bool GenericNetlink::waitRegistered(std::chrono::seconds timeout) {
     Lock lock(mMutex);
-    return mChanged.waitFor(mMutex, patience,
+    return mChanged.waitFor(mMutex, timeout,
                             [this]() SIM_REQUIRES(mMutex) { return hasRegistered(); });
 }
 

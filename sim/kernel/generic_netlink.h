@@ -57,8 +57,8 @@ class GenericNetlink {
     static constexpr size_t kMaxHistory = 1000;
     std::vector<std::string> received() SIM_EXCLUDES(mMutex);
     bool waitReceived(size_t count) SIM_EXCLUDES(mMutex);
-    // Waits until a socket has registered with the audio module; false after `patience`.
-    bool waitRegistered(std::chrono::seconds patience) SIM_EXCLUDES(mMutex);
+    // Waits until a socket has registered with the audio module; false after `timeout`.
+    bool waitRegistered(std::chrono::seconds timeout) SIM_EXCLUDES(mMutex);
 
     // Makes all sockets those of the workstation's own kernel, where a look-up may load modules. To
     // be called before any socket is made.

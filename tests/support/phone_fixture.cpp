@@ -82,7 +82,7 @@ bool PhoneTest::waitLogged(int priority, const std::string& tag, const std::stri
                            int times) {
     const Line wanted{priority, tag, message, 0};
     std::unique_lock<std::mutex> lock(mMutex);
-    return mChanged.wait_for(lock, kPatience, [&] { return count(wanted) >= times; });
+    return mChanged.wait_for(lock, kTimeout, [&] { return count(wanted) >= times; });
 }
 
 bool PhoneTest::logged(const std::string& line, int times) {

@@ -47,7 +47,7 @@ class PhoneTest : public testing::Test {
     std::vector<std::string> names(const std::string& directory);
 
     // Whether this process has logged the line at least `times` times. waitLogged() waits for that,
-    // at most kPatience.
+    // at most kTimeout.
     bool logged(int priority, const std::string& tag, const std::string& message, int times = 1);
     bool waitLogged(int priority, const std::string& tag, const std::string& message,
                     int times = 1);
@@ -80,9 +80,9 @@ class PhoneTest : public testing::Test {
     void holdClock() { sim::Clock::get().hold(); }
     // Holds the clock at that time since the epoch.
     void holdClock(std::chrono::seconds wall);
-    bool waitForSleepers(int count) { return sim::Clock::get().waitForSleepers(count, kPatience); }
+    bool waitForSleepers(int count) { return sim::Clock::get().waitForSleepers(count, kTimeout); }
 
-    static constexpr std::chrono::seconds kPatience{30};
+    static constexpr std::chrono::seconds kTimeout{30};
 
   private:
     std::string host(const std::string& path) { return mFolder + "/fs/" + path; }

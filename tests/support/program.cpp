@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr int kPatienceMillis = 50000;
+constexpr int kTimeoutMillis = 50000;
 
 // Makes the child's descriptor the writing end of a pipe; returns our copy of that end.
 sim::Fd pipeTo(sim::ProcessStarter& starter, int number, sim::Fd& reading) {
@@ -46,14 +46,14 @@ void Program::signal(int number) const {
 
 bool Program::awaitReady() {
     pollfd ready{mReady.get(), POLLIN, 0};
-    return poll(&ready, 1, kPatienceMillis) == 1 && sim::readAll(mReady.get(), 6) == "ready\n";
+    return poll(&ready, 1, kTimeoutMillis) == 1 && sim::readAll(mReady.get(), 6) == "ready\n";
 }
 
 // Reads more of either stream, waiting for it; false when both have ended.
 bool Program::readMore() {
     pollfd ready[] = {{mOutput.fd.get(), POLLIN, 0}, {mErrors.fd.get(), POLLIN, 0}};
     if (!mOutput.fd.valid() && !mErrors.fd.valid()) return false;
-    if (poll(ready, 2, kPatienceMillis) <= 0) {
+    if (poll(ready, 2, kTimeoutMillis) <= 0) {
         ADD_FAILURE() << "process " << mPid << " says nothing more; it said: " << mErrors.text;
         signal(SIGKILL);
         return false;

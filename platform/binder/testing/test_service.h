@@ -13,13 +13,13 @@
 
 namespace android::binder_test {
 
-constexpr std::chrono::seconds kPatience{30};  // a deadline that only fails
+constexpr std::chrono::seconds kTimeout{30};  // a deadline that only fails
 
-// A one-shot event; wait() gives up after kPatience.
+// A one-shot event; wait() gives up after kTimeout.
 class Latch {
   public:
     void open() { mOpen.set_value(); }
-    bool wait() { return mOpened.wait_for(kPatience) == std::future_status::ready; }
+    bool wait() { return mOpened.wait_for(kTimeout) == std::future_status::ready; }
 
   private:
     std::promise<void> mOpen;
@@ -55,7 +55,7 @@ class TestService : public BBinder {
     // Waits for `count` notes; whether they came in time and in the order 0, 1, 2...
     bool noted(int32_t count) {
         std::unique_lock<std::mutex> lock(mMutex);
-        return mChanged.wait_for(lock, kPatience, [&] { return mNotes >= count; }) && mInOrder;
+        return mChanged.wait_for(lock, kTimeout, [&] { return mNotes >= count; }) && mInOrder;
     }
     int32_t notes() {
         const std::lock_guard<std::mutex> lock(mMutex);
