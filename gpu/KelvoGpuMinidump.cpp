@@ -60,7 +60,7 @@ KelvoGpuMinidump::~KelvoGpuMinidump() {
 }
 
 bool KelvoGpuMinidump::disableFeature4G() {
-    char size[kPropertyBytes];
+    char size[kMaxPropertyBytes];
     property_get("ro.kelvo.memory.size", size, "0");
     const bool optimize = base::GetBoolProperty("ro.kelvo.mm_memory.optimize", false);
     if (phoneAtoi(size) != 4 || !optimize) return true;
@@ -138,7 +138,7 @@ void KelvoGpuMinidump::capture(const char* timestamp) {
     name.append(id);
     feedbackInfo(id);
 
-    char version[kPropertyBytes];
+    char version[kMaxPropertyBytes];
     char time[kTextBytes] = {};
     property_get(kOtaVersion, version, "0");
     getCurrentTime(time, sizeof(time));

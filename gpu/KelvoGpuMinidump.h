@@ -31,7 +31,7 @@ class KelvoGpuMinidump {
     static constexpr char kGpuDump[] = "/sys/class/kgsl/kgsl-3d0/snapshot/dump";
     static constexpr char kGpuDirectory[] = "/data/kelvo/mmdump/gpu/";
     static constexpr char kOtaVersion[] = "ro.build.version.ota";
-    static constexpr size_t kPropertyBytes = 92;  // of a property's value with its terminator
+    static constexpr size_t kMaxPropertyBytes = 92;  // of a property's value with its terminator
 
     KelvoGpuMinidump();
     ~KelvoGpuMinidump();

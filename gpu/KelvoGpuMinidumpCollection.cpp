@@ -19,7 +19,7 @@ namespace {
 constexpr size_t kBlockBytes = 4096;
 constexpr int kMaxBlocks = 10242;  // keeps a runaway snapshot from filling the disk
 constexpr int kMaxEntries = 20;
-constexpr uint32_t kMinBytes = 64;  // of a buffer for a version
+constexpr uint32_t kMinVersionBytes = 64;  // of a buffer for a version
 
 void runCommand(const String8& command) {
     const int status = phone::system(command.c_str());
@@ -114,12 +114,12 @@ int32_t KelvoGpuMinidump::getCurrentTime(char* buf, int32_t len) {
 }
 
 void KelvoGpuMinidump::getOtaVersion(char* buf, uint32_t len) {
-    if (buf == nullptr || len < kMinBytes) {
+    if (buf == nullptr || len < kMinVersionBytes) {
         __android_log_print(ANDROID_LOG_ERROR, kGpuTag, "getOtaVersion buf is null");
         return;
     }
     // The value may be longer than the caller's buffer.
-    char version[kPropertyBytes];
+    char version[kMaxPropertyBytes];
     property_get(kOtaVersion, version, "0");
     snprintf(buf, len, "%.*s", static_cast<int>(len - 1), version);
 }

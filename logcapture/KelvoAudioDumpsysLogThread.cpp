@@ -34,7 +34,7 @@ struct DumpFiles {
     void add(const char* name) {
         ++count;
         // The directory already ends in "/"; the second one is harmless.
-        const std::string path = (std::string(kDumpPath) + '/' + name).substr(0, kPathBytes - 1);
+        const std::string path = (std::string(kDumpPath) + '/' + name).substr(0, kMaxPathBytes - 1);
         struct stat status {};
         if (phone::stat(path.c_str(), &status) != 0) return;
         if (!oldest.empty() && status.st_mtime >= oldestTime) return;

@@ -35,7 +35,7 @@ void KelvoPeltoLogThread::init() {
         __android_log_print(ANDROID_LOG_ERROR, kTag, "%s, log info error!", "init");
         return;
     }
-    char time[kTimeStampBytes] = {};
+    char time[kMinTimeStampBytes] = {};
     getCurrentTime(time, sizeof time);
     mEventId = fields[kEventId];
     mLogType = fields[kLogTypes];
@@ -143,7 +143,7 @@ bool KelvoPeltoLogThread::checkPath(String8 logPath) {
 }
 
 int32_t KelvoPeltoLogThread::getCurrentTime(char* buf, int32_t size) {
-    if (buf != nullptr && size >= kTimeStampBytes) memset(buf, 0, kTimeStampBytes);
+    if (buf != nullptr && size >= kMinTimeStampBytes) memset(buf, 0, kMinTimeStampBytes);
     return writeTimeStamp(kTag, "", buf, size);
 }
 

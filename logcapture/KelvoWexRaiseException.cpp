@@ -163,8 +163,8 @@ int32_t KelvoWexRaiseException::WexRaiseException() {
 bool KelvoWexRaiseException::checkPath(String8 logPath) {
     __android_log_print(ANDROID_LOG_DEBUG, kTag,
                         "checkPath :sizeof(path)=%u, logPath.size()=%zu, path=%.*s",
-                        static_cast<unsigned>(kPathBytes), logPath.length(),
-                        static_cast<int>(kPathBytes - 1), logPath.c_str());
+                        static_cast<unsigned>(kMaxPathBytes), logPath.length(),
+                        static_cast<int>(kMaxPathBytes - 1), logPath.c_str());
     return makeDirectories(kTag, logPath, logStep);
 }
 

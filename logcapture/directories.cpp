@@ -76,7 +76,7 @@ class DirectoryMaker {
 
 bool makeDirectories(const char* tag, const String8& path, PathListener listener) {
     return DirectoryMaker(tag, listener)
-        .make(std::string(path.c_str(), strnlen(path.c_str(), kPathBytes - 1)));
+        .make(std::string(path.c_str(), strnlen(path.c_str(), kMaxPathBytes - 1)));
 }
 
 }  // namespace android

@@ -7,7 +7,7 @@
 namespace android {
 
 // The longest path with its terminator; longer ones are cut.
-constexpr size_t kPathBytes = 256;
+constexpr size_t kMaxPathBytes = 256;
 
 enum class PathStep { kExists, kPrefixExists, kPrefixMissing, kPrefixMade };
 using PathListener = void (*)(PathStep step, const char* path);

@@ -10,7 +10,7 @@ namespace sim {
 namespace {
 
 // Lowest number for temporary copies; children are given only lower numbers.
-constexpr int kFirstFreeFd = 10;
+constexpr int kMinCopyFd = 10;
 
 std::vector<char*> pointersTo(const std::vector<std::string>& texts) {
     std::vector<char*> pointers;
@@ -38,8 +38,8 @@ ProcessStarter::~ProcessStarter() {
 
 void ProcessStarter::setFd(int number, int ours) {
     // Copies a low descriptor up: an earlier dup2() in the child could overwrite it.
-    if (ours != number && ours >= 0 && ours < kFirstFreeFd) {
-        mCopies.emplace_back(fcntl(ours, F_DUPFD_CLOEXEC, kFirstFreeFd));
+    if (ours != number && ours >= 0 && ours < kMinCopyFd) {
+        mCopies.emplace_back(fcntl(ours, F_DUPFD_CLOEXEC, kMinCopyFd));
         ours = mCopies.back().get();
         if (ours < 0) noteError(errno);
     }
