@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "sim/shell/host_arguments.h"
+#include "sim/shell/host_command.h"
 
 namespace sim {
 

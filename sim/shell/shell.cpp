@@ -8,7 +8,7 @@
 #include "sim/base/fd.h"
 #include "sim/base/root.h"
 #include "sim/shell/command_line.h"
-#include "sim/shell/host_arguments.h"
+#include "sim/shell/host_command.h"
 #include "sim/shell/host_programs.h"
 #include "sim/userspace/log.h"
 #include "sim/userspace/program_faults.h"
