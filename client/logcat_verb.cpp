@@ -8,7 +8,7 @@
 #include <memory>
 
 #include "client/client.h"
-#include "client/limits.h"
+#include "client/wait_options.h"
 
 namespace pelto {
 namespace {

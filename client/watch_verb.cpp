@@ -10,7 +10,7 @@
 #include <memory>
 
 #include "client/client.h"
-#include "client/limits.h"
+#include "client/wait_options.h"
 #include "sim/base/clock.h"
 #include "sim/base/fd.h"
 
