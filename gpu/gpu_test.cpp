@@ -12,7 +12,7 @@
 #include "gpu/KelvoGpuMinidumpFactory.h"
 #include "sim/base/line_file.h"
 #include "sim/control/client.h"
-#include "sim/control/control.h"
+#include "sim/control/server.h"
 #include "sim/kernel/attributes.h"
 #include "sim/shell/shell.h"
 #include "tests/support/phone_fixture.h"

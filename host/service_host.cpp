@@ -16,7 +16,7 @@
 
 #include "service/PeltoService.h"
 #include "sim/base/fd.h"
-#include "sim/control/control.h"
+#include "sim/control/server.h"
 #include "sim/kernel/generic_netlink.h"
 #include "sim/phone.h"
 #include "sim/userspace/services.h"

@@ -12,7 +12,7 @@
 #include <string_view>
 #include <thread>
 
-#include "sim/control/control.h"
+#include "sim/control/server.h"
 #include "tests/support/service_fixture.h"
 
 using namespace android;

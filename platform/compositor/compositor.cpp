@@ -1,7 +1,7 @@
 #include <binder/IServiceManager.h>
 #include <binder/Parcel.h>
 #include <compositor/compositor.h>
-#include <sim/control/control.h>
+#include <sim/control/server.h>
 #include <sim/phone.h>
 
 namespace android {

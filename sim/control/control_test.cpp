@@ -1,9 +1,8 @@
-#include "sim/control/control.h"
-
 #include <sys/socket.h>
 #include <sys/stat.h>
 
 #include "sim/base/fd.h"
+#include "sim/control/server.h"
 #include "tests/support/phone_fixture.h"
 
 namespace sim {

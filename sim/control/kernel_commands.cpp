@@ -6,7 +6,7 @@
 
 #include "sim/base/clock.h"
 #include "sim/base/text.h"
-#include "sim/control/control.h"
+#include "sim/control/server.h"
 #include "sim/kernel/display_kernel.h"
 #include "sim/kernel/generic_netlink.h"
 #include "sim/kernel/gpu.h"

@@ -8,7 +8,7 @@
 #include "sim/base/clock.h"
 #include "sim/base/root.h"
 #include "sim/base/text.h"
-#include "sim/control/control.h"
+#include "sim/control/server.h"
 #include "sim/userspace/program_faults.h"
 #include "sim/userspace/reports.h"
 

@@ -10,7 +10,7 @@
 #include <sstream>
 
 #include "sim/control/client.h"
-#include "sim/control/control.h"
+#include "sim/control/server.h"
 #include "sim/userspace/log.h"
 
 namespace fs = std::filesystem;

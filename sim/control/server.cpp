@@ -1,4 +1,4 @@
-#include "sim/control/control.h"
+#include "sim/control/server.h"
 
 #include <poll.h>
 #include <pthread.h>
