@@ -16,7 +16,7 @@
 #include "event/EventListener.h"
 #include "event/PeltoEventDisptch.h"
 #include "service/PeltoService.h"
-#include "sim/base/process.h"
+#include "sim/base/process_starter.h"
 #include "sim/phone.h"
 
 namespace bench {

@@ -13,7 +13,7 @@
 #include <sstream>
 
 #include "client/client.h"
-#include "sim/base/process.h"
+#include "sim/base/process_starter.h"
 
 namespace pelto {
 namespace {

@@ -6,7 +6,7 @@
 #include <sys/wait.h>
 
 #include "sim/base/fd.h"
-#include "sim/base/process.h"
+#include "sim/base/process_starter.h"
 #include "sim/base/root.h"
 #include "sim/userspace/log.h"
 

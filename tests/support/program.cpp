@@ -6,7 +6,7 @@
 #include <signal.h>
 #include <sys/wait.h>
 
-#include "sim/base/process.h"
+#include "sim/base/process_starter.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "sim/base/process.h"
+#include "sim/base/process_starter.h"
 
 #include <errno.h>
 #include <fcntl.h>
