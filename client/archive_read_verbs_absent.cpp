@@ -1,4 +1,4 @@
-// Stands in for archive_reader.cpp in a build without libarchive.
+// Stands in for archive_read_verbs.cpp in a build without libarchive.
 #include "client/archives.h"
 
 void pelto::addArchiveReaders(CLI::App&, Client&) {}

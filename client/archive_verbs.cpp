@@ -1,6 +1,4 @@
 // Finds the archives that log captures and the GPU monitor made.
-#include "client/archives.h"
-
 #include <sim/base/root.h>
 #include <stdio.h>
 #include <string.h>
@@ -10,6 +8,7 @@
 #include <memory>
 #include <regex>
 
+#include "client/archives.h"
 #include "client/client.h"
 
 namespace pelto {
