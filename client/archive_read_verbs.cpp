@@ -37,7 +37,7 @@ std::string pathOf(const sim::Root& root, const std::string& asked) {
         if (archive.path.substr(archive.path.rfind('/') + 1) == asked) return archive.path;
     }
     throw Failure(kFailed,
-                  "archives: there is no '" + printable(asked) + "'; see: pelto archives list");
+                  "archives: there is no '" + escaped(asked) + "'; see: pelto archives list");
 }
 
 OpenArchive openArchive(Client& client, const std::string& asked) {
@@ -98,7 +98,7 @@ bool nextMember(const OpenArchive& opened, archive* reader, Member& member) {
     if (result != ARCHIVE_OK && result != ARCHIVE_WARN) refuseContent(opened, reader);
     const char* const name = archive_entry_pathname(entry);
     if (name == nullptr) refuseArchive(opened.archive.path, "a member has no name");
-    member = {printable(name), static_cast<uint64_t>(archive_entry_size(entry)),
+    member = {escaped(name), static_cast<uint64_t>(archive_entry_size(entry)),
               archive_entry_filetype(entry) == AE_IFREG};
     return true;
 }
@@ -164,7 +164,7 @@ std::string fileIn(const OpenArchive& opened, const std::string& asked) {
     }
     if (count == 1) return found;
     throw Failure(kFailed, "archives: " + std::to_string(count) + " members end in '" +
-                               printable(asked) + "'; see: pelto archives show");
+                               escaped(asked) + "'; see: pelto archives show");
 }
 
 int cat(Client& client, const std::string& asked, const std::string& member) {

@@ -54,9 +54,8 @@ struct ListOptions {
 
 void Archive::print() const {
     printf("%-7s  %-19s  %9llu bytes  %s%s%s  %s\n", kind.c_str(), time.c_str(),
-           static_cast<unsigned long long>(bytes), printable(name).c_str(),
-           version.empty() ? "" : "  version ", printable(version).c_str(),
-           printable(path).c_str());
+           static_cast<unsigned long long>(bytes), escaped(name).c_str(),
+           version.empty() ? "" : "  version ", escaped(version).c_str(), escaped(path).c_str());
 }
 
 nlohmann::ordered_json Archive::json() const {
@@ -99,7 +98,7 @@ std::vector<Archive> findArchives(const sim::Root& root, const std::string& dire
 }
 
 void refuseArchive(const std::string& path, const std::string& why) {
-    throw Failure(kFailed, "archives: " + printable(path) + ": " + printable(why));
+    throw Failure(kFailed, "archives: " + escaped(path) + ": " + escaped(why));
 }
 
 void refuseArchive(const std::string& path, int error) {

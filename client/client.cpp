@@ -17,7 +17,7 @@ std::string defaultFolder() {
     return "/tmp/pelto-phone-" + std::to_string(getuid());
 }
 
-std::string escaped(char c) {
+std::string escapeOf(char c) {
     static constexpr char kDigits[] = "0123456789abcdef";
     switch (c) {
         case '\\':
@@ -94,7 +94,7 @@ std::vector<std::string> Client::ask(const std::vector<std::string>& words) {
         reply.texts.resize(1);
         // Some errors begin with the name of their command.
         const bool named = reply.texts[0].rfind(words[0] + ": ", 0) == 0;
-        throw Failure(kFailed, (named ? "" : words[0] + ": ") + printable(reply.texts[0]));
+        throw Failure(kFailed, (named ? "" : words[0] + ": ") + escaped(reply.texts[0]));
     } catch (const Failure&) {
         throw;
     } catch (const std::runtime_error& failure) {
@@ -120,12 +120,12 @@ std::string jsonLine(const nlohmann::ordered_json& object) {
     return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
-std::string printable(const std::string& text) {
+std::string escaped(const std::string& text) {
     std::string line;
     for (const char c : text) {
         const auto byte = static_cast<unsigned char>(c);
         if (byte < ' ' || byte == 0x7f || c == '\\') {
-            line += escaped(c);
+            line += escapeOf(c);
         } else {
             line += c;
         }

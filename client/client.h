@@ -77,7 +77,7 @@ void check(android::status_t status, const std::string& what);
 std::string jsonLine(const nlohmann::ordered_json& object);
 
 // The text on one line: control characters and backslashes as \n, \t, \\ or \xNN.
-std::string printable(const std::string& text);
+std::string escaped(const std::string& text);
 
 // Each adds a group of verbs. pelto.cpp calls them in the order in which --help lists them. The
 // variables that a verb's options are parsed into live as long as the process.

@@ -68,7 +68,7 @@ std::string statisticJson(const std::string& line) {
 
 std::string statisticText(std::string line) {
     std::replace(line.begin(), line.end(), '\t', ' ');
-    return printable(line);
+    return escaped(line);
 }
 
 int showStatistics(Client& client, bool json) {

@@ -26,7 +26,7 @@ constexpr char kCommands[] =
     "  audio-received                            what the service sent, a datagram a line\n";
 
 void printAll(const std::vector<std::string>& texts) {
-    for (const std::string& text : texts) puts(printable(text).c_str());
+    for (const std::string& text : texts) puts(escaped(text).c_str());
 }
 
 struct Packet {

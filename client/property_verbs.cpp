@@ -14,11 +14,11 @@ namespace {
 int getProperty(Client& client, const std::string& key) {
     sim::Properties& properties = client.phone().properties();
     if (!key.empty()) {
-        puts(printable(properties.get(key).value_or("")).c_str());
+        puts(escaped(properties.get(key).value_or("")).c_str());
         return kDone;
     }
     for (const auto& [name, value] : properties.all()) {
-        printf("[%s]: [%s]\n", name.c_str(), printable(value).c_str());
+        printf("[%s]: [%s]\n", name.c_str(), escaped(value).c_str());
     }
     return kDone;
 }
@@ -33,7 +33,7 @@ int setProperty(Client& client, const std::string& key, const std::string& value
     const bool done = phone.properties().set(key, value);
     phone.log().observe(nullptr);
     phone.services().awaitStopped();  // a service started by the property runs in this process
-    if (!done) throw Failure(kFailed, "setprop: " + printable(why));
+    if (!done) throw Failure(kFailed, "setprop: " + escaped(why));
     return kDone;
 }
 

@@ -39,7 +39,7 @@ class Watcher : public android::BnPeltoNativeClient, public android::IBinder::De
             mOptions.json ? jsonLine({{"time_ms", sim::Clock::get().wallNanos() / 1000000},
                                       {"type", type},
                                       {"info", info}})
-                          : printable(type) + " " + printable(info);
+                          : escaped(type) + " " + escaped(info);
         puts(line.c_str());
         mUnwritten = fflush(stdout) != 0;
         ++mSeen;
