@@ -6,7 +6,6 @@
 #include <filesystem>
 
 #include "phone/phone.h"
-#include "sim/kernel/kernel_log.h"
 #include "sim/shell/host_programs.h"
 #include "tests/support/phone_fixture.h"
 
@@ -209,17 +208,4 @@ TEST_F(ShellTest, GlobsTakeSortedNamesAndKeepDotFilesOut) {
                                   "/data/g/none*"));
     EXPECT_EQ(run("cp /data/g/none* /data"), 1);
     EXPECT_EQ(run("rm -rf /data/g/none* /no/such/directory"), 0);
-}
-
-TEST_F(ShellTest, TheKernelLogKeepsItsLatestLines) {
-    sim::KernelLog& log = phone().kernelLog();
-    log.append("first");
-    for (int i = 0; i < 300; ++i) log.append(std::string(1000, 'k'));
-    log.append("last\nof all");
-    const std::string kept = log.read();
-    EXPECT_THAT(kept, testing::AllOf(testing::StartsWith("["), testing::Not(HasSubstr("first")),
-                                     testing::EndsWith("] last of all\n")));
-    EXPECT_LE(kept.size(), sim::KernelLog::kMaxBytes + 2048);
-    EXPECT_EQ(log.readAndClear(), kept);
-    EXPECT_EQ(log.readAndClear(), "");
 }
