@@ -7,7 +7,8 @@
 namespace sim {
 namespace {
 
-constexpr const char* kFiles[] = {Gpu::kTimestamp, Gpu::kControl, Gpu::kHashId, Gpu::kDump};
+// The timestamp last: its reader wakes when it goes, and finds the others gone.
+constexpr const char* kFiles[] = {Gpu::kControl, Gpu::kHashId, Gpu::kDump, Gpu::kTimestamp};
 
 }  // namespace
 
