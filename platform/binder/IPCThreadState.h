@@ -16,7 +16,7 @@ class IPCThreadState {
     // running call has finished and the replies have been sent, or a second later.
     void joinThreadPool(bool isMain = true);
 
-    // For the pool: sets the calling process for a scope.
+    // For the pool: while it lives, getCallingPid() on this thread gives that process.
     class Caller {
       public:
         explicit Caller(pid_t pid);
@@ -25,7 +25,7 @@ class IPCThreadState {
         Caller& operator=(const Caller&) = delete;
 
       private:
-        const pid_t mPid;
+        const pid_t mPrevious;
     };
 
   private:

@@ -13,13 +13,13 @@ namespace android {
 
 // The arguments or the results of one call, written and read in the same order.
 //
-// Layout: every item starts on a multiple of 4 bytes. Strings carry their length and a terminator;
-//   a String8 may hold NUL bytes, a C string may not. An object is a mark in the bytes plus an
-//   entry in a table beside them; a mark without an entry is no object.
+// Layout: every item starts on a multiple of 4 bytes. A String8 or String16 is its length, its text
+//   and a NUL; a C string only text and NUL. An object is a mark in the bytes plus an entry in a
+//   table beside them; a mark without an entry is no object.
 // Threads: not synchronised. Reading moves a position, also of a const parcel.
-// Errors: a read that does not fit leaves the position where it was and gives NOT_ENOUGH_DATA (the
-//   parcel ends before the item) or BAD_VALUE (the item is malformed); the forms that return a
-//   value give 0, an empty text or null. The first failed write is kept, see errorCheck().
+// Errors: a failed read leaves the position where it was and gives NOT_ENOUGH_DATA (the parcel ends
+//   before the item) or BAD_VALUE (the item is malformed); the forms that return a value give 0, an
+//   empty text or null. After a failed write all later ones fail with its error: errorCheck().
 class Parcel {
   public:
     // The limit of a parcel's growth; a transaction takes less (transport/frame.h).

@@ -56,12 +56,12 @@ void IPCThreadState::joinThreadPool(bool /*isMain*/) {
     }
 }
 
-IPCThreadState::Caller::Caller(pid_t pid) : mPid(self()->mPid) {
+IPCThreadState::Caller::Caller(pid_t pid) : mPrevious(self()->mPid) {
     self()->mPid = pid;
 }
 
 IPCThreadState::Caller::~Caller() {
-    self()->mPid = mPid;
+    self()->mPid = mPrevious;
 }
 
 }  // namespace android

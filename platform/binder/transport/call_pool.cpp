@@ -1,7 +1,7 @@
 #include <binder/IPCThreadState.h>
 #include <binder/transport/call_pool.h>
 #include <binder/transport/connection.h>
-#include <binder/transport/threads.h>
+#include <binder/transport/notice_thread.h>
 #include <unistd.h>
 
 #include <string>

@@ -1,6 +1,6 @@
 #include <android/log.h>
 #include <binder/transport/io_loop.h>
-#include <binder/transport/threads.h>
+#include <binder/transport/notice_thread.h>
 #include <sys/epoll.h>
 
 #include <cerrno>

@@ -2,8 +2,8 @@
 
 #include <binder/transport/call_pool.h>
 #include <binder/transport/io_loop.h>
+#include <binder/transport/notice_thread.h>
 #include <binder/transport/service_directory.h>
-#include <binder/transport/threads.h>
 
 namespace android::transport {
 

@@ -1,5 +1,5 @@
 #include <android/log.h>
-#include <binder/transport/threads.h>
+#include <binder/transport/notice_thread.h>
 #include <pthread.h>
 #include <signal.h>
 

@@ -9,8 +9,8 @@
 
 namespace android::transport {
 
-// Starts a detached thread with every signal blocked; false and a log line when the system has no
-// thread left.
+// Starts a detached thread with every signal blocked, its name cut to 15 characters; false and a
+// log line when the system has no thread left.
 bool spawnThread(const std::string& name, std::function<void()> body);
 
 // One thread that reports deaths and releases objects, in order. Both run foreign code, which must
