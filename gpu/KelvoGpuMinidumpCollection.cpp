@@ -1,4 +1,5 @@
-// The collection of a fault: copies the snapshot, captures logs, packs them, prunes archives.
+// The collection half of KelvoGpuMinidump: copies the snapshot, captures logs, packs them, prunes
+// archives.
 #include <android/log.h>
 #include <cutils/properties.h>
 #include <errno.h>

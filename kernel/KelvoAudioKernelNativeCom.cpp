@@ -58,7 +58,8 @@ KelvoAudioKernelNativeCom::KelvoAudioKernelNativeCom(void* owner, const char* mo
     LOG_DEBUG("audio kernel native genetlink module:%s\n", mModule);
 }
 
-// On purpose closes the number kept after a failed set-up, even if it belongs to another file.
+// After a failed set-up this closes the socket's descriptor a second time, on purpose, though the
+// number may be another file's by then.
 KelvoAudioKernelNativeCom::~KelvoAudioKernelNativeCom() {
     free(mRecvData);
     if (fd() >= 0) close(fd());

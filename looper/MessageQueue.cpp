@@ -78,12 +78,13 @@ void MessageQueue::insertKey(size_t place, const Key& key) {
 // Makes free places at both ends: moves the keys when over half of the array is free, else grows
 // it.
 void MessageQueue::makeRoom() {
-    const bool full = size() * 2 >= mCapacity;
-    resize(full ? std::max(mCapacity * 2, kMinCapacity) : mCapacity);
+    const bool halfFull = size() * 2 >= mCapacity;
+    placeKeys(halfFull ? std::max(mCapacity * 2, kMinCapacity) : mCapacity);
 }
 
-// Puts three of four free places after the keys: most messages go to the end.
-void MessageQueue::resize(size_t capacity) {
+// Moves the keys to their places in an array of that capacity, the same array when it has it: a
+// quarter of the free places before them, the rest behind, as most messages go to the end.
+void MessageQueue::placeKeys(size_t capacity) {
     const size_t count = size();
     const size_t head = (capacity - count) / 4 + 1;
     if (capacity == mCapacity) {
@@ -103,7 +104,7 @@ void MessageQueue::shrink() {
     mPool.shrink();
     size_t capacity = mCapacity;
     while (capacity > kMaxKeptCapacity && size() * 8 <= capacity) capacity /= 4;
-    if (capacity != mCapacity) resize(capacity);
+    if (capacity != mCapacity) placeKeys(capacity);
 }
 
 // Restores the free places at both ends of an empty array.

@@ -88,8 +88,10 @@ class MessageQueue {
     MessageQueue(const MessageQueue&) = delete;
     MessageQueue& operator=(const MessageQueue&) = delete;
 
-    // Inserts after every message that is due at the same time or earlier. `now` is a time that has
-    // passed. True when the message is the first of those not leased.
+    // Inserts after every message that is due at the same time or earlier. One that is due by
+    // `now`, the latest known reading of the clock, may join the lease in force; one that is due
+    // before a leased message revokes it. True when it became the first unleased message, so that a
+    // sleeping looper must be woken.
     bool insert(int64_t uptime, int64_t now, const sp<PeltoMessageHandler>& handler,
                 const PeltoMessage& message);
     void remove(const sp<PeltoMessageHandler>& handler);
@@ -121,7 +123,7 @@ class MessageQueue {
     size_t placeFor(int64_t uptime) const;
     void insertKey(size_t place, const Key& key);
     void makeRoom();
-    void resize(size_t capacity);
+    void placeKeys(size_t capacity);
     void rewindWhenEmpty();
     template <typename Wanted>
     void removeIf(Wanted wanted);

@@ -18,8 +18,8 @@ namespace {
 pthread_once_t gTLSOnce = PTHREAD_ONCE_INIT;
 pthread_key_t gTLSKey = 0;
 
-// The id under which a thread holds its looper.
-const void* bindingId() {
+// Names a thread's reference to its looper in incStrong() and decStrong(): any fixed address.
+const void* threadReferenceId() {
     return &gTLSKey;
 }
 
@@ -54,15 +54,15 @@ void PeltoLooper::requireTLSKey() {
 }
 
 void PeltoLooper::threadDestructor(void* looper) {
-    if (looper != nullptr) static_cast<PeltoLooper*>(looper)->decStrong(bindingId());
+    if (looper != nullptr) static_cast<PeltoLooper*>(looper)->decStrong(threadReferenceId());
 }
 
 void PeltoLooper::setForThread(const sp<PeltoLooper>& looper) {
     requireTLSKey();
     auto* old = static_cast<PeltoLooper*>(pthread_getspecific(gTLSKey));
-    if (looper != nullptr) looper->incStrong(bindingId());
+    if (looper != nullptr) looper->incStrong(threadReferenceId());
     pthread_setspecific(gTLSKey, looper.get());
-    if (old != nullptr) old->decStrong(bindingId());
+    if (old != nullptr) old->decStrong(threadReferenceId());
 }
 
 sp<PeltoLooper> PeltoLooper::getForThread() {

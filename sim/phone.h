@@ -41,20 +41,20 @@ class Phone {
     static Phone* find();
 
     Root& root() { return *mRoot; }
-    // The kernel.
+    // Parts of its kernel:
     KernelLog& kernelLog() { return *mKernelLog; }
     GenericNetlink& netlink() { return *mNetlink; }
     DisplayKernel& displayKernel() { return *mDisplayKernel; }
     Attributes& attributes() { return *mAttributes; }
     Gpu& gpu() { return *mGpu; }
-    // User space.
+    // Parts of its user space:
     Log& log() { return *mLog; }
     ProgramFaults& faults() { return *mFaults; }
     Services& services() { return *mServices; }
     Properties& properties() { return *mProperties; }
     Reports& reports() { return *mReports; }
-    // The statistics collector's events, a line each, fields between tabs.
-    LineFile& stats() { return *mStats; }
+    LineFile& stats() { return *mStats; }  // an event a line, fields between tabs
+    // What drives them:
     Shell& shell() { return *mShell; }
     Control& control() { return *mControl; }
 
