@@ -6,11 +6,11 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
-#include "bench/road.h"
+#include "bench/service_workloads.h"
 #include "sim/phone.h"
 
 int main(int argc, char** argv) {
-    const std::map<std::string, bench::RoadWorkload> workloads = {
+    const std::map<std::string, bench::ServiceWorkload> workloads = {
         {"start-up", bench::startUp},
         {"dispatch", bench::dispatch},
         {"client", bench::client},
@@ -19,7 +19,7 @@ int main(int argc, char** argv) {
     CLI::App app{"Measures the service and prints one line of JSON."};
     std::string workload;
     std::string folder;
-    bench::RoadOptions options;
+    bench::ServiceOptions options;
     CLI::App* run = app.add_subcommand("run");
     run->add_option("workload", workload)->required()->check(CLI::IsMember(workloads));
     run->add_option("phone", folder)->required();

@@ -1,4 +1,4 @@
-#include "bench/road.h"
+#include "bench/service_workloads.h"
 
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
@@ -33,7 +33,7 @@ std::string timeText() {
 }
 
 // Calls `send` once per event, with the gap in between.
-void paced(const RoadOptions& options, const std::function<void()>& send) {
+void paced(const ServiceOptions& options, const std::function<void()>& send) {
     for (size_t i = 0; i < options.events; ++i) {
         if (options.gapMicros > 0) usleep(options.gapMicros);
         send();
@@ -86,7 +86,7 @@ class Listener : public EventListener {
 };
 
 // Starts this program again, as a client of the phone's service.
-pid_t startClient(const RoadOptions& options) {
+pid_t startClient(const ServiceOptions& options) {
     pid_t pid = -1;
     const int error = sim::ProcessStarter().start(
         "/proc/self/exe",
@@ -109,7 +109,7 @@ size_t namedThreads() {
 
 }  // namespace
 
-Figures startUp(const RoadOptions&) {
+Figures startUp(const ServiceOptions&) {
     const int64_t begin = nowNanos();
     static const sp<PeltoService>& service = *new sp<PeltoService>(new PeltoService());
     const int64_t end = nowNanos();
@@ -119,7 +119,7 @@ Figures startUp(const RoadOptions&) {
             {"named_threads", static_cast<double>(namedThreads())}};
 }
 
-Figures dispatch(const RoadOptions& options) {
+Figures dispatch(const ServiceOptions& options) {
     Arrivals arrivals(options.events);
     auto& dispatcher = PeltoEventDisptch::getInstance();
     dispatcher.registerEventListener(new Listener(arrivals));
@@ -127,7 +127,7 @@ Figures dispatch(const RoadOptions& options) {
     return arrivals.await();
 }
 
-Figures client(const RoadOptions& options) {
+Figures client(const ServiceOptions& options) {
     Arrivals arrivals(options.events);
     static const sp<PeltoService>& service = *new sp<PeltoService>(new PeltoService());
     PeltoEventDisptch::getInstance().registerEventListener(new Listener(arrivals));
@@ -137,7 +137,7 @@ Figures client(const RoadOptions& options) {
     return arrivals.await();
 }
 
-int sendEvents(const RoadOptions& options) {
+int sendEvents(const ServiceOptions& options) {
     const sp<IBinder> service = defaultServiceManager()->checkService(String16(kPeltoServiceName));
     if (service == nullptr) return 1;
     PeltoServiceCalls calls(service.get());
@@ -147,7 +147,7 @@ int sendEvents(const RoadOptions& options) {
     return failed;
 }
 
-Figures socketFloor(const RoadOptions& options) {
+Figures socketFloor(const ServiceOptions& options) {
     int ends[2];
     if (socketpair(AF_UNIX, SOCK_STREAM, 0, ends) != 0) _exit(1);
     Arrivals arrivals(options.events);
