@@ -1,4 +1,4 @@
-// The monitor: waits for faults and handles each.
+// The monitor half of KelvoGpuMinidump: waits for faults and handles each.
 #include "gpu/KelvoGpuMinidump.h"
 
 #include <android-base/properties.h>

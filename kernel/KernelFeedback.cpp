@@ -104,7 +104,8 @@ bool PeltoService::handleAudioKernelInfo(void* owner, kernel_to_native_packet* p
     return true;
 }
 
-// Waits for the compositor; ignores its answer.
+// Blocks until the compositor has answered and logs the status alone. Sends nothing when none is
+// published.
 void PeltoService::notifySurfaceFlinger(int32_t eventId, const String8& info) {
     const sp<IServiceManager> manager = defaultServiceManager();
     if (manager == nullptr) {

@@ -81,7 +81,8 @@ class PeltoLooper : public RefBase {
     void removeMessages(const sp<PeltoMessageHandler>& handler);
     void removeMessages(const sp<PeltoMessageHandler>& handler, int32_t what);
 
-    // A hint: it may have changed by the time the caller looks at it.
+    // Whether the thread waits for events; false while it runs handlers. A hint: it may have
+    // changed by the time the caller looks at it.
     bool isPolling() const { return mPolling.load(std::memory_order_relaxed); }
 
     // Watches `fd`, or replaces its watch. With a callback `ident` is ignored; without one it

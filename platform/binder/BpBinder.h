@@ -14,7 +14,7 @@ namespace transport {
 class Connection;
 }
 
-// The proxy of an object of another process. An object has one proxy at a time.
+// The proxy of an object of another process: one at a time for each object of a connection.
 class BpBinder : public IBinder {
   public:
     BpBinder(std::shared_ptr<transport::Connection> connection, uint32_t handle);

@@ -74,7 +74,7 @@ class Parcel {
     status_t readStrongBinder(sp<IBinder>* object) const;
     status_t readNullableStrongBinder(sp<IBinder>* object) const;
 
-    // Whether the next item is that interface's token.
+    // Reads that interface's token; false, the position unchanged, when the next item is another.
     bool enforceInterface(const String16& interface) const;
     bool checkInterface(const IBinder* object) const;
 

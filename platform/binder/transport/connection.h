@@ -78,7 +78,7 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
 
     // Loop's thread only: ends a connection without a handshake; whether it ended.
     bool endWithoutHandshake() EXCLUDES(mLock);
-    // Whether the descriptor is closed.
+    // Whether it is torn down; one that is not alive() may still read what has arrived.
     bool ended() EXCLUDES(mLock);
 
     void onReady(uint32_t events) override EXCLUDES(mLock);
