@@ -54,7 +54,7 @@ class Phone {
     Properties& properties() { return *mProperties; }
     Reports& reports() { return *mReports; }
     LineFile& stats() { return *mStats; }  // an event a line, fields between tabs
-    // What drives them:
+    // Its shell and its control socket:
     Shell& shell() { return *mShell; }
     Control& control() { return *mControl; }
 
