@@ -14,8 +14,8 @@ import subprocess
 import sys
 import tempfile
 
-import daemon
 import goals
+import idle_daemon
 import matrix
 import plot
 
@@ -88,8 +88,8 @@ def main():
 
     with open(options.out + "/results.jsonl", "w", encoding="utf-8") as results:
         medians = collect(rows, 1 if options.quick else options.repetitions, results)
-        idle = daemon.idle(service_bench, options.programs + "/peltoserviced",
-                           1 if options.quick else 60)
+        idle = idle_daemon.idle(service_bench, options.programs + "/peltoserviced",
+                                1 if options.quick else 60)
         print(json.dumps({"row": "daemon", "figures": idle}), file=results)
     print_table(rows, medians)
     print_daemon(idle, options.library)

@@ -10,7 +10,7 @@
 #include <memory>
 
 #include "client/archives.h"
-#include "client/client.h"
+#include "client/verb_support.h"
 
 namespace pelto {
 namespace {

@@ -9,7 +9,7 @@
 #include <regex>
 
 #include "client/archives.h"
-#include "client/client.h"
+#include "client/verb_support.h"
 
 namespace pelto {
 namespace {

@@ -7,7 +7,7 @@
 #include <memory>
 #include <sstream>
 
-#include "client/client.h"
+#include "client/verb_support.h"
 
 namespace pelto {
 namespace {

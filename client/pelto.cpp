@@ -4,7 +4,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "client/client.h"
+#include "client/verb_support.h"
 
 using namespace pelto;
 

@@ -10,8 +10,8 @@
 #include <memory>
 #include <sstream>
 
-#include "client/client.h"
-#include "client/daemon.h"
+#include "client/daemon_control.h"
+#include "client/verb_support.h"
 
 namespace pelto {
 namespace {

@@ -6,7 +6,7 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
-#include "client/client.h"
+#include "client/verb_support.h"
 #include "client/wait_options.h"
 
 namespace pelto {

@@ -3,7 +3,7 @@
 #include <iostream>
 #include <memory>
 
-#include "client/client.h"
+#include "client/verb_support.h"
 
 namespace pelto {
 namespace {

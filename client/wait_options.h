@@ -7,7 +7,7 @@
 #include <chrono>
 #include <string>
 
-#include "client/client.h"
+#include "client/verb_support.h"
 
 namespace pelto {
 

@@ -12,7 +12,7 @@
 #include <string.h>
 #include <unistd.h>
 
-#include "event/phone_integer.h"
+#include "event/phone_atoi.h"
 #include "phone/phone.h"
 
 namespace android {

@@ -11,9 +11,9 @@
 #include "gpu/KelvoGpuMinidump.h"
 #include "gpu/KelvoGpuMinidumpFactory.h"
 #include "sim/base/line_file.h"
-#include "sim/control/client.h"
+#include "sim/control/request.h"
 #include "sim/control/server.h"
-#include "sim/kernel/attributes.h"
+#include "sim/kernel/sysfs_attributes.h"
 #include "sim/shell/shell.h"
 #include "tests/support/phone_fixture.h"
 

@@ -6,8 +6,8 @@
 #include <memory>
 #include <string>
 
-#include "logcapture/commands.h"
-#include "logcapture/directories.h"
+#include "logcapture/guarded_commands.h"
+#include "logcapture/make_directories.h"
 #include "phone/phone.h"
 
 namespace android {

@@ -5,8 +5,8 @@
 #include "phone/phone.h"
 #include "sim/base/clock.h"
 #include "sim/base/root.h"
-#include "sim/kernel/attributes.h"
 #include "sim/kernel/generic_netlink.h"
+#include "sim/kernel/sysfs_attributes.h"
 #include "sim/phone.h"
 #include "sim/shell/shell.h"
 

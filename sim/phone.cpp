@@ -15,15 +15,15 @@
 #include "sim/base/fd.h"
 #include "sim/base/line_file.h"
 #include "sim/base/root.h"
+#include "sim/control/clock_and_fault_commands.h"
 #include "sim/control/kernel_commands.h"
-#include "sim/control/phone_commands.h"
 #include "sim/control/server.h"
-#include "sim/kernel/attributes.h"
 #include "sim/kernel/display_kernel.h"
 #include "sim/kernel/generic_netlink.h"
 #include "sim/kernel/gpu.h"
 #include "sim/kernel/kernel_log.h"
-#include "sim/shell/programs.h"
+#include "sim/kernel/sysfs_attributes.h"
+#include "sim/shell/builtins.h"
 #include "sim/shell/shell.h"
 #include "sim/userspace/audio_dump.h"
 #include "sim/userspace/log.h"
@@ -115,7 +115,7 @@ Phone::Phone(const std::string& folder)
       mShell(new Shell(*mRoot, *mLog, *mFaults)),
       mControl(new Control(runDir(), *mLog)) {
     addAudioDumpService(*mServices, *mRoot, *mProperties, *mLog);
-    addPrograms(*mShell, *mRoot, *mLog, *mKernelLog);
+    addBuiltins(*mShell, *mRoot, *mLog, *mKernelLog);
     addAudioCommands(*mControl, *mNetlink);
     addDisplayCommand(*mControl, *mDisplayKernel);
     addGpuCommand(*mControl, *mGpu);

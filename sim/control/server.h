@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "sim/base/mutex.h"
-#include "sim/control/client.h"
+#include "sim/control/request.h"
 
 namespace sim {
 

@@ -1,5 +1,3 @@
-#include "sim/kernel/attributes.h"
-
 #include <errno.h>
 #include <fcntl.h>
 #include <unistd.h>
@@ -8,6 +6,7 @@
 
 #include "phone/phone.h"
 #include "sim/kernel/gpu.h"
+#include "sim/kernel/sysfs_attributes.h"
 #include "tests/support/phone_fixture.h"
 
 namespace sim {

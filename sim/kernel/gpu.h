@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "sim/kernel/attributes.h"
+#include "sim/kernel/sysfs_attributes.h"
 
 namespace sim {
 

@@ -9,7 +9,7 @@
 #include <iterator>
 #include <sstream>
 
-#include "sim/control/client.h"
+#include "sim/control/request.h"
 #include "sim/control/server.h"
 #include "sim/userspace/log.h"
 

@@ -1,4 +1,4 @@
-#include "sim/kernel/attributes.h"
+#include "sim/kernel/sysfs_attributes.h"
 
 #include <errno.h>
 #include <fcntl.h>

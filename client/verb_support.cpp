@@ -1,8 +1,8 @@
-#include "client/client.h"
+#include "client/verb_support.h"
 
 #include <binder/IServiceManager.h>
 #include <ipeltoservice/IPeltoService.h>
-#include <sim/control/client.h>
+#include <sim/control/request.h>
 #include <stdlib.h>
 #include <unistd.h>
 

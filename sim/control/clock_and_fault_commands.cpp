@@ -1,4 +1,4 @@
-#include "sim/control/phone_commands.h"
+#include "sim/control/clock_and_fault_commands.h"
 
 #include <stdlib.h>
 

@@ -1,4 +1,4 @@
-#include "client/daemon.h"
+#include "client/daemon_control.h"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -12,7 +12,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "client/client.h"
+#include "client/verb_support.h"
 #include "sim/base/process_starter.h"
 
 namespace pelto {

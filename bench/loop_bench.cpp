@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
-#include "bench/workloads.h"
+#include "bench/loop_workloads.h"
 
 namespace bench {
 

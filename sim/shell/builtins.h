@@ -9,6 +9,6 @@ class Shell;
 
 // Registers the phone's own programs with its shell, as built-ins: logcat, dmesg, dumpsys and
 // perfetto.
-void addPrograms(Shell& shell, const Root& root, Log& log, KernelLog& kernelLog);
+void addBuiltins(Shell& shell, const Root& root, Log& log, KernelLog& kernelLog);
 
 }  // namespace sim

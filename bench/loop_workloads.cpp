@@ -1,4 +1,4 @@
-#include "bench/workloads.h"
+#include "bench/loop_workloads.h"
 
 #include <semaphore.h>
 #include <unistd.h>

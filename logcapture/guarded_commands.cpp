@@ -1,4 +1,4 @@
-#include "logcapture/commands.h"
+#include "logcapture/guarded_commands.h"
 
 #include <android/log.h>
 

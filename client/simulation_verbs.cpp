@@ -7,7 +7,7 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
-#include "client/client.h"
+#include "client/verb_support.h"
 
 namespace pelto {
 namespace {

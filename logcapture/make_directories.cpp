@@ -1,4 +1,4 @@
-#include "logcapture/directories.h"
+#include "logcapture/make_directories.h"
 
 #include <android/log.h>
 

@@ -1,4 +1,4 @@
-#include "sim/control/client.h"
+#include "sim/control/request.h"
 
 #include <fcntl.h>
 #include <string.h>
