@@ -5,7 +5,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "host/service_host.h"
+#include "host/program_start.h"
 #include "logcapture/KelvoPeltoLogThread.h"
 #include "logcapture/capture_information.h"
 #include "sim/phone.h"

@@ -10,8 +10,6 @@
 #include <unistd.h>
 #include <utils/ThreadControl.h>
 
-#include <CLI/CLI.hpp>
-#include <stdexcept>
 #include <thread>
 
 #include "service/PeltoService.h"
@@ -82,30 +80,6 @@ void StopSignals::onFirst(std::function<void()> stop) {
         sigwait(&signals, &number);
         _exit(1);
     }).detach();
-}
-
-int parseCommandLine(CLI::App& app, int argc, char** argv) {
-    app.failure_message([](const CLI::App* given, const CLI::Error& error) {
-        const std::string& name = given->get_name();
-        return name + ": " + error.what() + "; see " + name + " --help\n";
-    });
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? kHostStopped : kHostUsage;
-    }
-    return -1;
-}
-
-bool openPhone(const std::string& folder) {
-    try {
-        sim::Phone::open(folder);
-        return true;
-    } catch (const std::runtime_error& failure) {
-        fprintf(stderr, "%s: %s; make a phone with: pelto --phone DIR phone start\n",
-                program_invocation_short_name, failure.what());
-        return false;
-    }
 }
 
 int runServiceHost(const HostOptions& options, StopSignals& signals) {

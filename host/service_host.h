@@ -5,18 +5,7 @@
 #include <functional>
 #include <string>
 
-namespace CLI {
-class App;
-}
-
-// The exit codes of the programs in this folder.
-enum HostExit {
-    kHostStopped = 0,
-    kHostFailed = 1,
-    kHostUsage = 2,
-    kHostNoPhone = 3,
-    kHostAlreadyPublished = 4,
-};
+#include "host/program_start.h"
 
 struct HostOptions {
     std::string phoneFolder;
@@ -38,13 +27,6 @@ class StopSignals {
   private:
     sigset_t mSignals;
 };
-
-// Parses a command line. Returns -1 when the program is to go on; otherwise help or one line about
-// what is wrong was printed, and this is the exit code.
-int parseCommandLine(CLI::App& app, int argc, char** argv);
-
-// Opens the phone; false after one line on stderr.
-bool openPhone(const std::string& folder);
 
 // Constructs the service, publishes it on the open phone and executes calls until the first stop
 // signal. Then withdraws its name, lets running calls finish and returns an exit code. Failures
