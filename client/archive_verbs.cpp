@@ -9,7 +9,7 @@
 #include <regex>
 
 #include "client/archives.h"
-#include "client/verb_support.h"
+#include "client/verbs.h"
 
 namespace pelto {
 namespace {

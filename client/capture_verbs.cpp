@@ -6,7 +6,7 @@
 #include <map>
 #include <memory>
 
-#include "client/verb_support.h"
+#include "client/verbs.h"
 
 namespace pelto {
 namespace {

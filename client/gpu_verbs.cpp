@@ -7,7 +7,7 @@
 #include <memory>
 #include <sstream>
 
-#include "client/verb_support.h"
+#include "client/verbs.h"
 
 namespace pelto {
 namespace {

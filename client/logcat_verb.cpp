@@ -7,7 +7,7 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
-#include "client/verb_support.h"
+#include "client/verbs.h"
 #include "client/wait_options.h"
 
 namespace pelto {

@@ -4,7 +4,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "client/verb_support.h"
+#include "client/verbs.h"
 
 using namespace pelto;
 

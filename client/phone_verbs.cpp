@@ -11,7 +11,7 @@
 #include <sstream>
 
 #include "client/daemon_control.h"
-#include "client/verb_support.h"
+#include "client/verbs.h"
 
 namespace pelto {
 namespace {

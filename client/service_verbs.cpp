@@ -3,7 +3,7 @@
 #include <iostream>
 #include <memory>
 
-#include "client/verb_support.h"
+#include "client/verbs.h"
 
 namespace pelto {
 namespace {

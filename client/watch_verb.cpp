@@ -9,7 +9,7 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
-#include "client/verb_support.h"
+#include "client/verbs.h"
 #include "client/wait_options.h"
 #include "sim/base/clock.h"
 #include "sim/base/fd.h"
