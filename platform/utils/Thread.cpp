@@ -1,6 +1,5 @@
 #include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 #include <utils/Thread.h>
 #include <utils/ThreadControl.h>
@@ -18,10 +17,6 @@ struct Thread::Start {
 };
 
 namespace {
-
-pid_t currentTid() {
-    return static_cast<pid_t>(syscall(SYS_gettid));
-}
 
 // Makes a detached thread; 0 on success.
 int makeThread(pthread_t* thread, size_t stack, void* (*entry)(void*), void* argument) {
@@ -63,7 +58,7 @@ void* Thread::entry(void* argument) {
     std::unique_ptr<Start> start(static_cast<Start*>(argument));
     prctl(PR_SET_NAME, start->name.c_str());  // the kernel keeps 15 characters
     if (start->priority != PRIORITY_DEFAULT) {
-        setpriority(PRIO_PROCESS, static_cast<id_t>(currentTid()), start->priority);
+        setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), start->priority);
     }
     thread_control::waitWhileHeld(start->name);
     sp<Thread> self = std::move(start->thread);
@@ -86,7 +81,7 @@ bool Thread::passOnce(bool first) {
     if (!first) return threadLoop();
     {
         Mutex::Autolock lock(mThreadLock);
-        mTid = currentTid();
+        mTid = gettid();
     }
     const status_t status = readyToRun();
     bool exit;

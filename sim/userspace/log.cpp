@@ -5,7 +5,6 @@
 #include <string.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -19,7 +18,7 @@ namespace sim {
 namespace {
 
 pid_t currentTid() {
-    static thread_local const pid_t tid = static_cast<pid_t>(syscall(SYS_gettid));
+    static thread_local const pid_t tid = gettid();
     return tid;
 }
 
