@@ -153,7 +153,7 @@ Figures wakeLatency(const Options& options) {
     return {{"p50", percentile(latencies, 0.5)}, {"p99", percentile(latencies, 0.99)}};
 }
 
-// Repeats with short queues, so that enough messages are timed.
+// Measures short queues in many rounds, so that enough messages are timed.
 Figures drain(const Options& options) {
     const size_t count = options.messages;
     const size_t rounds = std::clamp<size_t>(200000 / count, 1, 20000);

@@ -16,10 +16,10 @@ struct Options {
 using Workload = Figures (*)(const Options& options);
 
 Figures flatOut(const Options& options);      // producers post as fast as they can
-Figures bounded(const Options& options);      // at most 256 outstanding
+Figures bounded(const Options& options);      // the same with at most 256 not yet received
 Figures wakeLatency(const Options& options);  // an idle loop, one message at a time
 Figures drain(const Options& options);        // all messages wait before the loop starts
-Figures delayed(const Options& options);      // inserted at random times, then delivered
+Figures delayed(const Options& options);      // posted with random delays
 Figures selfPost(const Options& options);     // each message posts the next
 
 }  // namespace bench

@@ -1,4 +1,4 @@
-// The lower bound: a batch mailbox directly on eventfd and epoll, without a loop.
+// The least that a loop can cost: a batch mailbox directly on eventfd and epoll.
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>

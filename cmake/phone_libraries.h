@@ -1,6 +1,6 @@
 // Declares what the product may use of the phone's libraries, and nothing else. The phone check
-// compiles the product against this file, under the name of each header that stands before its
-// part.
+// offers this one file to the product under the names of all the headers that it lists, each before
+// its part.
 #pragma once
 
 #include <sys/types.h>

@@ -13,7 +13,7 @@ namespace {
 
 constexpr char kTag[] = "PeltoEvent";
 
-// The non-empty pieces between separators; writes NULs into `text`.
+// The non-empty pieces of `text` between separators; a NUL replaces the separator that ends each.
 std::vector<char*> piecesOf(std::string& text, const char* separator) {
     std::vector<char*> pieces;
     char* rest = nullptr;

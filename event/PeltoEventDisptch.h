@@ -18,8 +18,8 @@
 namespace android {
 
 // Delivers each event to the listeners of this process: setEvent() only queues it, and the handler
-// thread "pelto_looper" calls every listener registered for its type. The spelling of its name is
-// the interface's.
+// thread "pelto_looper" calls every listener registered for its type. The misspelt class name is
+// part of the interface.
 //
 // Ownership: the one instance, made by the first getInstance(), lives as long as the process: it is
 //   the handler of its own messages and holds itself. It keeps every listener for ever.

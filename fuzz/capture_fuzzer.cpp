@@ -40,7 +40,7 @@ class World {
         mState = state();
     }
 
-    // Decodes an input to a text.
+    // The text for a fuzzer's input, its tokens replaced.
     std::string read(const uint8_t* data, size_t size) const {
         std::string text;
         for (size_t i = 0; i < size && text.size() < kMaxText; ++i) {

@@ -1,5 +1,5 @@
-// Turns display reports into events and compares each event with that of a simpler parser. An input
-// is the id up to the first newline, then the payload.
+// Has the service turn display records into events and compares each event with that of a simpler
+// parser. An input is the id up to the first newline, then the payload.
 #include <compositor/compositor.h>
 #include <kelvo_multimedia_kernel_event/DisplayKevent.h>
 #include <string.h>

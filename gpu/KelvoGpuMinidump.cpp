@@ -114,7 +114,7 @@ void KelvoGpuMinidump::handleNotification(int timestampFd) {
                             "pelto hashid read error %d, hashchar[0]=%c", static_cast<int>(got),
                             timestamp[0]);
     } else {
-        timestamp[got - 1] = '\0';  // the newline
+        timestamp[got - 1] = '\0';  // in place of the newline
         capture(timestamp);
     }
     acknowledge();
@@ -168,7 +168,7 @@ void KelvoGpuMinidump::feedbackInfo(const char* reason) {
     __android_log_print(ANDROID_LOG_DEBUG, kGpuTag, "%s", info.c_str());
 }
 
-// Reading the dump has the driver signal the next snapshot.
+// Reads a byte of the dump, which lets the driver signal the next snapshot.
 void KelvoGpuMinidump::acknowledge() {
     FILE* file = phone::fopen(kGpuDump, "rb");
     if (file == nullptr) {

@@ -27,7 +27,7 @@ namespace android {
 //   the timestamp file cannot be opened or polled. Any other error is a debug line, and it goes on.
 class KelvoGpuMinidump {
   public:
-    static constexpr char kGpuTag[] = "KelvoGpuMinidump";  // of its log lines
+    static constexpr char kGpuTag[] = "KelvoGpuMinidump";  // the tag of its log lines
     static constexpr char kGpuDump[] = "/sys/class/kgsl/kgsl-3d0/snapshot/dump";
     static constexpr char kGpuDirectory[] = "/data/kelvo/mmdump/gpu/";
     static constexpr char kOtaVersion[] = "ro.build.version.ota";
@@ -43,12 +43,13 @@ class KelvoGpuMinidump {
     static bool disableFeature4G();
     // Whether a dump may be taken; sleeps for a second when the control file is missing.
     static bool allowGpuDump();
-    // Fills in up to 64 bytes without a terminator, or leaves `buf` as it is, and records the fault
-    // with the statistics.
+    // Reads the driver's hash id of the fault, up to 64 bytes without a terminator, and records the
+    // fault with the statistics. Does neither when the file cannot be opened.
     static void readFaultReason(char* buf);
     void feedbackInfo(const char* reason);
 
-    // False when either file cannot be opened; writes are not checked.
+    // Copies the driver's snapshot to `path`. False when either file cannot be opened; writes are
+    // not checked.
     static bool copyDumpFile(const char* path);
     // Runs getLog() on a thread of its own and waits for it: 20 seconds and more.
     void getLogBytread(const String8& name) EXCLUDES(mLock);
@@ -56,12 +57,13 @@ class KelvoGpuMinidump {
     void getLog(const String8& name) EXCLUDES(mLock);
     // Removes every archive among the first 20 entries of the directory, regardless of age.
     void removefile() EXCLUDES(mLock);
-    // Archives made by this process and not pruned since.
+    // How many archives this process has made and not pruned since.
     int32_t getFileCount() EXCLUDES(mLock);
 
     // Local time as "_2024-03-05_14-07-09": 0, or -1 and an error line. `len` must be 64 or more.
     static int32_t getCurrentTime(char* buf, int32_t len);
-    // An error line, and nothing else, when `buf` is null or `len` below 64.
+    // Reads the version of the phone's software, cut to `len`. Only logs an error when `buf` is
+    // null or `len` below 64.
     static void getOtaVersion(char* buf, uint32_t len);
 
   private:

@@ -1,4 +1,4 @@
-// The host process of the service.
+// The program that hosts the service: its command line and main function.
 #include <stdio.h>
 #include <unistd.h>
 

@@ -43,7 +43,8 @@ void startPool(int threads) {
     ProcessState::self()->startThreadPool();
 }
 
-// Sets up the ends of the phone that live in this process, before the service looks for them.
+// Sets up the parts of the phone that live in this process, before the service uses them: the
+// kernel's sockets and the display compositor.
 void preparePhone(const HostOptions& options) {
     if (options.workstationKernel) sim::Phone::get().netlink().useWorkstationKernel();
     if (startCompositor() == nullptr) {
@@ -84,7 +85,8 @@ void StopSignals::onFirst(std::function<void()> stop) {
 
 int runServiceHost(const HostOptions& options, StopSignals& signals) {
     const String16 name(kPeltoServiceName);
-    // Refuses before anything starts; if two hosts get past this at once, addService() decides.
+    // Refuses a second host before anything starts; if two get past this at once, addService()
+    // decides.
     if (defaultServiceManager()->checkService(name) != nullptr) return refuseSecond();
 
     preparePhone(options);

@@ -9,9 +9,9 @@
 
 struct HostOptions {
     std::string phoneFolder;
-    int threads = 16;  // that execute calls
+    int threads = 16;  // how many execute calls
     int readyFd = -1;  // gets the line "ready" once the service is published; -1: none
-    bool workstationKernel = false;
+    bool workstationKernel = false;  // the audio channel uses this machine's kernel
 };
 
 // Blocks SIGTERM and SIGINT in the thread that constructs it and in those that this thread starts

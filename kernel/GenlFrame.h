@@ -8,8 +8,8 @@
 
 namespace android {
 
-// One message of the audio module's generic-netlink protocol, both ways, in host byte order. A
-// frame is zeroed before it is filled or received into, so bytes that a message omits, or claims
+// One message of the audio module's generic-netlink protocol, sent or received, in host byte order.
+// A frame is zeroed before it is filled or received into, so bytes that a message omits, or claims
 // beyond its end, read as zeros.
 struct GenlFrame {
     nlmsghdr header;
@@ -17,7 +17,7 @@ struct GenlFrame {
     nlattr attribute;
     char data[252];
 
-    // Fills in a request with `length` - 1 bytes of `data`; `length` is from 1 to 251.
+    // Fills in a request with the first `length` - 1 bytes of `payload`; `length` is from 1 to 251.
     void fill(uint16_t type, uint32_t portId, uint8_t cmd, uint16_t attributeType,
               const void* payload, int32_t length);
 

@@ -97,7 +97,7 @@ int32_t KelvoAudioKernelNativeCom::sendGenlMsg(uint16_t nlmsgType, uint8_t cmd, 
         return kInvalid;
     }
     if (len > kMaxData) {
-        // On purpose names another limit than the one tested.
+        // On purpose prints another limit than the one tested.
         LOG_ERROR("[ERROR]: data len=%d > %d\n", len, kMaxAttribute);
         len = kMaxData;
     }
@@ -197,7 +197,7 @@ bool KelvoAudioKernelNativeCom::setUp() {
     }
     mFamilyId = getFamilyId();
     if (family() == 0) {
-        close(fd());  // the number is kept, here and below
+        close(fd());  // mGenlFd keeps the number, here and below
         LOG_ERROR("[ERROR]: get_family_id err\n");
         return false;
     }

@@ -50,7 +50,7 @@ class KelvoAudioKernelNativeCom : public Thread {
     // Waits for one message and unpacks it for the hook: the bytes received, -1 when it is not a
     // message of the module, -22 when there is no socket.
     int32_t recvGenlMsg();
-    // A bound socket, or -1.
+    // Makes a netlink socket bound to the channel's port id; -1 on failure.
     int32_t createGenlSocket(int32_t protocol);
     // Asks the kernel for the module's family and waits for its answer; 0 for none.
     uint16_t getFamilyId();
@@ -69,7 +69,7 @@ class KelvoAudioKernelNativeCom : public Thread {
     bool mInited = false;
     kernel_to_native_packet* mRecvData = nullptr;
     char mModule[64] = {};
-    // Relaxed: senders on other threads may find the channel not yet set up.
+    // Relaxed: a sender on another thread may still see no socket or family, and is refused.
     std::atomic<int32_t> mGenlFd{-1};
     uint32_t mPortId = 0;
     void* const mOwner;

@@ -30,7 +30,7 @@ constexpr size_t kMaxItem = 512;
 constexpr size_t kEventId = 132;
 constexpr size_t kPayload = 264;
 
-// The field may lack a terminator.
+// The event id of a display packet; its field may lack a terminator.
 int idOf(const char* packet) {
     const char* const text = packet + kEventId;
     return phoneAtoi(std::string(text, strnlen(text, kPayload - kEventId)).c_str());
@@ -104,8 +104,8 @@ bool PeltoService::handleAudioKernelInfo(void* owner, kernel_to_native_packet* p
     return true;
 }
 
-// Blocks until the compositor has answered and logs the status alone. Sends nothing when none is
-// published.
+// Blocks until the compositor has answered; logs the status of the call and ignores the reply.
+// Sends nothing when no compositor is published.
 void PeltoService::notifySurfaceFlinger(int32_t eventId, const String8& info) {
     const sp<IServiceManager> manager = defaultServiceManager();
     if (manager == nullptr) {

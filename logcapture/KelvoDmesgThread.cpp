@@ -19,7 +19,7 @@ constexpr char kDumpLog[] = "event_audio_detect_dump_log";
 constexpr int32_t kUrgentAudio = -19;
 constexpr useconds_t kPauseMicros = 10000;
 
-// The phone provides the directory.
+// The directory of this file exists on the phone already.
 #define AD_DMESG "/data/ruvi/log/VRN/de/audioDetLog/ad_dmesg.txt"
 constexpr const char* kCommands[] = {
     "touch " AD_DMESG,
@@ -91,7 +91,7 @@ void KelvoDmesgThread::dumpKernelLog() {
     mCondition.notify_one();
 }
 
-// Runs once, for the whole life of the thread.
+// Called once: its loop runs for the whole life of the thread.
 bool KelvoDmesgThread::threadLoop() {
     while (awaitRequest()) {
         mDumping.store(true, std::memory_order_relaxed);

@@ -38,7 +38,7 @@ class KelvoPeltoLogThread : public Thread {
 
     // True when the directory exists or could be made.
     bool checkPath(String8 logPath);
-    // 0, or -1 and an error line; the buffer has at least 64 bytes.
+    // Local time as "2024-03-05_14-07-09": 0, or -1 and an error line. `size` must be 64 or more.
     int32_t getCurrentTime(char* buf, int32_t size);
 
   private:

@@ -41,7 +41,7 @@ void KelvoPeltoLogWriter::handleEvent(std::string event) {
     if (type == kAudioDumpsys) dumpsysAudioInfo(String8(info.c_str()));
 }
 
-// Each action drops its worker before it releases the lock.
+// Both actions release their worker object before the lock.
 void KelvoPeltoLogWriter::caputureLogs(const String8& info) {
     Mutex::Autolock lock(mLock);
     const sp<KelvoWexRaiseException> reporter = new KelvoWexRaiseException(info);

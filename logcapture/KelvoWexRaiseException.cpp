@@ -24,7 +24,7 @@ constexpr char kExceptionLog[] = "/data/persist_log/wex/exception_log/";
 constexpr size_t kMinEventIdLength = 5;
 constexpr size_t kMaxLogTypeLength = 9;
 
-// Verbose lines in addition to those of makeDirectories().
+// Logs a verbose line for each step, in addition to the lines of makeDirectories().
 void logStep(PathStep step, const char* path) {
     switch (step) {
         case PathStep::kExists:
@@ -61,7 +61,8 @@ int numberOf(const char* eventId) {
 
 constexpr uint64_t kPcmLogs = uint64_t{0x20} << 32;
 
-// The bits of each log type in the library's mask and its log line, from the lowest type on.
+// For each log type its bits in the reporting library's mask and the line to log, lowest type
+// first.
 constexpr struct {
     LogType type;
     uint64_t logs;

@@ -21,7 +21,8 @@ class KelvoWexRaiseException : public virtual RefBase {
     // 0, or -1 and a log line when the library refuses the report.
     int32_t WexRaiseException();
 
-    // 0 for an id that is too short; an id that is no number gives its category alone.
+    // The library's id for an event id: 0 for one that is too short, the category alone for one
+    // that is no number.
     uint32_t getWexExceptionId(String8 eventId);
     // The library's mask of logs to attach.
     uint64_t getWexAtomicLogs(String8 logType);

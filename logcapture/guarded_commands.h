@@ -4,7 +4,8 @@
 
 namespace android {
 
-// Commands of the capture classes, which contain text from outside. Each class logs under its tag.
+// Runs the command lines of the capture classes, which contain text from other processes. `tag` is
+// the log tag of the calling class.
 
 // Whether the command line contains one of "|", "&", ";", "`" and "$"; logs an error line if so.
 bool holdsShellCharacter(const char* tag, const String8& command);

@@ -52,7 +52,7 @@ class DirectoryMaker {
         return true;
     }
 
-    // Without the command guard: the directory exists already, whatever its name.
+    // Runs chmod without the check for shell characters: a directory of this name exists already.
     void openToEverybody(const char* prefix) {
         const String8 command = String8::format("%s %s", "chmod 0777", prefix);
         if (const int result = phone::system(command.c_str())) {

@@ -6,7 +6,7 @@
 
 namespace android {
 
-// The longest path with its terminator; longer ones are cut.
+// The most bytes of a path with its terminator; longer paths are cut.
 constexpr size_t kMaxPathBytes = 256;
 
 enum class PathStep { kExists, kPrefixExists, kPrefixMissing, kPrefixMade };

@@ -5,7 +5,8 @@
 
 namespace android {
 
-// Every block is in the list: the queue has freed its messages, and none is in delivery.
+// Every block is empty, and so in the list mOpen: the queue has freed its messages and none is
+// being delivered.
 EnvelopePool::~EnvelopePool() {
     while (mOpen != nullptr) {
         Block* const block = mOpen;
@@ -56,7 +57,7 @@ void EnvelopePool::give(MessageEnvelope* envelope) {
 }
 
 void EnvelopePool::shrink() {
-    Block* kept = nullptr;  // the lowest address: a high one would keep the heap from shrinking
+    Block* kept = nullptr;  // the one at the lowest address: a higher one would keep the heap large
     for (Block* block = mOpen; mEmpty > 1;) {
         Block* empty = block;
         block = block->next;

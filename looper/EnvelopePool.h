@@ -29,24 +29,25 @@ class EnvelopePool {
     EnvelopePool(const EnvelopePool&) = delete;
     EnvelopePool& operator=(const EnvelopePool&) = delete;
 
-    // Content unspecified, handler null.
+    // A free envelope, from a new block when none is left: its handler is null, its other fields
+    // are unspecified.
     MessageEnvelope* take();
-    // The handler reference must have been dropped.
+    // Takes an envelope back; the caller has dropped its handler reference.
     void give(MessageEnvelope* envelope);
-    // Frees the empty blocks except one. Called after a burst, so that messages within one reuse
-    // their blocks.
+    // Frees the empty blocks except one. Called after a burst of messages, not within it, so that a
+    // burst reuses its blocks.
     void shrink();
 
   private:
     static constexpr size_t kBlockSlots = 32;
 
     struct Slot {
-        MessageEnvelope envelope;  // first: an envelope's address is its slot's
+        MessageEnvelope envelope;  // first, so that its address is its slot's
         uint32_t index;
     };
     struct Block {
         Slot slots[kBlockSlots];
-        uint32_t freeSlots;  // one bit a slot
+        uint32_t freeSlots;  // a set bit for each free slot
         Block* previous;     // in the list mOpen, while it has a free slot
         Block* next;
     };

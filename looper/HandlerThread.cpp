@@ -31,7 +31,7 @@ bool HandlerThread::shouldQuit() {
 
 sp<PeltoLooper> HandlerThread::getLooper() {
     Mutex::Autolock lock(mLock);
-    // A single wait on purpose: after an early wake-up the result is null.
+    // A single wait on purpose: after a spurious wake-up the result is null.
     if (mLooper == nullptr) mCond.wait(mLock);
     return mLooper;
 }

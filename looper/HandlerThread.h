@@ -23,8 +23,8 @@ class HandlerThread : public Thread {
 
     // Starts the thread. On failure returns the status of Thread::run(), and no looper is made.
     status_t start(const char* name, int32_t priority, size_t stack);
-    // Waits until the thread has made its looper; null after an early wake-up. Only after a
-    // successful start().
+    // Waits until the thread has made its looper; null after a spurious wake-up. To be called after
+    // a successful start().
     sp<PeltoLooper> getLooper();
     // Ends the loop and waits for the thread; does nothing when it is not running.
     void quit();

@@ -8,7 +8,7 @@ namespace android {
 namespace {
 
 constexpr size_t kMinCapacity = 64;
-// Larger key arrays shrink when mostly empty.
+// An array of keys above this capacity shrinks when mostly empty.
 constexpr size_t kMaxKeptCapacity = 1024;
 
 // Hides the size from the compiler, so that it calls memcpy(): on x86-64 some compilers inline a
@@ -48,7 +48,8 @@ bool MessageQueue::joinsLease(int64_t uptime, int64_t now) const {
            !mLease->isFull();
 }
 
-// The place of the first key that is due later. Most messages are due now, so the end comes first.
+// The index of the first key that is due after `uptime`. Most messages are due at once, so the end
+// is tried first.
 size_t MessageQueue::placeFor(int64_t uptime) const {
     if (isEmpty() || uptime >= mKeys[mTail - 1].uptime) return mTail;
     const Key* const begin = mKeys.get() + mHead;
@@ -82,8 +83,8 @@ void MessageQueue::makeRoom() {
     placeKeys(halfFull ? std::max(mCapacity * 2, kMinCapacity) : mCapacity);
 }
 
-// Moves the keys to their places in an array of that capacity, the same array when it has it: a
-// quarter of the free places before them, the rest behind, as most messages go to the end.
+// Moves the keys into an array of that capacity, or within mKeys when it has that capacity: a
+// quarter of the free places goes before them, the rest behind, as most messages go to the end.
 void MessageQueue::placeKeys(size_t capacity) {
     const size_t count = size();
     const size_t head = (capacity - count) / 4 + 1;
@@ -135,7 +136,7 @@ void MessageQueue::revokeLease() {
 }
 
 void MessageQueue::settle(Lease* lease) {
-    // A message may have joined after the last claim.
+    // A message may have joined after the last claim: it goes back into the queue.
     if (mLease == lease) revokeLease();
     for (uint32_t i = 0; i < lease->claimed(); ++i) mPool.give(lease->mEnvelopes[i]);
 }

@@ -65,7 +65,7 @@ class Lease {
     }
     uint32_t claimed() const { return mClaimed.load(std::memory_order_relaxed) & ~kRevoked; }
 
-    std::atomic<uint32_t> mClaimed{0};  // the count, with kRevoked set once revoked
+    std::atomic<uint32_t> mClaimed{0};  // how many; with kRevoked set once revoked
     std::atomic<uint32_t> mGranted{0};
     int64_t mLastUptime = 0;
     MessageEnvelope* mEnvelopes[kMaxMessages];
@@ -107,10 +107,11 @@ class MessageQueue {
     void grant(int64_t now, Lease* lease);
     // Takes back the unclaimed messages of the lease in force, if any.
     void revokeLease();
-    // Ends the lease and frees the claimed messages, whose handler references have been dropped.
+    // Ends the lease and frees the claimed messages; the caller has dropped their handler
+    // references.
     void settle(Lease* lease);
 
-    // Frees the memory of a burst; for when no message is due.
+    // Frees memory that a burst of messages left unused; to be called when no message is due.
     void shrink();
 
   private:

@@ -18,7 +18,8 @@ namespace {
 pthread_once_t gTLSOnce = PTHREAD_ONCE_INIT;
 pthread_key_t gTLSKey = 0;
 
-// Names a thread's reference to its looper in incStrong() and decStrong(): any fixed address.
+// The id that incStrong() and decStrong() get for a thread's reference to its looper: any fixed
+// address.
 const void* threadReferenceId() {
     return &gTLSKey;
 }

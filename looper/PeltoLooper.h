@@ -52,10 +52,10 @@ enum : int32_t {
 //   one log line plus the return value named at the method.
 class PeltoLooper : public RefBase {
   public:
-    // Whether watches without a callback may be added.
+    // `allowNonCallbacks`: whether watches without a callback may be added.
     explicit PeltoLooper(bool allowNonCallbacks);
 
-    // The calling thread's looper; null unbinds.
+    // Set and return the looper of the calling thread; null is none.
     static void setForThread(const sp<PeltoLooper>& looper);
     static sp<PeltoLooper> getForThread();
     // The calling thread's looper, made and bound if there is none. The options of the first call
@@ -64,11 +64,12 @@ class PeltoLooper : public RefBase {
 
     bool getAllowNonCallbacks() const { return mAllowNonCallbacks; }
 
-    // The out pointers may be null. They are set when an identifier or a final result is returned.
+    // Waits for events and handles them. The out pointers may be null; they get the event whose
+    // identifier is returned, zeros with any other result.
     int32_t pollOnce(int32_t timeoutMillis, int32_t* outFd, int32_t* outEvents, void** outData);
-    // Polls on while callbacks run, until the timeout or another result.
+    // Repeats pollOnce() while it returns LOOPER_POLL_CALLBACK and time is left.
     int32_t pollAll(int32_t timeoutMillis, int32_t* outFd, int32_t* outEvents, void** outData);
-    // Ends a poll in progress, or the next one at once. Many wakes before a poll are one.
+    // Ends a poll in progress, or the next one at once. Several wakes before a poll count as one.
     void wake();
 
     // The message is copied. A null handler is accepted, and skipped when its message is due.
@@ -85,8 +86,8 @@ class PeltoLooper : public RefBase {
     // changed by the time the caller looks at it.
     bool isPolling() const { return mPolling.load(std::memory_order_relaxed); }
 
-    // Watches `fd`, or replaces its watch. With a callback `ident` is ignored; without one it
-    // must not be negative and the looper must allow it. 1, or -1 with a log line.
+    // Watches `fd`, or replaces its watch. With a callback `ident` is ignored; without one it must
+    // not be negative and the looper must allow it. Returns 1, or -1 with a log line.
     int32_t addFd(int32_t fd, int32_t ident, int32_t events,
                   const sp<PeltoLooperCallback>& callback, void* data);
     int32_t addFd(int32_t fd, int32_t ident, int32_t events, PeltoLooperCallbackFunction callback,
@@ -101,7 +102,7 @@ class PeltoLooper : public RefBase {
 
   private:
     static constexpr char kTag[] = "KELVO_Looper";
-    static constexpr int kMaxEvents = 16;  // events taken from one wait
+    static constexpr int kMaxEvents = 16;  // events taken from one epoll_wait()
 
     static void initTLSKey();
     static void requireTLSKey();
@@ -139,10 +140,10 @@ class PeltoLooper : public RefBase {
     bool mEpollRebuildRequired GUARDED_BY(mLock) = false;
     std::map<int32_t, Request> mRequests GUARDED_BY(mLock);
     int32_t mNextRequestSeq GUARDED_BY(mLock) = 0;
-    // Looper thread only: these three.
+    // The looper's thread alone uses these three.
     Vector<Response> mResponses;
     size_t mResponseIndex = 0;
-    int64_t mNextMessageUptime = INT64_MAX;  // due after the last poll; INT64_MAX is none
+    int64_t mNextMessageUptime = INT64_MAX;  // the first one's due time; INT64_MAX: none
     // The latest time read by a poll or a post; a message due by then needs no new reading.
     int64_t mLatestReading GUARDED_BY(mLock) = INT64_MIN;
 };

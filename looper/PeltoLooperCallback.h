@@ -17,7 +17,7 @@ class PeltoLooperCallback : public virtual RefBase {
 
 using PeltoLooperCallbackFunction = int (*)(int fd, int events, void* data);
 
-// A plain function as a callback.
+// Makes a plain function a callback object.
 class PeltoSimpleLooperCallback : public PeltoLooperCallback {
   public:
     explicit PeltoSimpleLooperCallback(PeltoLooperCallbackFunction callback)

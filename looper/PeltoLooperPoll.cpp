@@ -25,7 +25,8 @@ int32_t PeltoLooper::pollOnce(int32_t timeoutMillis, int32_t* outFd, int32_t* ou
     }
 }
 
-// The next collected event of a watch without a callback; skips those that had their callback.
+// Takes the next collected event of a watch without a callback; invokeCallbacks() has handled the
+// others.
 bool PeltoLooper::nextIdentifier(int32_t* outFd, int32_t* outEvents, void** outData,
                                  int32_t* ident) {
     while (mResponseIndex < mResponses.size()) {
@@ -90,7 +91,8 @@ int32_t PeltoLooper::untilNextMessage(int32_t timeoutMillis) const {
 
 int32_t PeltoLooper::collectEventsLocked(const epoll_event* items, int count, int error) {
     if (mEpollRebuildRequired) {
-        // These events are from the old set; descriptors that are still ready are reported again.
+        // These events are from the old epoll set; descriptors that are still ready are reported
+        // again.
         mEpollRebuildRequired = false;
         rebuildEpollLocked();
         return LOOPER_POLL_WAKE;
@@ -135,7 +137,7 @@ void PeltoLooper::pushResponse(int32_t events, const Request& request) {
 
 int32_t PeltoLooper::deliverMessagesLocked(int32_t result) {
     mNextMessageUptime = INT64_MAX;
-    mMessageEnvelopes.revokeLease();  // of an outer poll
+    mMessageEnvelopes.revokeLease();  // that of an outer poll, when a handler polls
     while (!mMessageEnvelopes.isEmpty()) {
         if (!firstIsDueLocked()) {
             mNextMessageUptime = mMessageEnvelopes.firstUptime();
@@ -155,9 +157,10 @@ bool PeltoLooper::firstIsDueLocked() {
     return uptime <= mLatestReading;
 }
 
-// The messages are out of the order but stay in place until their handlers return. A post or a
-// removal that changes which message comes next revokes the lease. A handler that throws ends the
-// process here, where its stack still shows, rather than leave a lease behind.
+// Delivers the due messages under a lease: they have left the queue, but their envelopes stay in
+// use until their handlers return. A post or a removal that changes which message comes next
+// revokes the lease. A handler that throws ends the process here, where its stack still shows,
+// rather than leave a lease behind.
 void PeltoLooper::deliverDueLocked() noexcept {
     Lease lease;
     mMessageEnvelopes.grant(mLatestReading, &lease);
@@ -173,7 +176,8 @@ void PeltoLooper::deliverDueLocked() noexcept {
     mSendingMessage = false;
 }
 
-// By index, and with the callback taken out first: a nested poll replaces the list.
+// Walks mResponses by index and takes each callback out before the call: a callback that polls
+// replaces the list.
 int32_t PeltoLooper::invokeCallbacks(int32_t result) {
     for (size_t i = 0; i < mResponses.size(); ++i) {
         if (mResponses[i].request.ident != LOOPER_POLL_CALLBACK) continue;

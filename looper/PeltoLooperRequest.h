@@ -18,7 +18,7 @@ enum : int32_t {
     LOOPER_EVENT_HANGUP = 8,
 };
 
-// One watched descriptor.
+// One watched descriptor, as addFd() asked for it.
 struct Request {
     int32_t fd = -1;
     int32_t ident = 0;   // LOOPER_POLL_CALLBACK, or the caller's own, 0 or above
@@ -36,10 +36,10 @@ struct Response {
     Request request;
 };
 
-// The next sequence number; skips -1, which stands for any.
+// The sequence number after `seq`; skips -1, which removeFd() takes for any.
 int32_t requestSeqAfter(int32_t seq);
 
-// Looper flags from epoll's bits.
+// The LOOPER_EVENT_ flags for the bits that epoll reports.
 int32_t looperEventsOf(uint32_t epollEvents);
 
 }  // namespace android

@@ -9,7 +9,7 @@ namespace android {
 status_t PeltoService::registerNativeClient(const sp<IPeltoNativeClient>& client) {
     if (client == nullptr) return 0;
     Mutex::Autolock lock(mLock);
-    // Without a death notification: the list only grows.
+    // Asks for no death notification: a client is never removed.
     if (mNativeClients.indexOf(client) < 0) mNativeClients.add(client);
     return 0;
 }

@@ -39,7 +39,7 @@ struct mm_kevent_packet;
 //   rest working.
 class PeltoService : public BnPeltoService, public IBinder::DeathRecipient {
   public:
-    static constexpr char kServiceTag[] = "PeltoService";  // of its log lines
+    static constexpr char kServiceTag[] = "PeltoService";  // the tag of its log lines
 
     PeltoService();
     ~PeltoService() override;
@@ -47,7 +47,7 @@ class PeltoService : public BnPeltoService, public IBinder::DeathRecipient {
     // The client is called once for every event from now on, even after its process has died.
     status_t registerNativeClient(const sp<IPeltoNativeClient>& client) override EXCLUDES(mLock);
     void notifyVideoStutter(const String8& detectorName, int frameGap) override EXCLUDES(mLock);
-    // True drops the stutter reports of "HwuiDetect".
+    // While true, stutter reports of the detector "HwuiDetect" are dropped.
     void updateSFStateFlag(bool state) override;
     // Accepts the first update, and any that comes more than `minIntervalMillis` after the last
     // accepted one; sends clients and listeners an event for it.
@@ -55,7 +55,7 @@ class PeltoService : public BnPeltoService, public IBinder::DeathRecipient {
     void setEvent(const String8& event, const String8& info) override EXCLUDES(mLock);
     // Delivers to the listeners of this process only.
     void setEventToNative(const String8& event, const String8& info) override;
-    // Sets the dispatcher too, and sends clients and listeners an event.
+    // Sets the dispatcher's verbose lines too, and sends clients and listeners an event.
     void setDebugLog(bool debugLog) override EXCLUDES(mLock);
 
     status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) override;

@@ -1,4 +1,4 @@
-// Reports of the graphics and window side: video stutter, display state, top activity.
+// The operations about video on the display: stutter, the display's state, the top activity.
 #include <android-base/properties.h>
 #include <android/log.h>
 #include <utils/SystemClock.h>
@@ -38,7 +38,7 @@ bool PeltoService::acceptActivityUpdate(int64_t minIntervalMillis) {
     Mutex::Autolock lock(mLock);
     const int64_t now = elapsedRealtime();
     if (mUpdateActivityTime != 0 && minIntervalMillis >= now - mUpdateActivityTime) return false;
-    // The third value is always 0, on purpose.
+    // The last value in the line is always 0, on purpose.
     __android_log_print(ANDROID_LOG_DEBUG, kServiceTag,
                         "Update top activity name: mUpdateActivityTime=%lld currentTime=%lld "
                         "isSetEvent=%d",
