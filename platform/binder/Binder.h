@@ -22,7 +22,7 @@ class BBinder : public IBinder {
   protected:
     ~BBinder() override = default;
 
-    // `reply` may be null. UNKNOWN_TRANSACTION for an unknown code.
+    // Executes a call; `reply` may be null. UNKNOWN_TRANSACTION for an unknown code.
     virtual status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply,
                                 uint32_t flags = 0);
 };

@@ -14,12 +14,12 @@ namespace transport {
 class Connection;
 }
 
-// The proxy of an object of another process: one at a time for each object of a connection.
+// The proxy of another process's object; a connection has at most one for each object.
 class BpBinder : public IBinder {
   public:
     BpBinder(std::shared_ptr<transport::Connection> connection, uint32_t handle);
 
-    // The first call asks the object.
+    // The first call asks the object's process and keeps the answer.
     const String16& getInterfaceDescriptor() const override;
     bool isBinderAlive() const override;
     status_t pingBinder() override;
@@ -28,8 +28,8 @@ class BpBinder : public IBinder {
     status_t linkToDeath(const sp<DeathRecipient>& recipient) override;
     BpBinder* remoteBinder() override;
 
-    // The interface proxy of this object for `key`. One at a time, so that an object received twice
-    // has the same interface pointer.
+    // The interface proxy kept for `key`, else a new one from `make`: an object received twice has
+    // one interface pointer.
     sp<IInterface> interfaceFor(const void* key, const std::function<sp<IInterface>()>& make)
         EXCLUDES(mLock);
 

@@ -10,7 +10,7 @@ class IInterface : public virtual RefBase {
   public:
     IInterface() = default;
 
-    // The object behind an interface pointer, or null.
+    // The object behind an interface pointer; null for null.
     static sp<IBinder> asBinder(const IInterface* interface);
     static sp<IBinder> asBinder(const sp<IInterface>& interface);
 

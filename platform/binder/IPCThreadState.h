@@ -16,7 +16,7 @@ class IPCThreadState {
     // running call has finished and the replies have been sent, or a second later.
     void joinThreadPool(bool isMain = true);
 
-    // For the pool: while it lives, getCallingPid() on this thread gives that process.
+    // For the pool: as long as it lives, getCallingPid() on its thread returns `pid`.
     class Caller {
       public:
         explicit Caller(pid_t pid);

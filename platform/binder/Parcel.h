@@ -41,7 +41,7 @@ class Parcel {
     size_t dataAvail() const { return mPos < mData.size() ? mData.size() - mPos : 0; }
     size_t dataPosition() const { return mPos; }
     void setDataPosition(size_t position) const { mPos = position; }
-    // Copies the bytes; drops the objects.
+    // Replaces the content by a copy of these bytes, without objects.
     status_t setData(const uint8_t* bytes, size_t size);
 
     // OK, or the error of the first failed write: transact() refuses such a parcel.
@@ -74,12 +74,12 @@ class Parcel {
     status_t readStrongBinder(sp<IBinder>* object) const;
     status_t readNullableStrongBinder(sp<IBinder>* object) const;
 
-    // Reads that interface's token; false, the position unchanged, when the next item is another.
+    // Reads that interface's token; false, the position unchanged, when something else comes next.
     bool enforceInterface(const String16& interface) const;
     bool checkInterface(const IBinder* object) const;
 
-    // For the transport: the table, and a parcel as it was received. `offset`s ascend and lie on
-    // marks (isObjectMark).
+    // For the transport: reads the object table, and sets the content as it was received, each
+    // object at the offset of a mark (isObjectMark()), in ascending order.
     const std::vector<Object>& objects() const { return mObjects; }
     void adopt(std::vector<uint8_t> bytes, std::vector<Object> objects);
     static bool isObjectMark(const uint8_t* bytes);

@@ -211,7 +211,7 @@ status_t Parcel::readString16(String16* text) const {
     size_t length = 0;
     status_t status = readLength(&length);
     if (status == OK) {
-        // Checked before anything is allocated for it.
+        // Checks the length before it allocates.
         if (dataAvail() / sizeof(char16_t) <= length) {
             status = NOT_ENOUGH_DATA;
         } else {

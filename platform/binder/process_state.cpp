@@ -1,4 +1,4 @@
-// The parts of binder that a process and a thread have.
+// Implements ProcessState and IPCThreadState.
 #include <binder/IPCThreadState.h>
 #include <binder/ProcessState.h>
 #include <binder/transport/process.h>
@@ -47,7 +47,7 @@ IPCThreadState* IPCThreadState::self() {
 }
 
 void IPCThreadState::joinThreadPool(bool /*isMain*/) {
-    constexpr int64_t kMaxFlushNanos = 1000000000;  // of all connections together
+    constexpr int64_t kMaxFlushNanos = 1000000000;  // for all connections together
     Process& process = Process::get();
     process.calls().join();
     const int64_t end = steadyNanos() + kMaxFlushNanos;

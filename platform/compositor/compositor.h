@@ -23,7 +23,7 @@ class Compositor : public BBinder {
         String8 info;
     };
 
-    // The latest kMaxNotices ones, oldest first.
+    // The latest kMaxNotices notices, oldest first.
     std::vector<Notice> notices() EXCLUDES(mLock);
 
   protected:

@@ -14,7 +14,7 @@ namespace android {
 // read, else the status with which the service refused the call. `flags` as for
 // IBinder::transact().
 //
-// The object is borrowed.
+// The service's object is borrowed: the caller keeps it.
 class PeltoServiceCalls {
   public:
     explicit PeltoServiceCalls(IBinder* service) : mService(service) {}

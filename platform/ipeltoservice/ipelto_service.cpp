@@ -168,7 +168,7 @@ IMPLEMENT_META_INTERFACE(PeltoService, "pelto.IPeltoService")
 status_t BnPeltoService::onTransact(uint32_t code, const Parcel& data, Parcel* reply,
                                     uint32_t flags) {
     const status_t status = execute(code, data, reply, flags);
-    // The caller of a one-way call is not told.
+    // Logged, since the caller of a one-way call gets no status.
     if (status != OK && (flags & IBinder::FLAG_ONEWAY) != 0) {
         __android_log_print(ANDROID_LOG_WARN, "Binder",
                             "one-way call %u of process %d was refused with %d", code,

@@ -10,7 +10,7 @@ namespace android {
 
 namespace {
 
-// Cuts the text to leave room for the terminator.
+// Fills the field with the text, cut to leave room for the terminator.
 template <size_t kSize>
 void fill(char (&field)[kSize], const std::string& text) {
     memset(field, 0, kSize);
@@ -19,7 +19,7 @@ void fill(char (&field)[kSize], const std::string& text) {
 
 }  // namespace
 
-// The source of the records.
+// The simulated display driver's channel, which the records come from.
 struct DisplayKevent::Source {
     const std::shared_ptr<sim::DisplayChannel> channel = sim::Phone::get().displayKernel().open();
 };

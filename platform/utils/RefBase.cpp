@@ -20,7 +20,7 @@ class RefBase::Counts : public RefBase::weakref_type {
         if (weak.fetch_sub(1, std::memory_order_acq_rel) == 1) delete this;
     }
 
-    // `before` is the strong count without the new reference.
+    // Calls onFirstRef() when a new reference is the first; `before` is the count without it.
     void firstIfNeverHeld(int32_t before) {
         if (before != kNeverHeld) return;
         strong.fetch_sub(kNeverHeld, std::memory_order_relaxed);
@@ -42,7 +42,7 @@ class RefBase::Counts : public RefBase::weakref_type {
 RefBase::RefBase() : mRefs(new Counts(this)) {}
 
 RefBase::~RefBase() {
-    // An object that is destroyed without ever being held strongly cannot be promoted.
+    // Makes promote() fail for an object that is destroyed without ever being held strongly.
     mRefs->strong.fetch_and(~kNeverHeld, std::memory_order_relaxed);
     mRefs->releaseOwn();
 }

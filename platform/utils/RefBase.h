@@ -45,7 +45,7 @@ class RefBase {
     RefBase(const RefBase&) = delete;
     RefBase& operator=(const RefBase&) = delete;
 
-    // From the constructor only.
+    // To be called from the constructor only.
     void extendObjectLifetime(int32_t mode);
 
     virtual void onFirstRef() {}

@@ -17,14 +17,14 @@ class SortedVector {
         return mItems[index];
     }
 
-    // NAME_NOT_FOUND for a missing item.
+    // The item's index, NAME_NOT_FOUND for a missing one.
     ssize_t indexOf(const T& item) const {
         const auto place = std::lower_bound(mItems.begin(), mItems.end(), item);
         if (place == mItems.end() || item < *place) return NAME_NOT_FOUND;
         return place - mItems.begin();
     }
 
-    // Replaces an equal item; returns the item's index.
+    // Adds the item, or replaces an equal one; returns its index.
     ssize_t add(const T& item) {
         auto place = std::lower_bound(mItems.begin(), mItems.end(), item);
         if (place == mItems.end() || item < *place) {

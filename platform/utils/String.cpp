@@ -8,7 +8,7 @@ namespace android {
 
 namespace {
 
-// Each byte of an ASCII text is one unit.
+// Each ASCII byte becomes one UTF-16 unit, any other byte U+FFFD.
 std::u16string toUtf16(const std::string& text) {
     std::u16string result;
     for (const unsigned char byte : text) result += byte < 0x80 ? byte : u'\uFFFD';

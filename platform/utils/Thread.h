@@ -31,7 +31,7 @@ class Thread : virtual public RefBase {
     virtual void requestExit();
     virtual status_t readyToRun();
 
-    // Wait for the end of the thread; the result of readyToRun().
+    // Both wait for the thread to end and return readyToRun()'s result; the first requests the end.
     status_t requestExitAndWait();
     status_t join();
     bool isRunning() const;

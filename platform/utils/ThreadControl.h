@@ -10,11 +10,11 @@ namespace android::thread_control {
 
 // New threads of this name wait before their first function until release().
 void hold(const std::string& name);
-// Waits until one is held; false when none came within ten seconds.
+// Waits until a held thread of this name has come; false when none did within ten seconds.
 bool awaitHeld(const std::string& name);
 void release(const std::string& name);
 
-// run() of this name fails as if the system had no more threads.
+// Thread::run() with this name fails as if the system had no more threads.
 void refuse(const std::string& name);
 
 // For Thread: whether run() of this name fails, and the place where a held thread waits.

@@ -8,7 +8,7 @@ enum {
     SYSTEM_TIME_MONOTONIC = 1,  // stands still while the phone sleeps
 };
 
-// Any other clock than the monotonic one ends the process.
+// The time of the monotonic clock; asking for any other clock ends the process.
 nsecs_t systemTime(int clock = SYSTEM_TIME_MONOTONIC);
 
 // Milliseconds from one time to a later one, rounded up, at most INT_MAX; 0 when the later

@@ -28,7 +28,7 @@ class Vector {
     }
     T& editItemAt(size_t index) { return const_cast<T&>((*this)[index]); }
 
-    // The new item's index.
+    // Appends the item; returns its index.
     ssize_t add(const T& item) {
         mItems.push_back(item);
         return static_cast<ssize_t>(mItems.size()) - 1;

@@ -14,7 +14,7 @@ struct wex_exception_info {
     uint32_t exceptionId;
     uint8_t reserved[12];  // zero
     uint64_t atomicLogs;   // a bit for each log to attach
-    char logName[256];     // terminated
+    char logName[256];     // ends with a NUL
 };
 
 // 0 when the report was accepted. The record is the caller's again on return.

@@ -7,7 +7,7 @@
 
 namespace android::transport {
 
-// Bytes in at the back, out at the front.
+// A queue of bytes: added at the back, read and consumed at the front.
 class ByteQueue {
   public:
     size_t size() const { return mTail - mHead; }

@@ -15,14 +15,14 @@ namespace android::transport {
 
 class Connection;
 
-// A call that has been read and waits for a thread.
+// A call that was read from a connection and waits for a thread.
 struct IncomingCall {
     std::shared_ptr<Connection> from;
     sp<BBinder> target;
     uint32_t code = 0;
     uint32_t flags = 0;
     uint64_t id = 0;
-    size_t charge = 0;  // its share of its connection's backlog
+    size_t charge = 0;  // bytes that it adds to mBacklog of `from`
     Parcel data;
 
     bool oneWay() const { return (flags & IBinder::FLAG_ONEWAY) != 0; }

@@ -5,7 +5,7 @@
 
 namespace android::transport {
 
-// The parts of a dead connection that the notice thread notifies and releases.
+// For the notice thread: the proxies to report the death to, and the objects to release.
 struct Connection::Remains {
     std::vector<sp<BpBinder>> proxies;
     std::unordered_map<uint32_t, Export> exports;
@@ -57,7 +57,7 @@ void Connection::forgetProxy(const BpBinder* proxy) {
     releaseLocked(proxy->handle(), count);
 }
 
-// The published object is not counted.
+// Tells the other side that its object's proxy is gone. The published object is not counted.
 void Connection::releaseLocked(uint32_t handle, uint32_t count) {
     if (handle == 0) return;
     FrameHeader release{};

@@ -49,13 +49,13 @@ class Process;
 //   still uses about 1.4 KiB (64-bit), including this object without its buffers.
 class Connection : public IoSource, public std::enable_shared_from_this<Connection> {
   public:
-    // Limits of mOut when a call, or anything else, is added.
+    // The most bytes in mOut once a call, or any other frame, is added.
     static constexpr size_t kMaxCallQueue = kMaxFrame;
     static constexpr size_t kMaxReplyQueue = 4 * kMaxFrame;
     static constexpr size_t kPauseBacklog = 1u << 20;
     static constexpr size_t kMaxBacklog = 8u << 20;
-    // Living proxies of objects of the other side. A call or a reply with one more fails with
-    // FAILED_TRANSACTION; its objects are released at once.
+    // The most living proxies of the other side's objects. A call or a reply with one more fails
+    // with FAILED_TRANSACTION; its objects are released at once.
     static constexpr size_t kMaxProxies = 1024;
 
     // `root` is the published object on the side that publishes, else null.
@@ -76,7 +76,7 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
     void begun(size_t charge) EXCLUDES(mLock);
     void reply(uint64_t callId, status_t status, const Parcel& parcel) EXCLUDES(mLock);
 
-    // Loop's thread only: ends a connection without a handshake; whether it ended.
+    // Loop's thread only: ends the connection unless its handshake is done; true when it did.
     bool endWithoutHandshake() EXCLUDES(mLock);
     // Whether it is torn down; one that is not alive() may still read what has arrived.
     bool ended() EXCLUDES(mLock);
@@ -116,7 +116,7 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
     void updateInterestLocked() REQUIRES(mLock);
     bool readingLocked() const REQUIRES(mLock);
 
-    // Receiving: each returns the fault of the frame, or null.
+    // Receiving. The result says what is wrong with the frame; null when nothing is.
     void receive() EXCLUDES(mLock);
     const char* consumeFrames() EXCLUDES(mLock);
     const char* take(const Frame& frame) EXCLUDES(mLock);
@@ -148,7 +148,7 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
     sim::Fd mSocket GUARDED_BY(mLock);  // closed at the end
     uint64_t mWatch GUARDED_BY(mLock) = 0;
     uint32_t mInterest GUARDED_BY(mLock) = 0;
-    bool mBroken GUARDED_BY(mLock) = false;  // torn down even if bytes are left to read
+    bool mBroken GUARDED_BY(mLock) = false;  // to be torn down, even with bytes left to read
     bool mClosed GUARDED_BY(mLock) = false;
     ByteQueue mOut GUARDED_BY(mLock);
     size_t mBacklog GUARDED_BY(mLock) = 0;

@@ -29,7 +29,7 @@ void Connection::onReady(uint32_t events) {
     {
         Mutex::Autolock lock(mLock);
         if (mClosed) return;
-        // A hang-up while reading is paused only ends the sending.
+        // While reading is paused, a hang-up ends the sending alone: unread calls stay.
         if (!mOut.empty()) flushLocked();
         broken = mBroken;
         readable = readable && readingLocked();

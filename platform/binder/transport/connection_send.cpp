@@ -52,7 +52,7 @@ ObjectEntry Connection::giveOutLocked(const Parcel::Object& object) {
     return {object.offset, SENDER, handle};
 }
 
-// DEAD_OBJECT, or FAILED_TRANSACTION when the queue would exceed `limit`; then nothing is sent.
+// Sends or queues a frame; FAILED_TRANSACTION, nothing sent, if mOut would exceed `limit`.
 status_t Connection::sendLocked(const FrameHeader& header, const Parcel* parcel, size_t limit) {
     if (!alive()) return DEAD_OBJECT;
     const size_t objects = parcel != nullptr ? parcel->objects().size() : 0;

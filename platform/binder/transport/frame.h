@@ -20,7 +20,7 @@ struct FrameHeader {
     uint32_t size;  // bytes after the header: object table and data
     uint32_t kind;
     uint32_t flags;        // CALL: 1 when one-way
-    uint64_t callId;       // CALL, REPLY: pairs them; 0 for a one-way call
+    uint64_t callId;       // CALL, REPLY: the same in both; 0 when one-way
     uint32_t handle;       // CALL, RELEASE: one of the receiver's
     uint32_t code;         // CALL: the operation; RELEASE: the count; HELLO: the version
     int32_t status;        // REPLY: the result
@@ -61,9 +61,9 @@ struct Frame {
     size_t dataSize;
 };
 
-// The fault of a header, or null; called before anything is allocated for its frame.
+// Says what is wrong with a header, or null; called before its frame is allocated.
 const char* headerFault(const FrameHeader& header);
-// Splits a frame whose header is sound; returns the fault of its objects, or null.
+// Splits a frame whose header is right; says what is wrong with its objects, or null.
 const char* parseFrame(const FrameHeader& header, const uint8_t* payload, Frame* frame);
 
 }  // namespace android::transport

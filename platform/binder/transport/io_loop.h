@@ -29,14 +29,14 @@ class IoSource {
 //   A source removed on the loop's own thread is not called again.
 class IoLoop {
   public:
-    // The watch's number, or 0 when the system gives no epoll instance or thread.
+    // Returns the watch's number, 0 when the system gives no epoll instance or thread.
     uint64_t add(const std::shared_ptr<IoSource>& source, int fd, uint32_t events) EXCLUDES(mLock);
     // Never allocates: the descriptor stays in the epoll set even with an empty event mask.
     void change(uint64_t id, int fd, uint32_t before, uint32_t after);
     void remove(uint64_t id, int fd) EXCLUDES(mLock);
 
-    // Loop's thread only: calls onRetry() at the next retryNow(), or when the loop was idle for a
-    // second.
+    // Loop's thread only: calls the source's onRetry() at the next retryNow(), or when the loop was
+    // idle for a second.
     void retryLater(std::weak_ptr<IoSource> source) { mRetrying.push_back(std::move(source)); }
     void retryNow();
 

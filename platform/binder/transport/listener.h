@@ -16,7 +16,7 @@ namespace android::transport {
 class Connection;
 class Process;
 
-// Whether the process runs as our user or as root; a refusal is logged.
+// Whether `peer` runs as our user or as root; if not, logs that it is refused at `name`.
 bool mayTalkTo(const ucred& peer, const std::string& name);
 
 // The connections that this process has accepted under all its names: at most kMaxConnections and
@@ -35,7 +35,7 @@ class AcceptedConnections {
   private:
     void forgetEnded();
 
-    std::vector<std::weak_ptr<Connection>> mConnections;  // oldest first, some ended
+    std::vector<std::weak_ptr<Connection>> mConnections;  // oldest first; some have ended
 };
 
 // The listening socket of one published object; accepts its connections.
@@ -50,7 +50,7 @@ class Listener : public IoSource, public std::enable_shared_from_this<Listener> 
     Listener(Process& process, sim::Fd socket, std::string name, sp<BBinder> root);
 
     bool open() EXCLUDES(mLock);
-    // Releases the object on the calling thread.
+    // Stops listening; releases the object on the calling thread.
     void close() EXCLUDES(mLock);
 
     void onReady(uint32_t events) override EXCLUDES(mLock);

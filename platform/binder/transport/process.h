@@ -18,7 +18,7 @@ class Process {
     IoLoop& io() { return mIo; }
     CallPool& calls() { return mCalls; }
     NoticeThread& notices() { return mNotices; }
-    // On the loop's thread.
+    // Loop's thread only.
     AcceptedConnections& accepted() { return mAccepted; }
     ServiceDirectory& services() { return mServices; }
 

@@ -115,7 +115,7 @@ std::shared_ptr<Connection> ServiceDirectory::connectLocked(const std::string& n
     sim::Fd socket = sim::connectSocket(mFolder, name, SOCK_STREAM | SOCK_NONBLOCK);
     const auto peer = socket.valid() ? sim::peerOf(socket.get()) : std::nullopt;
     if (!peer) {
-        // Nobody there, or a dead process's socket: nothing to say.
+        // No log line when nobody publishes the name, or its publisher is dead.
         if (errno != ENOENT && errno != ECONNREFUSED) logFailure("connect", name);
         return nullptr;
     }
