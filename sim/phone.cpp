@@ -37,7 +37,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::chrono::seconds kTimeout{10};  // for another process that makes the phone
+constexpr std::chrono::seconds kTimeout{10};  // of waiting while another process makes the phone
 constexpr char kMarker[] = "pelto phone 1\n";
 constexpr const char* kDirectories[] = {
     "data/kelvo/mmdump/gpu",

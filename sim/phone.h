@@ -53,7 +53,7 @@ class Phone {
     Services& services() { return *mServices; }
     Properties& properties() { return *mProperties; }
     Reports& reports() { return *mReports; }
-    LineFile& stats() { return *mStats; }  // an event a line, fields between tabs
+    LineFile& stats() { return *mStats; }  // statistics: an event a line, tabs between its fields
     // Its shell and its control socket:
     Shell& shell() { return *mShell; }
     Control& control() { return *mControl; }

@@ -34,8 +34,8 @@ class Clock {
     // Zero or less returns at once.
     void sleep(std::chrono::nanoseconds duration);
 
-    // Waits until at least `count` threads sleep that are not due; false after `timeout` of real
-    // time.
+    // Waits until at least `count` threads sleep on the clock that are not due to wake; false after
+    // `timeout` of real time.
     bool waitForSleepers(int count, std::chrono::seconds timeout = std::chrono::seconds(30));
 
   private:

@@ -19,7 +19,7 @@ class LineFile {
 
     explicit LineFile(const std::string& path);
 
-    // A longer line is cut; newlines in it become blanks.
+    // Cuts a line after kMaxLineBytes; newlines in it become blanks.
     void append(std::string_view line) SIM_EXCLUDES(mMutex);
     std::string read() SIM_EXCLUDES(mMutex);
     // Reads and empties the file in one step, so that no line is read twice or lost in between.

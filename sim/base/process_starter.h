@@ -20,7 +20,7 @@ class ProcessStarter {
     ProcessStarter(const ProcessStarter&) = delete;
     ProcessStarter& operator=(const ProcessStarter&) = delete;
 
-    // The child's descriptor `number` becomes a copy of our descriptor `ours`, or that file.
+    // The child's descriptor `number` becomes a copy of our descriptor `ours`, or the opened file.
     // Applied in the order of the calls. An `ours` equal to `number` makes the child inherit it.
     void setFd(int number, int ours);
     void openFd(int number, const std::string& path, int flags, mode_t mode = 0);
@@ -49,7 +49,7 @@ class ProcessStarter {
     bool mOwnEnvironment = false;
     std::vector<std::string> mEnvironment;
     std::vector<Fd> mCopies;
-    int mError = 0;  // the first one while configuring
+    int mError = 0;  // the first error while configuring
 };
 
 // Waits for a child process to end: its wait status, -1 when it is no child of ours.

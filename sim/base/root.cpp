@@ -41,7 +41,7 @@ class Walk {
     }
 
   private:
-    // Opens the last component: it must be a directory by now.
+    // Opens the last component, which must be a directory: another component follows.
     int descend() {
         if (mLast.empty()) return 0;
         if (int error = step(mLast)) return error;
@@ -50,7 +50,7 @@ class Walk {
         return 0;
     }
 
-    // From the root, since ".." of a directory that was moved away meanwhile may lead out of it.
+    // Starts at the root: ".." of a directory that was moved meanwhile may lead out of the tree.
     int walkAgain() {
         mFd = Fd();
         for (const std::string& name : mPassed) {
@@ -75,8 +75,8 @@ class Walk {
 
     const int mRoot;
     std::vector<std::string> mPassed;
-    Fd mFd;             // of the last one passed; invalid at the root
-    std::string mLast;  // not opened yet
+    Fd mFd;             // the last directory passed; invalid at the root
+    std::string mLast;  // the last component, not opened yet
 };
 
 int fail(int error) {

@@ -7,10 +7,10 @@
 
 namespace sim {
 
-// Two lower-case digits a byte.
+// The bytes in hex, two lower-case digits each.
 std::string hexOf(std::string_view bytes);
 
-// Two digits a byte, blanks between bytes skipped. Throws std::runtime_error on anything else.
+// The bytes of hex digits; skips blanks between bytes. Throws std::runtime_error on all else.
 std::string bytesOfHex(std::string_view hex);
 
 // The decimal number that makes up all of `text`; nothing when it is not from `min` to `max`.
@@ -19,7 +19,7 @@ std::optional<int64_t> numberIn(std::string_view text, int64_t min, int64_t max)
 // The text with "?" in place of each control character.
 std::string printable(std::string text);
 
-// A time in seconds since the epoch, as local time in strftime()'s format; "?" when it has none.
+// Seconds since the epoch as local time in strftime()'s format; "?" when they are no such time.
 std::string localTime(const char* format, int64_t seconds);
 
 }  // namespace sim

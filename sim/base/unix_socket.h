@@ -30,10 +30,10 @@ int publishSocket(const Fd& folder, const std::string& name, int type, Published
 // failure: ENOENT or ECONNREFUSED when nobody publishes the name.
 Fd connectSocket(const Fd& folder, const std::string& name, int type);
 
-// The process at the other end, as it was when it connected or published.
+// The process and user at the other end, as they were when it connected or published.
 std::optional<ucred> peerOf(int fd);
 
-// Whether the peer runs as our user or as root: others are refused.
+// Whether the peer runs as our user or as root: callers refuse others.
 bool isTrusted(const ucred& peer);
 
 }  // namespace sim

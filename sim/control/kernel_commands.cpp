@@ -16,8 +16,8 @@ namespace {
 
 using Arguments = Control::Arguments;
 
-constexpr size_t kMaxText = 65000;  // its length travels in 16 bits
-// Bytes before the NUL in the fields of the display driver's record.
+constexpr size_t kMaxText = 65000;  // a netlink attribute gives its length in 16 bits
+// The most bytes before the NUL in the fields of the display driver's record.
 constexpr size_t kMaxId = 131;
 constexpr size_t kMaxPayload = 3831;
 constexpr size_t kMaxSnapshotBytes = 64 << 20;
@@ -141,7 +141,7 @@ void makeUnreadable(Gpu& gpu, const Arguments& words) {
     refuseGpu("there is no file '" + file + "'");
 }
 
-// On a running clock a collection keeps the reader busy for more than 20 s.
+// Waits longer than the reader takes to collect a fault: over 20 s on a running clock.
 Reply awaitReader(Gpu& gpu) {
     constexpr std::chrono::seconds kTimeout{60};
     if (gpu.hasReader()) return {true, {}};

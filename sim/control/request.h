@@ -8,8 +8,8 @@
 
 namespace sim {
 
-// One request to the process that serves a phone (see Control), and what both sides of the socket
-// agree on.
+// Requests to the process that serves a phone (see Control), and their wire format, which both
+// sides use.
 //
 // Wire: a request is one datagram of NUL-separated strings, the command's name first. A reply is
 //   "ok" or "error" and its texts, NUL-separated, cut into datagrams; each starts with '+' when
@@ -25,22 +25,22 @@ struct Reply {
 
 constexpr size_t kMaxRequestBytes = 64 * 1024;
 constexpr size_t kMaxReplyBytes = 4 << 20;         // a longer reply becomes an error
-constexpr std::chrono::seconds kReplyTimeout{90};  // of a client
+constexpr std::chrono::seconds kReplyTimeout{90};  // a client waits no longer
 
 // Sends the command's name and its arguments to the process that serves the phone in `folder`.
 // Throws std::runtime_error with one line when no process serves it, an argument cannot be sent, or
 // no whole reply comes within kReplyTimeout.
 Reply controlRequest(const std::string& folder, const std::vector<std::string>& words);
 
-// The connection of a request; throws as that does.
+// Connects to the control socket; throws as controlRequest() does.
 Fd connectToControl(const std::string& runDirectory);
 
-// The folder in which the socket is published as "control", by its descriptor (O_PATH).
+// Opens (O_PATH) the directory in which the socket is published as "control".
 Fd openControlDirectory(const std::string& runDirectory);
-// Throws the error of the socket in that folder.
+// Throws std::runtime_error with the socket's path and why it cannot be used.
 [[noreturn]] void failControl(const std::string& runDirectory, const std::string& why);
 
-// The strings of a request or a reply, NUL between them.
+// Join and split the strings of a request or a reply, which have NULs between them.
 std::string joinTexts(const std::vector<std::string>& texts);
 std::vector<std::string> splitTexts(const std::string& joined);
 

@@ -85,7 +85,7 @@ class ControlServer {
     void accept() {
         Fd fd(accept4(mSocket.listening.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
         if (!fd.valid()) {
-            // Probably out of descriptors: poll() would report the waiting connection at once.
+            // Probably out of descriptors: pauses, as poll() would report the client again at once.
             if (errno != EAGAIN) poll(nullptr, 0, 100);
         } else if (const auto peer = peerOf(fd.get()); !peer || !isTrusted(*peer)) {
             mLog.write(kWarn, kTag, "a process of another user is refused");
@@ -95,7 +95,7 @@ class ControlServer {
         }
     }
 
-    // False when the connection is over.
+    // Goes on with a connection's request or reply; false when the connection is over.
     bool serve(Connection& connection, short events) {
         if (!connection.pending.empty()) return events == 0 && execute(connection);
         if (events == 0) return true;
@@ -160,7 +160,7 @@ bool Control::serve() {
     }
 }
 
-// The name is this process's: it holds the name's lock until it ends.
+// Removes no other process's socket: this one holds the name's lock until it ends.
 void Control::withdraw() {
     Lock lock(mMutex);
     if (mServing) unlink((mDirectory + "/control").c_str());

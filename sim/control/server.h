@@ -22,9 +22,9 @@ class Log;
 class Control {
   public:
     using Arguments = std::vector<std::string>;
-    using Command = std::function<Reply(const Arguments& arguments)>;  // without the name
+    using Command = std::function<Reply(const Arguments& arguments)>;  // without the command's name
 
-    // A connection beyond these closes the oldest.
+    // A further connection closes the oldest one.
     static constexpr size_t kMaxConnections = 32;
 
     // `log` must outlive this object.
@@ -33,8 +33,8 @@ class Control {
     // A command of that name added before is replaced.
     void add(const std::string& name, Command command) SIM_EXCLUDES(mMutex);
 
-    // Serves until the process ends. False and a log line when another process does so already, or
-    // when the socket cannot be made.
+    // Starts to serve, until the process ends. False and a log line when another process serves the
+    // phone already, or when the socket cannot be made.
     bool serve() SIM_EXCLUDES(mMutex);
     // Removes the socket, so that none is left when the process ends.
     void withdraw() SIM_EXCLUDES(mMutex);

@@ -44,7 +44,7 @@ class DisplayKernel {
 
     std::shared_ptr<DisplayChannel> open() SIM_EXCLUDES(mMutex);
     Sent send(const DisplayRecord& record) SIM_EXCLUDES(mMutex);
-    // Ends the channels that are open now.
+    // Ends every open channel; later ones are not affected.
     void end() SIM_EXCLUDES(mMutex);
 
   private:

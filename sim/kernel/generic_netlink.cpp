@@ -22,7 +22,7 @@ int refuse(int error) {
     return -1;
 }
 
-// 0, or the errno for an address that is not of a netlink socket.
+// Copies a netlink address to `read`; 0, or the errno for any other address.
 int readAddress(const sockaddr* address, socklen_t length, sockaddr_nl& read) {
     if (address == nullptr) return EFAULT;
     if (length < sizeof(sa_family_t)) return EINVAL;

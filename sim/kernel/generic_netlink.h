@@ -43,17 +43,17 @@ class GenericNetlink {
     bool mayReceive(int fd) SIM_EXCLUDES(mMutex);
 
     void setAnswer(Answer answer) SIM_EXCLUDES(mMutex);
-    // The audio module's packet, to every socket that has registered with it.
+    // Sends the audio module's packet to every socket that has registered with it.
     Pushed push(int32_t cmd, std::string_view text) SIM_EXCLUDES(mMutex);
-    // These very bytes as one datagram, to every socket.
+    // Sends these very bytes as one datagram to every socket.
     Pushed pushRaw(std::string_view bytes) SIM_EXCLUDES(mMutex);
 
     // Injected results of the next sends, in order: above 0 the most bytes that are taken; below 0
     // a negated errno; 0 takes nothing and sets EAGAIN.
     void setSendResults(std::deque<ssize_t> results) SIM_EXCLUDES(mMutex);
 
-    // The last kMaxHistory datagrams of the process, oldest first. The waiting form waits until
-    // there are `count`; false after 30 s.
+    // The last kMaxHistory datagrams that the process sent, oldest first. The waiting form waits
+    // until there are `count`; false after 30 s.
     static constexpr size_t kMaxHistory = 1000;
     std::vector<std::string> received() SIM_EXCLUDES(mMutex);
     bool waitReceived(size_t count) SIM_EXCLUDES(mMutex);
@@ -67,7 +67,7 @@ class GenericNetlink {
   private:
     struct Port {
         std::shared_ptr<NetlinkSocket> socket;
-        int fd;           // the process's; the latest socket with that number owns it
+        int fd;           // the process's end; the latest socket with that number has it
         uint32_t id = 0;  // 0 until bound
         bool registered = false;
     };

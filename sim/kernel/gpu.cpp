@@ -7,7 +7,7 @@
 namespace sim {
 namespace {
 
-// The timestamp last: its reader wakes when it goes, and finds the others gone.
+// The timestamp last: removing it wakes its reader, which then finds the others gone.
 constexpr const char* kFiles[] = {Gpu::kControl, Gpu::kHashId, Gpu::kDump, Gpu::kTimestamp};
 
 }  // namespace

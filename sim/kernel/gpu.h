@@ -17,7 +17,7 @@ class Gpu {
     static constexpr char kHashId[] = "/sys/class/kgsl/kgsl-3d0/snapshot/snapshot_hashid";
     static constexpr char kDump[] = "/sys/class/kgsl/kgsl-3d0/snapshot/dump";
 
-    // The four files' texts of a fault, byte for byte.
+    // A fault: the texts of the four files, byte for byte.
     struct Fault {
         std::string timestamp = "1\n";
         std::string hashId;
@@ -32,7 +32,7 @@ class Gpu {
     void fault(const Fault& fault);
     // Changes whether a dump may be taken, without a notification.
     void setControl(const std::string& control);
-    // Removes all files, or makes them as on a fresh phone and without faults.
+    // Remove all files, and make them as on a fresh phone, with no injected fault.
     void vanish();
     void appear();
     // Faults: opening that file fails; a read of the dump gives at most `bytes`; the device

@@ -31,14 +31,14 @@ int fail(int error) {
 // exactly while the descriptor is ready.
 struct Attributes::Open {
     std::string path;
-    int fd = -1;   // the reader's
-    Key key;       // of what was opened under that number
+    int fd = -1;   // the reader's end
+    Key key;       // identifies that end, should its number be reused
     Fd kernelEnd;  // invalid when the device has gone
     Fd event{eventfd(1, EFD_CLOEXEC | EFD_NONBLOCK)};
     bool ready = true;
     bool gone = false;
     bool binary = false;
-    bool ended = false;  // nothing more is sent: the reader gets the end
+    bool ended = false;  // nothing more is sent: the reader gets EOF
     size_t sent = 0;
     int polling = 0;
 
@@ -76,7 +76,7 @@ struct Attributes::Open {
             pollfd end = {kernelEnd.get(), 0, 0};
             return ::poll(&end, 1, 0) > 0 && (end.revents & POLLHUP) != 0;
         }
-        // Of a vanished device: the number is nobody's or another file's when it was closed.
+        // A vanished device: closed when the number stands for no file or for another one.
         char file[64] = "";
         const std::string link = "/proc/self/fd/" + std::to_string(fd);
         return readlink(link.c_str(), file, sizeof(file) - 1) < 0 ||
@@ -100,7 +100,7 @@ void Attributes::set(const std::string& path, Content content) {
     mAttributes[path.substr(1)].content = std::move(content);
     for (const auto& [key, open] : mOpen) {
         if (open->path != path.substr(1) || !open->binary || open->gone || open->ended) continue;
-        open->takeBack();  // the feeder goes on from there
+        open->takeBack();  // the feeder goes on with the new content
     }
 }
 
@@ -117,7 +117,7 @@ void Attributes::notify(const std::string& path) {
     mChanged.notifyAll();
 }
 
-// Closing the socket with the byte of makeOpen() unread makes the reader's next read fail.
+// Closing kernelEnd, where the byte that makeOpen() sent is unread, fails the reader's next read.
 void Attributes::remove(const std::string& path) {
     Lock lock(mMutex);
     mAttributes[path.substr(1)].content = nullptr;
@@ -179,7 +179,7 @@ int Attributes::makeOpen(const std::string& path, const Attribute& attribute) {
     return processEnd.release();
 }
 
-// Forgets what its reader has closed.
+// Forgets the descriptors that their readers have closed.
 void Attributes::dropClosed() {
     for (auto open = mOpen.begin(); open != mOpen.end();) {
         open = open->second->closedByReader() ? mOpen.erase(open) : std::next(open);
@@ -194,7 +194,7 @@ bool Attributes::startFeeder() try {
     return false;
 }
 
-// Sends each reader the next block once it has read the last one.
+// The feeder's thread: sends each reader the next block once it has read the last one.
 void Attributes::runFeeder() {
     pthread_setname_np(pthread_self(), "sim_attribute");
     for (;;) {

@@ -77,7 +77,7 @@ class Attributes {
     // Other descriptors may be among them. The timeout is in the workstation's time.
     std::optional<int> poll(pollfd* fds, nfds_t count, int timeoutMillis) SIM_EXCLUDES(mMutex);
 
-    // How often attributes have been polled, and the path has been opened.
+    // How often any attribute has been polled, and how often this one has been opened.
     int polls() const SIM_EXCLUDES(mMutex);
     int opens(const std::string& path) const SIM_EXCLUDES(mMutex);
     // Waits until a poll is under way with nothing ready for it; false after `timeout`.

@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::string_view kBinDirectory = "/system/bin/";
 
-// The characters with a meaning in a real shell that this one does not have.
+// Whether the character means something to a real shell that this one does not support.
 bool isForbidden(unsigned char c) {
     return (c < 0x20 && c != '\t') || c == 0x7f ||
            std::string_view("|;&$`<\"'\\?[](){}!").find(static_cast<char>(c)) !=

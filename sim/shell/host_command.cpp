@@ -14,7 +14,7 @@
 namespace sim {
 namespace {
 
-// The workstation's path of a descriptor, valid even when the directory has been moved.
+// The workstation's path to the open directory, valid even when it has been moved.
 std::string pathOf(const Fd& fd) {
     return "/proc/self/fd/" + std::to_string(fd.get()) + '/';
 }
@@ -56,7 +56,7 @@ class Arguments {
         // A link below a source is copied as a link; a link at the destination is replaced.
         mOut.insert(mOut.end(), {"-P", "--remove-destination"});
         if (!options({"-r"})) return false;
-        // A source that is refused is told of and the rest copied, as cp itself does.
+        // Reports a source that is refused and copies the rest, as cp itself does.
         size_t refused = 0;
         const size_t sources = mNext < mWords.size() ? mWords.size() - mNext - 1 : 0;
         for (size_t i = 0; i < sources; ++i) {
@@ -111,7 +111,7 @@ class Arguments {
         return false;
     }
 
-    // Takes the options in front; any other word that starts with "-" is refused, wherever it is.
+    // Takes the allowed options in front; refuses any other word with a "-" at its start.
     bool options(std::initializer_list<std::string_view> allowed) {
         while (mNext < mWords.size() &&
                std::find(allowed.begin(), allowed.end(), mWords[mNext]) != allowed.end())
@@ -146,8 +146,7 @@ class Arguments {
                     where.name + (missing && where.directory ? "/" : ""));
     }
 
-    // Resolves a path; refuses a link, a FIFO or device, and a file with another name to be
-    // written.
+    // Resolves a path; refuses a link, a FIFO or device, and writing a file that has another name.
     bool place(const std::string& word, Use use, Root::Place& where, struct stat& status) {
         if (int error = mRoot.resolve(word, where)) return refuse(word, strerror(error));
         status = statusOf(where);
@@ -228,7 +227,7 @@ class Arguments {
         return last == "." || last == "..";
     }
 
-    // From the root, "" or ending in "/".
+    // The parent's path below the root: "", or ending in "/".
     static std::string parentPath(const Root::Place& place) {
         return place.path.substr(0, place.path.size() - place.name.size());
     }

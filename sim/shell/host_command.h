@@ -27,7 +27,7 @@ struct HostCommand {
     std::string complaints;  // a line for each operand left out; then the exit status is 1 at least
     std::vector<Directory> directories;
 
-    // Puts the directories' names in place of the descriptors' paths.
+    // Replaces the descriptors' paths in a program's messages by the directories' names.
     void nameDirectories(std::string& text) const;
 };
 

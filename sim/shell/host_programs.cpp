@@ -15,7 +15,7 @@ namespace {
 
 constexpr size_t kMaxComplaintBytes = 4096;
 
-// A file of NULs that cannot grow, so that endless complaints take no more memory.
+// A memory file of NULs for a program's error output; it cannot grow, whatever is printed.
 int openComplaints() {
     const int fd = memfd_create("complaints", MFD_CLOEXEC | MFD_ALLOW_SEALING);
     if (fd >= 0 && ftruncate(fd, kMaxComplaintBytes) == 0) fcntl(fd, F_ADD_SEALS, F_SEAL_GROW);

@@ -16,7 +16,7 @@ class Root;
 // `log`.
 int runHostProgram(const Root& root, Log& log, const HostCommand& command, int outputFd);
 
-// The exit status of a program that finds no room for what it writes; 0 if it writes nothing.
+// The program's exit status when the disk is full; 0 for one that needs no room.
 int statusOnFullDisk(const std::string& program);
 
 }  // namespace sim

@@ -16,7 +16,7 @@
 namespace sim {
 int Shell::run(const char* command) {
     if (command == nullptr) return 1;
-    // A command's failure shows in its status alone.
+    // Keeps errno: a command's failure shows in its status alone.
     const int savedErrno = errno;
     {
         Lock lock(mMutex);

@@ -34,20 +34,20 @@ class Shell {
     // As system(): a wait status; 1, "there is a shell", for a null command.
     int run(const char* command) SIM_EXCLUDES(mMutex);
 
-    // The program is found by its name alone and below /system/bin. Replaces one of that name.
+    // Registers a built-in, found as NAME and as /system/bin/NAME. Replaces one of that name.
     void add(const std::string& name, Program program) SIM_EXCLUDES(mMutex);
 
     // The last kMaxHistory command lines word for word, oldest first.
     static constexpr size_t kMaxHistory = 1000;
     std::vector<std::string> history() const SIM_EXCLUDES(mMutex);
 
-    static constexpr int kRefused = 126;   // what the grammar or a program's options do not allow
+    static constexpr int kRefused = 126;   // for a line that the grammar does not allow
     static constexpr int kNotFound = 127;  // no such program
 
   private:
     int execute(const std::string& command);
     int start(const CommandLine& line, int outputFd);
-    // One log line, and the wait status of that exit.
+    // Logs one line; returns the wait status for `exitStatus`.
     int refuse(const std::string& command, const std::string& why, int exitStatus);
 
     const Root& mRoot;

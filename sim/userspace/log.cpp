@@ -22,7 +22,7 @@ pid_t currentTid() {
     return tid;
 }
 
-// "MM-DD HH:MM:SS" of a second; each thread keeps the last one.
+// "MM-DD HH:MM:SS" of a second; each thread caches the last one.
 const char* secondText(int64_t second) {
     static thread_local int64_t lastSecond = -1;
     static thread_local char text[16];
@@ -112,7 +112,7 @@ void Log::reopen(uint32_t generation) {
 void Log::openMain(uint32_t generation) {
     const std::string path = mDirectory + "/main";
     int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-    if (fd < 0) return;  // the old file takes the lines
+    if (fd < 0) return;  // lines go on into the old file
     if (mFd < 0) {
         mFd = fd;
     } else {
@@ -126,7 +126,7 @@ void Log::rotate() {
     Lock lock(mRotation);
     // A stopped process may hold the lock; the next line tries again.
     if (flock(mLockFd, LOCK_EX | LOCK_NB) < 0) return;
-    if (mShared->bytes.load() > mFileBytes) {  // no other thread or process did it
+    if (mShared->bytes.load() > mFileBytes) {  // not rotated by another meanwhile
         rename((mDirectory + "/main").c_str(), (mDirectory + "/main.old").c_str());
         mShared->bytes.store(0);
         openMain(mShared->generation.fetch_add(1, std::memory_order_release) + 1);

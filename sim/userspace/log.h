@@ -60,7 +60,7 @@ class Log {
     // system call.
     struct Shared {
         std::atomic<uint32_t> generation;  // of the file called "main"
-        std::atomic<uint32_t> bytes;       // in it
+        std::atomic<uint32_t> bytes;       // size of that file
     };
 
     bool writeLine(const Record& record, std::string_view text);

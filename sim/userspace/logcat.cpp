@@ -23,7 +23,7 @@ std::string_view nextField(std::string_view& text) {
     return field;
 }
 
-// 0 for another letter.
+// The priority of a letter; 0 for a letter that names none.
 int priorityOf(char letter) {
     static constexpr std::string_view kLetters = "vdiwefs";
     const size_t found = kLetters.find(static_cast<char>(letter | 0x20));
@@ -77,7 +77,7 @@ std::string LogcatOptions::parse(const std::vector<std::string>& words) {
 std::string LogcatOptions::addFilter(std::string_view text) {
     const size_t colon = text.rfind(':');
     const std::string_view name = text.substr(0, colon);
-    // A bare "*" stands for "*:d", a bare tag for all of it.
+    // A bare "*" stands for "*:d", a bare tag for all its lines.
     int priority = name == "*" ? kDebug : kVerbose;
     if (colon != text.npos) {
         const std::string_view letter = text.substr(colon + 1);

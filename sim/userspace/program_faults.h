@@ -13,7 +13,7 @@ namespace sim {
 // Threads: any.
 class ProgramFaults {
   public:
-    // Lets the program exit with that status instead of running; 0 ends the fault.
+    // Makes the program exit with that status instead of running; 0 ends the fault.
     void fail(const std::string& program, int exitStatus) SIM_EXCLUDES(mMutex);
     // Makes the program wait before it runs until release().
     void hang(const std::string& program) SIM_EXCLUDES(mMutex);

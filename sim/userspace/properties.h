@@ -21,7 +21,8 @@ class Properties {
   public:
     static constexpr size_t kMaxValueBytes = 91;
 
-    // `directory` exists. `services` and `log` must outlive this object, and it the services' runs.
+    // `directory` exists. `services` and `log` must outlive this object, and this object the runs
+    // of the services.
     Properties(std::string directory, Services& services, Log& log)
         : mDirectory(std::move(directory)), mServices(services), mLog(log) {}
 
@@ -31,7 +32,7 @@ class Properties {
     std::map<std::string, std::string> all() const;
 
   private:
-    // False, with one log line.
+    // Logs one line; returns false.
     bool refuse(const std::string& key, const char* why);
     bool store(const std::string& key, const std::string& value);
     std::string path(const std::string& key) const { return mDirectory + "/" + key; }

@@ -111,7 +111,7 @@ std::vector<uint64_t> Reports::numbers() const {
     while (const dirent* entry = directory ? readdir(directory.get()) : nullptr) {
         char* end = nullptr;
         const uint64_t number = strtoull(entry->d_name, &end, 10);
-        // Other files, even with this suffix, are left alone.
+        // Skips files whose name is not exactly a report's, even with this suffix.
         if (strcmp(end, kSuffix) == 0 && path(number) == mDirectory + "/" + entry->d_name)
             found.push_back(number);
     }

@@ -18,7 +18,7 @@ struct Report {
     std::string record;   // the Reports::kRecordBytes bytes, untouched
     int64_t time = 0;     // seconds since the epoch
     uint32_t id = 0;
-    uint64_t logs = 0;  // mask
+    uint64_t logs = 0;  // a bit for each log to attach
     std::string name;
 
     // The names of the mask's logs: "android log", "kernel log", ...; bits without a name in hex,
@@ -43,7 +43,7 @@ class Reports {
 
     // The record's number, or 0 when it was refused or could not be written.
     uint64_t add(std::string_view record) SIM_EXCLUDES(mMutex);
-    // Those with a number above `number`, oldest first.
+    // The reports with a number above `number`, oldest first.
     std::vector<Report> after(uint64_t number) const;
 
     // A descriptor that is readable once a report has been added since it was last read. To miss

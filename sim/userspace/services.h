@@ -43,7 +43,7 @@ class Services {
     Program find(const std::string& name) SIM_EXCLUDES(mMutex);
     void spawn(std::function<void()> body) SIM_EXCLUDES(mMutex);
     void execute(const std::string& name, const Program& program);
-    // False, with one log line.
+    // Logs one line; returns false.
     bool refuse(const std::string& why);
 
     const std::string mDirectory;

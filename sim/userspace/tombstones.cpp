@@ -13,7 +13,7 @@ namespace sim {
 namespace {
 
 constexpr char kDirectory[] = "/data/tombstones";
-constexpr char kFresh[] = "/data/tombstones/.fresh";  // not matched by "*"
+constexpr char kFresh[] = "/data/tombstones/.fresh";  // hidden, so that "*" does not match it
 constexpr int kMaxTombstones = 32;
 constexpr size_t kMaxTextBytes = 256;
 
