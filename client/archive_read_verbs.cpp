@@ -30,7 +30,7 @@ struct Member {
 
 using Visit = std::function<void(const Member& member, archive* reader)>;
 
-// An archive's path, or the file name of one below /data.
+// `asked` if it is a path, else the path of the archive below /data that has this file name.
 std::string pathOf(const sim::Root& root, const std::string& asked) {
     if (asked.find('/') != std::string::npos) return asked;
     for (const Archive& archive : findArchives(root, "/data")) {
@@ -149,7 +149,7 @@ int show(Client& client, const std::string& asked, bool json) {
     return kDone;
 }
 
-// The file of that name, or the only one whose name ends so.
+// The member named `asked`, else the only one whose name ends in it; files alone count.
 std::string fileIn(const OpenArchive& opened, const std::string& asked) {
     std::string found;
     size_t count = 0;

@@ -1,4 +1,4 @@
-// Finds the archives that log captures and the GPU monitor made.
+// The verb that lists the archives of log captures and of the GPU monitor.
 #include <sim/base/root.h>
 #include <stdio.h>
 #include <string.h>
@@ -63,7 +63,7 @@ nlohmann::ordered_json Archive::json() const {
             {"version", version}, {"time", time}, {"bytes", bytes}};
 }
 
-// [^] is any character. The hash id may hold an "@", the version may not.
+// In the expressions [^] is any character. A hash id may hold an "@", a version may not.
 Archive archiveOf(const std::string& path, uint64_t bytes) {
     static const std::string kTime = "([0-9]{4}(?:-[0-9]{2}){2}_[0-9]{2}(?:-[0-9]{2}){2})";
     static const std::regex gpuForm("gpudump@(?:([^]*)@)?([^@]*)@_" + kTime);

@@ -22,7 +22,7 @@ class Client;
 struct Archive {
     std::string path;     // on the phone
     std::string kind;     // "gpu" by the GPU monitor, "capture" by a log capture, else "other"
-    std::string name;     // hash id or time stamp of the fault; the capture's name; the file's
+    std::string name;     // the fault's hash id or time stamp; the capture's name; the file's
     std::string version;  // of the phone's software; only of "gpu"
     std::string time;     // local, as in the file's name; not of "other"
     uint64_t bytes = 0;
@@ -37,7 +37,7 @@ Archive archiveOf(const std::string& path, uint64_t bytes);
 // followed; unreadable directories are skipped.
 std::vector<Archive> findArchives(const sim::Root& root, const std::string& directory);
 
-// Throw Failure: the path, and the reason or what an errno value means.
+// Both throw Failure with the path and the reason, given as a text or as an errno value.
 [[noreturn]] void refuseArchive(const std::string& path, const std::string& why);
 [[noreturn]] void refuseArchive(const std::string& path, int error);
 

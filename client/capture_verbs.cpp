@@ -14,7 +14,7 @@ namespace {
 constexpr char kCaptureLogs[] = "pelto_event_multimedia_capture_logs";
 constexpr char kAudioDumpsys[] = "pelto_event_multimedia_audio_dumpsys";
 constexpr char kDumpKernelLog[] = "event_audio_detect_dump_log";
-// Of type and information, joined by a character; the service drops a longer event.
+// The most bytes of type, "$" and information together; the service drops a longer event.
 constexpr size_t kMaxEventBytes = 1023;
 
 const std::map<std::string, int> kLogTypes = {
@@ -70,7 +70,7 @@ int capture(Client& client, const Capture& asked) {
     return kDone;
 }
 
-// The service cuts the type at a "$" and sets it as the value of a property.
+// Refuses a type that the service would cut at a "$" or could not set as a property's value.
 int audioDump(Client& client, const std::string& type) {
     if (type.empty() || type.find('$') != std::string::npos ||
         type.size() > sim::Properties::kMaxValueBytes) {

@@ -29,7 +29,7 @@ sim::Fd openProcess(const ProcessId& process) {
     return found && found->startTicks == process.startTicks ? std::move(handle) : sim::Fd();
 }
 
-// Whether the pipe has something to read or the process of the pidfd ends, in time.
+// Waits until the pipe has data or the pidfd's process has ended; false when time runs out.
 bool awaitReadable(int fd, int millis) {
     pollfd readable{fd, POLLIN, 0};
     return poll(&readable, 1, millis) == 1;
@@ -85,7 +85,7 @@ void Daemon::record(const ProcessId& process) const {
     file << process.pid << ' ' << process.startTicks << '\n';
     file.close();
     if (!file || rename(fresh.c_str(), path.c_str()) != 0) {
-        kill(process.pid, SIGTERM);  // our child, not waited for: the number is its own
+        kill(process.pid, SIGTERM);  // our child, not reaped: the number is still its own
         throw Failure(kFailed, path + ": cannot be written; " + mName + " was ended again");
     }
 }
@@ -126,7 +126,7 @@ void Daemon::awaitReady(const ProcessId& process, int readyFd) const {
     char line[8];
     const bool inTime = awaitReadable(readyFd, kTimeoutMillis);
     if (inTime && read(readyFd, line, sizeof line) > 0) return;
-    if (!inTime) kill(process.pid, SIGKILL);  // our child, not waited for: the number is its own
+    if (!inTime) kill(process.pid, SIGKILL);  // our child, not reaped: the number is still its own
     sim::waitForExit(process.pid);
     const std::string said = lastLine();
     throw Failure(inTime ? kFailed : kTimeout,

@@ -47,7 +47,7 @@ void addGpuControl(CLI::App& gpu, Client& client) {
     });
 }
 
-// A line as a JSON object; fields that a broken line lacks are empty.
+// A statistics line as a JSON object; fields that a broken line lacks are empty.
 std::string statisticJson(const std::string& line) {
     std::istringstream text(line);
     nlohmann::ordered_json object;

@@ -36,7 +36,7 @@ sim::LogcatOptions logcatOptions(const LogcatVerb& verb) {
     return options;
 }
 
-// An extended regular expression.
+// A compiled extended regular expression.
 class Expression {
   public:
     explicit Expression(const std::string& text) {
@@ -56,7 +56,7 @@ class Expression {
     regex_t mCompiled;
 };
 
-// Prints the lines that pass the filters, oldest first, up to the first whose message matches.
+// Prints the lines that pass the filters, oldest first, up to the first that matches --until.
 int followUntil(const std::string& directory, const LogcatVerb& verb,
                 const sim::LogcatOptions& options) {
     const Expression wanted(verb.until);

@@ -28,7 +28,7 @@ Daemon serviceDaemon(const sim::Phone& phone) {
     return Daemon(phone.runDir(), "peltoserviced");
 }
 
-// The command line of the host program, which lies beside this one.
+// The command line that starts peltoserviced, which lies beside this program.
 std::vector<std::string> hostCommand(const sim::Phone& phone, const StartOptions& options) {
     std::vector<std::string> command;
     std::istringstream under(options.under);

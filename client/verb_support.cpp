@@ -92,7 +92,7 @@ std::vector<std::string> Client::ask(const std::vector<std::string>& words) {
         sim::Reply reply = sim::controlRequest(phone().folder(), words);
         if (reply.ok) return std::move(reply.texts);
         reply.texts.resize(1);
-        // Some errors begin with the name of their command.
+        // Names the command in front, unless the error begins with its name.
         const bool named = reply.texts[0].rfind(words[0] + ": ", 0) == 0;
         throw Failure(kFailed, (named ? "" : words[0] + ": ") + escaped(reply.texts[0]));
     } catch (const Failure&) {

@@ -35,7 +35,7 @@ class Failure : public std::runtime_error {
     Exit mCode;
 };
 
-// The phone that the verbs work on, and the service published there.
+// Gives every verb the phone it works on and the service published there.
 //
 // Threads: the main thread.
 class Client {
@@ -43,7 +43,7 @@ class Client {
     // Adds the options that every verb shares.
     explicit Client(CLI::App& app);
 
-    // Runs `act` for the verb once the whole command line is parsed. It returns an exit code or
+    // Runs `act` for the verb once the whole command line is parsed. `act` returns an exit code or
     // throws Failure.
     void onVerb(CLI::App* verb, std::function<int()> act);
     // Refuses a command line without a verb below `app`; an unknown word is reported as such.

@@ -21,11 +21,11 @@ class Deadline {
 
     bool limited() const { return mLimited; }
     bool passed() const { return mLimited && Clock::now() >= mEnd; }
-    // Nanoseconds from now on, 0 when it has passed; only when limited().
+    // The nanoseconds left, 0 when it has passed; only to be called when limited().
     int64_t leftNanos() const {
         return std::max<int64_t>(0, std::chrono::nanoseconds(mEnd - Clock::now()).count());
     }
-    // The same for poll(): rounded up, -1 when not limited.
+    // The milliseconds left, as poll() takes them: rounded up, -1 when not limited.
     int leftMillis() const {
         if (!mLimited) return -1;
         return static_cast<int>(std::min<int64_t>((leftNanos() + 999999) / 1000000, INT32_MAX));
@@ -64,7 +64,7 @@ struct Limits {
     }
 
     bool reached(uint64_t seen) const { return count > 0 && seen == count; }
-    // The exit code of a timeout; throws Failure when `count` was asked for.
+    // The exit code at the timeout; throws Failure when `count` was asked for.
     int endAtTimeout(uint64_t seen) const {
         if (count == 0) return kDone;
         throw Failure(kTimeout, std::string(verb) + ": timeout after " + std::to_string(seen) +
