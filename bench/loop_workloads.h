@@ -10,7 +10,7 @@ struct Options {
     MakePeer make = nullptr;
     size_t messages = 200000;
     int producers = 1;
-    bool readWhole = false;  // the handler reads every byte, not only the code
+    bool readWhole = false;  // the handler reads every byte, not `what` alone
 };
 
 using Workload = Figures (*)(const Options& options);

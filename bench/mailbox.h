@@ -11,7 +11,8 @@ namespace bench {
 // and processes without the lock.
 class Mailbox {
   public:
-    // True when the loop must be woken: it is idle and no earlier post has woken it.
+    // Adds a message. True when the loop must be woken: it is idle and no earlier post has woken
+    // it.
     bool put(const Message& message) {
         std::lock_guard<std::mutex> lock(mMutex);
         mIn.push_back(message);

@@ -8,7 +8,7 @@
 
 namespace bench {
 
-// A message of the same size as the phone's.
+// A message of the same size as the service's PeltoMessage.
 struct Message {
     int32_t what;
     char text[1024];

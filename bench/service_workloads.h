@@ -2,7 +2,8 @@
 
 #include "bench/measure.h"
 
-// The workloads of service_bench: the service by itself, and the parts of an event's way.
+// The workloads of service_bench: the service's start-up, and an event's way to a listener or a
+// part of it.
 namespace bench {
 
 struct ServiceOptions {

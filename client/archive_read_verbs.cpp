@@ -15,7 +15,7 @@
 namespace pelto {
 namespace {
 
-constexpr size_t kMaxNameBytes = 64 << 20;  // of all names in an archive
+constexpr size_t kMaxNameBytes = 64 << 20;  // of all names in an archive together
 
 struct OpenArchive {
     Archive archive;
@@ -94,7 +94,7 @@ bool nextMember(const OpenArchive& opened, archive* reader, Member& member) {
     archive_entry* entry = nullptr;
     const int result = archive_read_next_header(reader, &entry);
     if (result == ARCHIVE_EOF) return false;
-    // A warning is for a name that is not ASCII; it is returned as it is.
+    // ARCHIVE_WARN: the name is not ASCII; it is used as it is.
     if (result != ARCHIVE_OK && result != ARCHIVE_WARN) refuseContent(opened, reader);
     const char* const name = archive_entry_pathname(entry);
     if (name == nullptr) refuseArchive(opened.archive.path, "a member has no name");

@@ -78,7 +78,7 @@ sim::Fd Daemon::lockRecords() const {
     return file;
 }
 
-// Renamed into place, so that a record is read whole or not at all.
+// Writes another file and renames it, so that a record is read whole or not at all.
 void Daemon::record(const ProcessId& process) const {
     const std::string path = mFolder + "/" + mName, fresh = mFolder + "/." + mName;
     std::ofstream file(fresh);

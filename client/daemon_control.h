@@ -49,7 +49,7 @@ class Daemon {
     std::string lastLine() const;
 
     const std::string mName;
-    const std::string mFolder;  // of the records
+    const std::string mFolder;  // where the records are
     const std::string mOutput;
 };
 

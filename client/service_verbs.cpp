@@ -73,7 +73,7 @@ void addSend(CLI::App& app, Client& client) {
     client.onVerb(verb, [&client, options] { return send(client, *options); });
 }
 
-// A verb that takes "on" or "off".
+// Adds a verb that calls `operation` with its argument "on" or "off".
 void addSwitch(CLI::App& app, Client& client, const std::string& name, const char* does,
                android::status_t (PeltoServiceCalls::*operation)(bool, uint32_t)) {
     auto value = std::make_shared<std::string>();

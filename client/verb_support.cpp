@@ -45,7 +45,7 @@ void Client::onVerb(CLI::App* verb, std::function<int()> act) {
     verb->final_callback([this, act = std::move(act)] { mExitCode = act(); });
 }
 
-// Instead of CLI11's require_subcommand(1), which reports a misspelt verb as a missing one.
+// Replaces CLI11's require_subcommand(1), which reports a misspelt verb as a missing one.
 void Client::needsVerb(CLI::App* app) {
     app->require_subcommand(0, 1);  // a word after the verb is its argument, not a second verb
     app->final_callback([app] {

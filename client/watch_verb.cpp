@@ -23,7 +23,7 @@ using android::sp;
 struct WatchOptions {
     bool json = false;
     Limits limits{"watch", "events"};
-    int readyFd = -1;  // -1: none
+    int readyFd = -1;  // gets the line "ready"; -1: none
 };
 
 // Prints each event as it arrives, on a binder thread. wait() returns on the main thread after the

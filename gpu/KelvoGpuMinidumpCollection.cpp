@@ -20,7 +20,7 @@ namespace {
 constexpr size_t kBlockBytes = 4096;
 constexpr int kMaxBlocks = 10242;  // keeps a runaway snapshot from filling the disk
 constexpr int kMaxEntries = 20;
-constexpr uint32_t kMinVersionBytes = 64;  // of a buffer for a version
+constexpr uint32_t kMinVersionBytes = 64;  // the least size of a buffer for a version
 
 void runCommand(const String8& command) {
     const int status = phone::system(command.c_str());

@@ -44,7 +44,7 @@ class KelvoAudioKernelNativeCom : public Thread {
     // failed, -22 (EINVAL) when there is no family or no socket yet, or no data. `len` includes a
     // text's terminator; longer data is cut to 250 bytes without it.
     int32_t sendToKernelMsg(uint8_t cmd, uint16_t nlaType, const void* data, int32_t len);
-    // As sendToKernelMsg(), to any family.
+    // As sendToKernelMsg(), to the family with the id `nlmsgType`.
     int32_t sendGenlMsg(uint16_t nlmsgType, uint8_t cmd, uint16_t nlaType, const void* data,
                         int32_t len);
     // Waits for one message and unpacks it for the hook: the bytes received, -1 when it is not a

@@ -53,7 +53,7 @@ void appendItems(char* payload, char* work, String8* info) {
     }
 }
 
-// 1 when bit 0 and at least one of bits 8 and 9 are set.
+// 1 when bit 0 and at least one of bits 8 and 9 are set, else 0.
 int micStatus(int value) {
     return static_cast<int>((value & 0x300) != 0) & value;
 }

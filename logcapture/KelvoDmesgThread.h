@@ -46,7 +46,7 @@ class KelvoDmesgThread : public Thread, public EventListener {
     bool awaitRequest() EXCLUDES(mLock);
     void runCommands();
 
-    // The flag is set after the pointer and publishes it.
+    // mInit is set after mLogThread and publishes it to other threads.
     static std::atomic<bool> mInit;
     static sp<KelvoDmesgThread> mLogThread;
 

@@ -118,7 +118,7 @@ String8 KelvoPeltoLogThread::archivePath() const {
 
 void KelvoPeltoLogThread::doCompressFile() {
     const String8 archive = archivePath();
-    // By length alone, even if the path does not end with the event id and a "/".
+    // Cuts the event id and a "/" off by length alone, even if the path does not end with them.
     const int n = static_cast<int>(mLogPath.length()) - static_cast<int>(mEventId.length()) - 1;
     if (n < 1) return;
     const String8 parent(mLogPath.c_str(), static_cast<size_t>(n - 1));

@@ -24,7 +24,7 @@ class KelvoWexRaiseException : public virtual RefBase {
     // The library's id for an event id: 0 for one that is too short, the category alone for one
     // that is no number.
     uint32_t getWexExceptionId(String8 eventId);
-    // The library's mask of logs to attach.
+    // The library's mask of the logs to attach for a field of log types.
     uint64_t getWexAtomicLogs(String8 logType);
 
     void getTombstoneFiles();

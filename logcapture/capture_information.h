@@ -13,7 +13,7 @@ namespace android {
 enum LogField { kEventId, kLogTypes, kLogPath, kTarPath, kTarName, kLogFields };
 using LogInformation = std::array<String8, kLogFields>;
 
-// False, with `fields` unchanged, when there are fewer than five.
+// Splits the text into `fields`; false, with `fields` unchanged, when there are fewer than five.
 bool splitLogInformation(const String8& text, LogInformation& fields);
 
 // The bits of the decimal number in the field of log types.

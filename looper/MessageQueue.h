@@ -56,7 +56,7 @@ class Lease {
     // No message can follow the claimed ones: the lease is revoked, or full and all claimed.
     bool isOver() const { return mClaimed.load(std::memory_order_relaxed) >= kMaxMessages; }
     bool isFull() const { return mGranted.load(std::memory_order_relaxed) == kMaxMessages; }
-    // Requires that the lease is not full.
+    // Adds a message; the lease must not be full.
     void add(MessageEnvelope* envelope) {
         const uint32_t granted = mGranted.load(std::memory_order_relaxed);
         mEnvelopes[granted] = envelope;

@@ -55,7 +55,7 @@ class PeltoService : public BnPeltoService, public IBinder::DeathRecipient {
     void setEvent(const String8& event, const String8& info) override EXCLUDES(mLock);
     // Delivers to the listeners of this process only.
     void setEventToNative(const String8& event, const String8& info) override;
-    // Sets the dispatcher's verbose lines too, and sends clients and listeners an event.
+    // Switches the dispatcher's verbose lines too, and sends clients and listeners an event.
     void setDebugLog(bool debugLog) override EXCLUDES(mLock);
 
     status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) override;

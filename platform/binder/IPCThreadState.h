@@ -4,7 +4,7 @@
 
 namespace android {
 
-// The calling thread's part in binder calls.
+// The binder state of the calling thread: whose call it executes.
 class IPCThreadState {
   public:
     static IPCThreadState* self();

@@ -10,7 +10,7 @@ namespace android {
 
 // One record of the display driver. The texts end with a NUL.
 struct mm_kevent_packet {
-    char header[132];  // the channel's own
+    char header[132];  // for the channel alone
     char event_id[132];
     char payload[3832];
 };

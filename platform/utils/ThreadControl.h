@@ -8,7 +8,7 @@
 
 namespace android::thread_control {
 
-// New threads of this name wait before their first function until release().
+// New threads of this name wait before readyToRun() until release().
 void hold(const std::string& name);
 // Waits until a held thread of this name has come; false when none did within ten seconds.
 bool awaitHeld(const std::string& name);

@@ -166,7 +166,7 @@ int GenericNetlink::control(Port& port, const GenlMessage& message) {
     return 0;
 }
 
-// A registration is not answered.
+// Registers the port with the audio module; a success has no answer of its own.
 int GenericNetlink::registerWithModule(Port& port, const GenlMessage& message) {
     if (mAnswer == Answer::kNoFamily || message.type != kFamilyId) return -ENOENT;
     if (!message.hasGenlHeader) return -EINVAL;

@@ -35,7 +35,7 @@ class Gpu {
     // Remove all files, and make them as on a fresh phone, with no injected fault.
     void vanish();
     void appear();
-    // Faults: opening that file fails; a read of the dump gives at most `bytes`; the device
+    // Inject faults: opening that file fails; a read of the dump gives at most `bytes`; the device
     // vanishes when a reader has got `bytes` of a snapshot.
     void makeUnreadable(const std::string& path);
     void shortenReads(size_t bytes);

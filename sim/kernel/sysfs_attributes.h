@@ -107,7 +107,7 @@ class Attributes {
     mutable Mutex mMutex;
     Condition mChanged;
     std::map<std::string, Attribute> mAttributes SIM_GUARDED_BY(mMutex);
-    // By the file, not by the descriptor's number, which may have become another file's.
+    // Keyed by the file, not by the descriptor's number, which may have become another file's.
     std::map<Key, std::shared_ptr<Open>> mOpen SIM_GUARDED_BY(mMutex);
     int mPolls SIM_GUARDED_BY(mMutex) = 0;
     const Fd mFeeder;  // the feeder's epoll instance

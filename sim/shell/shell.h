@@ -31,7 +31,7 @@ class Shell {
     Shell(const Root& root, Log& log, ProgramFaults& faults)
         : mRoot(root), mLog(log), mFaults(faults) {}
 
-    // As system(): a wait status; 1, "there is a shell", for a null command.
+    // Runs a line and returns its wait status, as system(); 1, "there is a shell", for null.
     int run(const char* command) SIM_EXCLUDES(mMutex);
 
     // Registers a built-in, found as NAME and as /system/bin/NAME. Replaces one of that name.

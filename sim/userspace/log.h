@@ -59,7 +59,7 @@ class Log {
     // Mapped from run/log/state by every process, so that a writer notices a rotation without a
     // system call.
     struct Shared {
-        std::atomic<uint32_t> generation;  // of the file called "main"
+        std::atomic<uint32_t> generation;  // counts the files that have been "main"
         std::atomic<uint32_t> bytes;       // size of that file
     };
 

@@ -50,11 +50,11 @@ class Reports {
     // none, call this before the first after().
     Fd watch() const;
 
-    // While set, this process's library takes no report.
+    // While `refused`, add() takes no report in this process.
     void refuse(bool refused) { mRefused.store(refused); }
 
   private:
-    // Numbers of the files there, ascending.
+    // The numbers of the reports on disk, ascending.
     std::vector<uint64_t> numbers() const;
     bool write(uint64_t number, std::string_view record) const;
     std::string path(uint64_t number) const;

@@ -76,7 +76,7 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
     void begun(size_t charge) EXCLUDES(mLock);
     void reply(uint64_t callId, status_t status, const Parcel& parcel) EXCLUDES(mLock);
 
-    // Loop's thread only: ends the connection unless its handshake is done; true when it did.
+    // Loop's thread only: ends the connection if its handshake is not done; true when it was ended.
     bool endWithoutHandshake() EXCLUDES(mLock);
     // Whether it is torn down; one that is not alive() may still read what has arrived.
     bool ended() EXCLUDES(mLock);
@@ -145,7 +145,7 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
     Mutex mLock;
     sp<BBinder> mRoot GUARDED_BY(mLock);
     Condition mDrained;
-    sim::Fd mSocket GUARDED_BY(mLock);  // closed at the end
+    sim::Fd mSocket GUARDED_BY(mLock);  // invalid once torn down
     uint64_t mWatch GUARDED_BY(mLock) = 0;
     uint32_t mInterest GUARDED_BY(mLock) = 0;
     bool mBroken GUARDED_BY(mLock) = false;  // to be torn down, even with bytes left to read

@@ -21,7 +21,7 @@ struct FrameHeader {
     uint32_t kind;
     uint32_t flags;        // CALL: 1 when one-way
     uint64_t callId;       // CALL, REPLY: the same in both; 0 when one-way
-    uint32_t handle;       // CALL, RELEASE: one of the receiver's
+    uint32_t handle;       // CALL, RELEASE: an object of the receiver
     uint32_t code;         // CALL: the operation; RELEASE: the count; HELLO: the version
     int32_t status;        // REPLY: the result
     uint32_t objectCount;  // CALL, REPLY: entries of the table
@@ -32,7 +32,7 @@ enum ObjectOwner : uint32_t { SENDER = 0, RECEIVER = 1 };
 struct ObjectEntry {
     uint32_t offset;  // of the mark in the data; offsets ascend
     uint32_t owner;
-    uint32_t handle;  // one of the owner's
+    uint32_t handle;  // the owner's name for the object
 };
 
 static_assert(sizeof(FrameHeader) == 40, "frames are the same on every build");
