@@ -48,8 +48,8 @@ enum : int32_t {
 // Time: due times are nanoseconds of the monotonic clock; timeouts are milliseconds, where a
 //   negative value waits without limit and 0 never waits.
 // Errors: losing the wake descriptor or the epoll instance ends the process, and so does a handler
-//   that throws, at once; what a descriptor callback throws leaves the poll; any other failure is
-//   one log line plus the return value named at the method.
+//   that throws, at once; an exception from a descriptor callback leaves pollOnce(); any other
+//   failure is one log line plus the return value named at the method.
 class PeltoLooper : public RefBase {
   public:
     // `allowNonCallbacks`: whether watches without a callback may be added.

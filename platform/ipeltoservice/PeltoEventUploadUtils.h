@@ -8,7 +8,7 @@
 namespace android {
 
 // Sends events to the published service from inside its process, or any other, as a client does:
-// over a socket and one-way, so that they reach its setEvent() on a binder thread of its own.
+// over a socket and one-way, so that they reach its setEvent() on one of its binder threads.
 //
 // Threads: any. It never waits for the service.
 // Order: events of one thread arrive in the order they were sent.

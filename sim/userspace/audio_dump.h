@@ -16,7 +16,7 @@ std::string audioDump(std::string_view service);
 
 // Registers init's service "audiodumpinfo". Each run writes the three dumps, headed by the type in
 // "kelvo.audio.dumpinfo.type", to a new file in the audio dump directory; when it cannot, it leaves
-// no file but a log line.
+// a log line and no file.
 void addAudioDumpService(Services& services, const Root& root, Properties& properties, Log& log);
 
 }  // namespace sim

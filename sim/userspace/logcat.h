@@ -22,8 +22,8 @@ struct LogLine {
 };
 
 // logcat's options: -d (print and end), -c (clear), -t COUNT (print the last lines and end), -s
-// (silence tags without a filter), -v threadtime, and filters "TAG:P", "TAG", "*:P" with P one of
-// v d i w e f s. Everything passes without filters, and for a tag that no filter names.
+// (silence tags without a filter), -v threadtime, and filters "TAG:P", "TAG", "*:P" with P one of v
+// d i w e f s. Without filters, and for a tag that no filter names, every line passes.
 struct LogcatOptions {
     bool dump = false;
     bool clear = false;

@@ -16,7 +16,7 @@ class ProgramFaults;
 // here. At most one process of the phone runs a service at a time; it holds the lock of
 // run/init/NAME meanwhile. The faults of ProgramFaults apply to services too.
 //
-// Threads: any. A service runs on a thread of its own ("sim_service"), with no lock of this held.
+// Threads: any. A service runs on its own thread ("sim_service"), with no lock of this object held.
 // Never destroyed while one runs.
 class Services {
   public:
