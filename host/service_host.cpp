@@ -8,7 +8,7 @@
 #include <ipeltoservice/IPeltoService.h>
 #include <stdio.h>
 #include <unistd.h>
-#include <utils/ThreadControl.h>
+#include <utils/ThreadStartControl.h>
 
 #include <thread>
 

@@ -1,5 +1,5 @@
 #include <sys/resource.h>
-#include <utils/ThreadControl.h>
+#include <utils/ThreadStartControl.h>
 
 #include <filesystem>
 #include <future>

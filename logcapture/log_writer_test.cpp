@@ -1,5 +1,5 @@
 #include <unistd.h>
-#include <utils/ThreadControl.h>
+#include <utils/ThreadStartControl.h>
 
 #include <fstream>
 #include <future>

@@ -1,4 +1,4 @@
-#include <utils/ThreadControl.h>
+#include <utils/ThreadStartControl.h>
 
 #include <atomic>
 #include <functional>

@@ -3,7 +3,7 @@
 #include <compositor/compositor.h>
 #include <linux/netlink.h>
 #include <signal.h>
-#include <utils/ThreadControl.h>
+#include <utils/ThreadStartControl.h>
 
 #include <algorithm>
 #include <filesystem>

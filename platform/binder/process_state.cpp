@@ -1,7 +1,7 @@
 // Implements ProcessState and IPCThreadState.
 #include <binder/IPCThreadState.h>
 #include <binder/ProcessState.h>
-#include <binder/transport/process.h>
+#include <binder/transport/binder_process.h>
 #include <unistd.h>
 
 #include <algorithm>

@@ -1,5 +1,5 @@
 #include <binder/IServiceManager.h>
-#include <binder/transport/process.h>
+#include <binder/transport/binder_process.h>
 #include <utils/String8.h>
 
 #include <string>

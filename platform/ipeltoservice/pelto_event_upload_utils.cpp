@@ -1,5 +1,5 @@
 #include <android/log.h>
-#include <binder/transport/process.h>
+#include <binder/transport/binder_process.h>
 #include <ipeltoservice/IPeltoService.h>
 #include <ipeltoservice/PeltoEventUploadUtils.h>
 #include <ipeltoservice/PeltoServiceCalls.h>

@@ -2,7 +2,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 #include <utils/Thread.h>
-#include <utils/ThreadControl.h>
+#include <utils/ThreadStartControl.h>
 
 #include <memory>
 #include <string>

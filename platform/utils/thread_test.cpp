@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
 #include <utils/Thread.h>
-#include <utils/ThreadControl.h>
+#include <utils/ThreadStartControl.h>
 
 #include <atomic>
 #include <functional>

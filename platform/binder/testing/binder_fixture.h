@@ -2,7 +2,7 @@
 
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
-#include <binder/transport/process.h>
+#include <binder/transport/binder_process.h>
 
 #include <string>
 

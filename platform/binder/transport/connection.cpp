@@ -1,6 +1,6 @@
 #include <android/log.h>
+#include <binder/transport/binder_process.h>
 #include <binder/transport/connection.h>
-#include <binder/transport/process.h>
 #include <sys/epoll.h>
 
 namespace android::transport {

@@ -1,7 +1,7 @@
 #include <android/log.h>
+#include <binder/transport/binder_process.h>
 #include <binder/transport/call_pool.h>
 #include <binder/transport/connection.h>
-#include <binder/transport/process.h>
 #include <sys/epoll.h>
 
 #include <cerrno>

@@ -1,6 +1,6 @@
 #include <android/log.h>
+#include <binder/transport/binder_process.h>
 #include <binder/transport/listener.h>
-#include <binder/transport/process.h>
 #include <sim/base/unix_socket.h>
 #include <sys/epoll.h>
 #include <sys/resource.h>

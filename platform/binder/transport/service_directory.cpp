@@ -1,5 +1,5 @@
 #include <android/log.h>
-#include <binder/transport/process.h>
+#include <binder/transport/binder_process.h>
 #include <binder/transport/service_directory.h>
 #include <fcntl.h>
 #include <sim/base/unix_socket.h>

@@ -1,6 +1,6 @@
 #include <utils/Condition.h>
 #include <utils/Mutex.h>
-#include <utils/ThreadControl.h>
+#include <utils/ThreadStartControl.h>
 
 #include <set>
 
