@@ -1,6 +1,5 @@
 """The goals for the loop, and how the medians of a run compare with them."""
-import matrix
-from matrix import HEAPS, MAILBOXES, OUR
+from measurements import HEAPS, MAILBOXES, OUR, WAITING
 
 
 def rows_named(medians, begin):
@@ -17,7 +16,7 @@ def goals():
     post = ["asio-post"]
     for kind in ("flat-out", "bounded"):
         yield f"{kind}: times asio::post", f"{kind} producers", against(post, max, "rate"), 2.0, True
-    for n in matrix.WAITING[2:]:
+    for n in WAITING[2:]:
         yield "draining: share of asio::post", f"drain messages {n}", against(post, min, "ns"), 0.4, False
     yield "self-post: share of asio::post", "self-post", against(post, min, "ns"), 0.7, False
     yield "bounded: times the best mailbox", "bounded producers", against(MAILBOXES, max, "rate"), 0.6, True
@@ -26,7 +25,7 @@ def goals():
     for n, limit in ((10000, 6.0), (100000, 12.0)):
         yield ("inserting: times the best timer heap", f"delayed messages {n}",
                against(HEAPS, min, "insert_ns"), limit, False)
-    most = f"drain messages {matrix.WAITING[-1]}"
+    most = f"drain messages {WAITING[-1]}"
     yield "peak memory over what waits", most, lambda row: row[OUR]["peak_share"], 1.25, False
     yield "kept after a flood", most, lambda row: row[OUR]["kept_share"], 0.1, False
     yield "delivered early", "delayed", lambda row: row[OUR]["early"], 0, False
@@ -48,7 +47,7 @@ def print_goals(medians, daemon):
     for words, begin, figure, limit, at_least in goals():
         for name in rows_named(medians, begin):
             met &= print_one(words, name, figure(medians[name]), limit, at_least)
-    drains = [medians[f"drain messages {n}"][OUR]["ns"] for n in (matrix.WAITING[2], matrix.WAITING[-1])]
+    drains = [medians[f"drain messages {n}"][OUR]["ns"] for n in (WAITING[2], WAITING[-1])]
     met &= print_one("a message, draining 100,000 over 1,000", "drain", drains[1] / drains[0], 1.5, False)
     met &= print_one("wake-ups in an idle minute", "daemon", sum(daemon["wakeups"].values()), 0, False)
     return met

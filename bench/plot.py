@@ -2,7 +2,7 @@
 import math
 from xml.sax.saxutils import escape
 
-from matrix import HIGH_IS_GOOD, OUR
+from measurements import HIGH_IS_GOOD, OUR
 
 WIDTH, MIDDLE, OCTAVE, REACH = 900, 520, 45, 4
 

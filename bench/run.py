@@ -16,7 +16,7 @@ import tempfile
 
 import goals
 import idle_daemon
-import matrix
+import measurements
 import plot
 
 
@@ -54,12 +54,12 @@ def shown(value):
 def print_table(rows, medians):
     for row in rows:
         for figure in row.figures:
-            better = "more" if figure in matrix.HIGH_IS_GOOD else "less"
+            better = "more" if figure in measurements.HIGH_IS_GOOD else "less"
             print(f"\n{row.name} [{figure}]  ({better} is better)")
-            ours = medians[row.name].get(matrix.OUR, {}).get(figure)
+            ours = medians[row.name].get(measurements.OUR, {}).get(figure)
             for peer, figures in medians[row.name].items():
                 value = figures[figure]
-                compared = ours is not None and value and peer != matrix.OUR
+                compared = ours is not None and value and peer != measurements.OUR
                 print(f"  {peer:15}{shown(value):>12}" +
                       (f"  ours is {ours / value:.2f} of it" if compared else ""))
 
@@ -81,10 +81,10 @@ def main():
     parser.add_argument("--quick", action="store_true", help="see that it works, measure nothing")
     options = parser.parse_args()
     service_bench = options.programs + "/service_bench"
-    rows = list(matrix.loop_rows(options.programs + "/loop_bench"))
-    rows += matrix.road_rows(service_bench)
+    rows = list(measurements.loop_rows(options.programs + "/loop_bench"))
+    rows += measurements.road_rows(service_bench)
     if options.quick:
-        rows = [matrix.quick(row) for row in rows]
+        rows = [measurements.quick(row) for row in rows]
 
     with open(options.out + "/results.jsonl", "w", encoding="utf-8") as results:
         medians = collect(rows, 1 if options.quick else options.repetitions, results)
