@@ -89,7 +89,7 @@ class GzipFile {
     refuseArchive(opened.archive.path, why != nullptr ? why : "cannot be read");
 }
 
-// The member whose header comes next; false at the end of the archive.
+// Reads the header of the next member; false at the end of the archive.
 bool nextMember(const OpenArchive& opened, archive* reader, Member& member) {
     archive_entry* entry = nullptr;
     const int result = archive_read_next_header(reader, &entry);

@@ -21,7 +21,7 @@ struct GenlFrame {
     void fill(uint16_t type, uint32_t portId, uint8_t cmd, uint16_t attributeType,
               const void* payload, int32_t length);
 
-    // Whether `received` bytes contain the length that the header gives.
+    // Whether the `received` bytes hold the whole message, by the length in its header.
     bool isWhole(int32_t received) const;
     bool isMessage(int32_t received) const;
 
