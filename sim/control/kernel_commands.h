@@ -8,14 +8,14 @@ class GenericNetlink;
 class Gpu;
 
 // The control commands that play the phone's kernel:
-//   audio CMD TEXT                        one packet of the audio module
+//   audio CMD TEXT                        sends one packet of the audio module
 //   audio-await                           waits for the service to register; an error after 10 s
-//   audio-raw HEX                         these bytes, as one netlink datagram
+//   audio-raw HEX                         sends these bytes as one netlink datagram
 //   audio-answer family|none|nothing      how family look-ups are answered from here on
 //   audio-received                        the datagrams the service has sent, one a text, in hex
 void addAudioCommands(Control& control, GenericNetlink& netlink);
 
-//   display ID PAYLOAD                    one record of the display driver
+//   display ID PAYLOAD                    sends one record of the display driver
 void addDisplayCommand(Control& control, DisplayKernel& display);
 
 // "gpu", followed by an operation of Gpu (sim/kernel/gpu.h):

@@ -52,7 +52,7 @@ class Log {
     bool clear() SIM_EXCLUDES(mRotation);
 
     const std::string& directory() const { return mDirectory; }
-    // 'V', 'D', ...; '?' for another number.
+    // The letter of a priority: 'V', 'D', ...; '?' for a number that is none.
     static char letter(int priority);
 
   private:
