@@ -5,7 +5,7 @@
 #include <cstring>
 #include <vector>
 
-#include "event/phone_atoi.h"
+#include "event/phone_integer.h"
 
 namespace android {
 

@@ -1,5 +1,5 @@
 #include "event/PeltoEvent.h"
-#include "event/phone_atoi.h"
+#include "event/phone_integer.h"
 #include "tests/support/phone_fixture.h"
 
 namespace android {

@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <sstream>
 
-#include "event/phone_atoi.h"
+#include "event/phone_integer.h"
 #include "fuzz/fuzz_phone.h"
 #include "service/PeltoService.h"
 

@@ -12,7 +12,7 @@
 #include <string.h>
 #include <unistd.h>
 
-#include "event/phone_atoi.h"
+#include "event/phone_integer.h"
 #include "phone/phone.h"
 
 namespace android {
@@ -114,7 +114,7 @@ void KelvoGpuMinidump::handleNotification(int timestampFd) {
                             "pelto hashid read error %d, hashchar[0]=%c", static_cast<int>(got),
                             timestamp[0]);
     } else {
-        timestamp[got - 1] = '\0';  // in place of the newline
+        timestamp[got - 1] = '\0';  // the newline
         capture(timestamp);
     }
     acknowledge();

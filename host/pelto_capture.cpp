@@ -7,7 +7,7 @@
 
 #include "host/program_start.h"
 #include "logcapture/KelvoPeltoLogThread.h"
-#include "logcapture/capture_information.h"
+#include "logcapture/log_information.h"
 #include "sim/phone.h"
 #include "sim/shell/shell.h"
 #include "sim/userspace/log.h"

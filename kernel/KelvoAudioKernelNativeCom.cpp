@@ -197,7 +197,7 @@ bool KelvoAudioKernelNativeCom::setUp() {
     }
     mFamilyId = getFamilyId();
     if (family() == 0) {
-        close(fd());  // mGenlFd keeps the number, here and below
+        close(fd());  // the number is kept, here and below
         LOG_ERROR("[ERROR]: get_family_id err\n");
         return false;
     }

@@ -11,7 +11,7 @@
 #include <new>
 #include <string>
 
-#include "event/phone_atoi.h"
+#include "event/phone_integer.h"
 #include "kernel/KelvoAudioKernelNativeCom.h"
 #include "service/PeltoService.h"
 

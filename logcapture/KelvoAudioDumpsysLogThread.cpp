@@ -6,8 +6,8 @@
 #include <memory>
 #include <string>
 
-#include "logcapture/guarded_commands.h"
-#include "logcapture/make_directories.h"
+#include "logcapture/commands.h"
+#include "logcapture/directories.h"
 #include "phone/phone.h"
 
 namespace android {

@@ -4,11 +4,11 @@
 
 #include <cstring>
 
-#include "event/phone_atoi.h"
+#include "event/phone_integer.h"
 #include "event/time_stamp.h"
-#include "logcapture/capture_information.h"
-#include "logcapture/guarded_commands.h"
-#include "logcapture/make_directories.h"
+#include "logcapture/commands.h"
+#include "logcapture/directories.h"
+#include "logcapture/log_information.h"
 
 namespace android {
 

@@ -8,10 +8,10 @@
 #include <stdexcept>
 #include <string>
 
-#include "event/phone_atoi.h"
-#include "logcapture/capture_information.h"
-#include "logcapture/guarded_commands.h"
-#include "logcapture/make_directories.h"
+#include "event/phone_integer.h"
+#include "logcapture/commands.h"
+#include "logcapture/directories.h"
+#include "logcapture/log_information.h"
 #include "phone/phone.h"
 
 namespace android {

@@ -137,7 +137,7 @@ void PeltoLooper::pushResponse(int32_t events, const Request& request) {
 
 int32_t PeltoLooper::deliverMessagesLocked(int32_t result) {
     mNextMessageUptime = INT64_MAX;
-    mMessageEnvelopes.revokeLease();  // that of an outer poll, when a handler polls
+    mMessageEnvelopes.revokeLease();  // of an outer poll
     while (!mMessageEnvelopes.isEmpty()) {
         if (!firstIsDueLocked()) {
             mNextMessageUptime = mMessageEnvelopes.firstUptime();

@@ -1,4 +1,4 @@
-#include "logcapture/capture_information.h"
+#include "logcapture/log_information.h"
 
 #include <cstring>
 #include <string>

@@ -1,4 +1,4 @@
-#include "logcapture/make_directories.h"
+#include "logcapture/directories.h"
 
 #include <android/log.h>
 

@@ -1,4 +1,4 @@
-#include "logcapture/guarded_commands.h"
+#include "logcapture/commands.h"
 
 #include <android/log.h>
 
