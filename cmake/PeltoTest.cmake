@@ -24,17 +24,25 @@ else()
   set(PELTO_TEST_ENVIRONMENT "PELTO_EMULATOR=${emulator}")
 endif()
 
+# The fixture of a fresh phone, and the main function of every test program. Its precompiled header serves
+# them all, so all have the same options; those for position-independent code would differ.
+add_library(pelto_test_support STATIC
+  ${PROJECT_SOURCE_DIR}/tests/support/main.cpp ${PROJECT_SOURCE_DIR}/tests/support/phone_fixture.cpp)
+target_link_libraries(pelto_test_support PUBLIC peltophone gtest gmock)
+if(PELTO_SANITIZE)
+  target_compile_definitions(pelto_test_support PUBLIC PELTO_SANITIZED)
+endif()
+target_precompile_headers(pelto_test_support PRIVATE <gmock/gmock.h>)
+set_target_properties(pelto_test_support PROPERTIES POSITION_INDEPENDENT_CODE OFF)
+
 # pelto_test(NAME SOURCES file... [LIBRARIES target...]): a test program, with one ctest entry per test
 # case, since process-wide objects are never destroyed and each case needs fresh ones.
 function(pelto_test name)
   cmake_parse_arguments(ARG "" "" "SOURCES;LIBRARIES" ${ARGN})
   add_executable(${name} ${ARG_SOURCES} $<TARGET_OBJECTS:pelto_product> $<TARGET_OBJECTS:pelto_door>)
   target_link_libraries(${name} PRIVATE pelto_test_support ${ARG_LIBRARIES})
-  # Compiling the header once pays off from three files on.
-  list(LENGTH ARG_SOURCES files)
-  if(files GREATER 2)
-    target_precompile_headers(${name} PRIVATE <gmock/gmock.h>)
-  endif()
+  target_precompile_headers(${name} REUSE_FROM pelto_test_support)
+  set_target_properties(${name} PROPERTIES POSITION_INDEPENDENT_CODE OFF)
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST DISCOVERY_TIMEOUT ${PELTO_TEST_TIMEOUT}
     PROPERTIES TIMEOUT ${PELTO_TEST_TIMEOUT} ENVIRONMENT "${PELTO_TEST_ENVIRONMENT}")
 endfunction()
