@@ -23,7 +23,7 @@
 #include "sim/kernel/gpu.h"
 #include "sim/kernel/kernel_log.h"
 #include "sim/kernel/sysfs_attributes.h"
-#include "sim/shell/builtins.h"
+#include "sim/shell/phone_programs.h"
 #include "sim/shell/shell.h"
 #include "sim/userspace/audio_dump.h"
 #include "sim/userspace/log.h"
@@ -115,7 +115,7 @@ Phone::Phone(const std::string& folder)
       mShell(new Shell(*mRoot, *mLog, *mFaults)),
       mControl(new Control(runDir(), *mLog)) {
     addAudioDumpService(*mServices, *mRoot, *mProperties, *mLog);
-    addBuiltins(*mShell, *mRoot, *mLog, *mKernelLog);
+    addPhonePrograms(*mShell, *mRoot, *mLog, *mKernelLog);
     addAudioCommands(*mControl, *mNetlink);
     addDisplayCommand(*mControl, *mDisplayKernel);
     addGpuCommand(*mControl, *mGpu);

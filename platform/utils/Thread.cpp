@@ -96,8 +96,8 @@ bool Thread::passOnce(bool first) {
 
 bool Thread::endUnlessGoingOn(bool goOn) {
     Mutex::Autolock lock(mThreadLock);
-    // Decides before the thread drops its reference: otherwise an owner that releases the last one
-    // would wait for an end that is never signalled.
+    // The thread decides to end while it still holds its own reference: an owner that released the
+    // last one would wait in the destructor for an end that is never signalled.
     if (goOn && !mExitPending && getStrongCount() > 1) return false;
     mExitPending = true;
     mRunning = false;

@@ -8,8 +8,8 @@
 #include "sim/base/fd.h"
 #include "sim/base/root.h"
 #include "sim/shell/command_line.h"
-#include "sim/shell/host_command.h"
-#include "sim/shell/host_programs.h"
+#include "sim/shell/workstation_command.h"
+#include "sim/shell/workstation_programs.h"
 #include "sim/userspace/log.h"
 #include "sim/userspace/program_faults.h"
 

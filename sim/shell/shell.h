@@ -16,9 +16,9 @@ class Root;
 struct CommandLine;
 
 // Runs the product's command lines inside the phone; none reaches the workstation's shell. A line
-// (command_line.h) names a program of the workstation (host_programs.h), which runs with every path
-// mapped into the root, or a built-in registered here. Anything else is refused with one log line
-// and a non-zero status.
+// (command_line.h) names a program of the workstation (workstation_programs.h), which runs with
+// every path mapped into the root, or a built-in registered here. Anything else is refused with one
+// log line and a non-zero status.
 //
 // Threads: any; commands run side by side, each on its caller's thread. The faults of ProgramFaults
 // apply to every program.

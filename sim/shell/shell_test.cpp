@@ -6,7 +6,7 @@
 #include <filesystem>
 
 #include "phone/phone.h"
-#include "sim/shell/host_programs.h"
+#include "sim/shell/workstation_programs.h"
 #include "tests/support/phone_fixture.h"
 
 namespace fs = std::filesystem;

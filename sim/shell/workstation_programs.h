@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "sim/shell/host_command.h"
+#include "sim/shell/workstation_command.h"
 
 namespace sim {
 

@@ -1,4 +1,4 @@
-#include "sim/shell/host_programs.h"
+#include "sim/shell/workstation_programs.h"
 
 #include <fcntl.h>
 #include <string.h>

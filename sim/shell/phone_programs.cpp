@@ -1,4 +1,4 @@
-#include "sim/shell/builtins.h"
+#include "sim/shell/phone_programs.h"
 
 #include <fcntl.h>
 
@@ -79,7 +79,7 @@ int perfetto(const Root& root, Log& log, const Words& words) {
 
 }  // namespace
 
-void addBuiltins(Shell& shell, const Root& root, Log& log, KernelLog& kernelLog) {
+void addPhonePrograms(Shell& shell, const Root& root, Log& log, KernelLog& kernelLog) {
     shell.add("logcat", [&](const Words& words, int fd) { return logcat(log, words, fd); });
     shell.add("dmesg",
               [&](const Words& words, int fd) { return dmesg(log, kernelLog, words, fd); });

@@ -9,8 +9,8 @@ namespace sim {
 
 class Root;
 
-// The arguments with which a program of the workstation is started (see host_programs.h): every
-// path mapped below the phone's "/", only the options listed for the program.
+// The arguments with which a program of the workstation is started (see workstation_programs.h):
+// every path mapped below the phone's "/", only the options listed for the program.
 //
 // A path becomes the descriptor of its directory and its last component, so that changes to the
 // directories above it do not lead the program astray. A last component is refused when it is a

@@ -1,4 +1,4 @@
-#include "sim/shell/host_command.h"
+#include "sim/shell/workstation_command.h"
 
 #include <errno.h>
 #include <fcntl.h>
