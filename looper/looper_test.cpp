@@ -1,4 +1,4 @@
-#include <utils/ThreadStartControl.h>
+#include <sys/eventfd.h>
 
 #include <atomic>
 #include <functional>
@@ -7,146 +7,60 @@
 #include <thread>
 
 #include "looper/HandlerThread.h"
-#include "sim/base/clock.h"
+#include "sim/base/fd.h"
 #include "tests/support/phone_fixture.h"
 
 namespace android {
 namespace {
 
 using namespace std::chrono_literals;
-using Codes = std::vector<int>;
+constexpr char kTag[] = "KELVO_Looper";
 constexpr nsecs_t kHour = 3'600'000'000'000;
 
-// Records the codes it receives and runs a function of the test on each.
-struct Recorder : PeltoMessageHandler {
-    explicit Recorder(Codes& codes) : seen(codes) {}
-    void handleMessage(const PeltoMessage& message) override {
-        seen.push_back(message.what);
-        if (then) then(message);
-    }
-    Codes& seen;
-    std::function<void(const PeltoMessage&)> then;
+// Passes messages and events on to the test.
+struct Receiver : PeltoMessageHandler, PeltoLooperCallback {
+    explicit Receiver(std::function<int(int)> toDo) : body(std::move(toDo)) {}
+    void handleMessage(const PeltoMessage& message) override { body(message.what); }
+    int32_t handleEvent(int32_t, int32_t events, void*) override { return body(events); }
+    const std::function<int(int)> body;
 };
 
-// A looper that the test polls, on a held clock.
+// A looper that the test polls, and two descriptors, each with an event to read.
 class LooperTest : public PhoneTest {
   protected:
-    LooperTest() { holdClock(); }
-    void post(int what) { looper->sendMessage(handler, {what, ""}); }
-    void postIn(nsecs_t delay, int what) { looper->sendMessageDelayed(delay, handler, {what, ""}); }
     int poll(int timeoutMillis = 0) {
         return looper->pollOnce(timeoutMillis, nullptr, nullptr, nullptr);
     }
-    // Expects one poll to deliver these codes.
-    void expectPoll(const Codes& codes) {
-        EXPECT_EQ(LOOPER_POLL_CALLBACK, poll());
-        EXPECT_EQ(codes, std::exchange(seen, {}));
+    void post(int what) { looper->sendMessage(handler, {what, ""}); }
+    void postIn(nsecs_t delay, int what) { looper->sendMessageDelayed(delay, handler, {what, ""}); }
+    int watch(int fd, std::function<int(int)> body) {
+        const sp<PeltoLooperCallback> callback = new Receiver(std::move(body));
+        return looper->addFd(fd, 0, LOOPER_EVENT_INPUT, callback, nullptr);
     }
 
-    Codes seen;
-    sp<PeltoLooper> looper = new PeltoLooper(false);
-    const sp<Recorder> handler = new Recorder(seen), other = new Recorder(seen);
+    sp<PeltoLooper> looper = new PeltoLooper(true);
+    std::vector<int> seen;
+    std::function<void(int)> then = [](int) {};  // runs at each message
+    const sp<Receiver> handler = new Receiver([this](int what) {
+        seen.push_back(what);
+        then(what);
+        return 0;
+    });
+    sim::Fd bell{eventfd(1, EFD_NONBLOCK)}, other{eventfd(1, EFD_NONBLOCK)};
 };
 
-TEST_F(LooperTest, DeliversByDueTimeAndEqualTimesInPostingOrder) {
-    postIn(20, 1);
-    postIn(10, 2);
-    postIn(20, 3);
-    post(4);
-    looper->sendMessageAtTime(-5, handler, {5, ""});
-    postIn(INT64_MAX, 6);  // the due time wraps
-    expectPoll({6, 5, 4});
-    advance(10ns);
-    expectPoll({2});
-    advance(9ns);
-    EXPECT_EQ(LOOPER_POLL_TIMEOUT, poll());
-    advance(1ns);
-    expectPoll({1, 3});
-    looper->sendMessage(nullptr, {7, ""});
-    expectPoll({});
-}
-
-TEST_F(LooperTest, OnlyANewFirstMessageWakes) {
-    const auto expectWake = [&](bool wake) {
-        EXPECT_EQ(wake ? LOOPER_POLL_WAKE : LOOPER_POLL_TIMEOUT, poll());
-    };
-    expectWake(false);
-    for (int i = 0; i < 1000; ++i) looper->wake();
-    expectWake(true);
-    expectWake(false);
-    postIn(100, 1);
-    expectWake(true);
-    postIn(100, 2);
-    postIn(101, 3);
-    expectWake(false);
-    postIn(99, 4);
-    expectWake(true);
-    looper->removeMessages(handler);
-    expectWake(false);
-    // Nor do messages that a handler posts; those that are due are delivered in the same poll.
-    handler->then = [&](const PeltoMessage& message) {
-        if (message.what < 4) post(message.what + 1);
-        if (message.what == 4) looper->removeMessages(handler), postIn(50, 9);
-    };
-    post(1);
-    expectPoll({1, 2, 3, 4});
-    expectWake(false);
-    advance(50ns);
-    expectPoll({9});
-}
-
-TEST_F(LooperTest, ADeliveredMessageStaysWholeWhateverTheHandlerDoes) {
-    int depth = 0;
-    handler->then = [&](const PeltoMessage& message) {
-        const PeltoMessage before = message;
-        looper->sendMessage(handler, message);
-        looper->removeMessages(handler, message.what);
-        for (int i = 0; i < 100; ++i) postIn(1000, i);
-        if (++depth < 3) {
-            post(message.what + 1);
-            EXPECT_EQ(LOOPER_POLL_CALLBACK, poll()) << "polls may nest";
-        }
-        EXPECT_EQ(0, memcmp(&before, &message, sizeof before));
-    };
-    PeltoMessage message{200, ""};
-    memset(message.sValue, 'x', sizeof message.sValue);
-    looper->sendMessage(handler, message);
-    expectPoll({200, 201, 202});
-}
-
-TEST_F(LooperTest, KeepsAHandlerUntilItsMessagesAreDoneWithUnlessItIsAWeakOne) {
-    wp<Recorder> life;
-    {
-        const sp<Recorder> brief = new Recorder(seen);
-        life = brief;
-        looper->sendMessage(brief, {1, ""});
-        looper->sendMessageDelayed(1000, brief, {2, ""});
-    }
-    sp<Recorder> target = new Recorder(seen);
-    const sp<PeltoMessageHandler> weak = new PeltoWeakMessageHandler(target);
-    looper->sendMessage(weak, {3, ""});
-    expectPoll({1, 3});
-    looper->sendMessage(weak, {4, ""});
-    target.clear();
-    expectPoll({});
-    EXPECT_NE(nullptr, life.promote());
-    looper.clear();
-    EXPECT_EQ(nullptr, life.promote()) << "what was never due goes with the looper";
-}
-
 TEST_F(LooperTest, AHandlerThatThrowsEndsTheProcess) {
-    handler->then = [](const PeltoMessage&) { throw std::runtime_error("from a handler"); };
+    then = [](int) { throw std::runtime_error("from a handler"); };
     post(1);
     EXPECT_DEATH(poll(), "from a handler");
 }
 
 TEST_F(LooperTest, WaitsForTheNextMessageAndNotLonger) {
-    sim::Clock::get().release();
     const nsecs_t due = systemTime() + 30'000'000;
     looper->sendMessageAtTime(due, handler, {1, ""});
     poll(-1);  // woken by the post, unless posting took longer than the delay
     if (seen.empty()) poll(-1);
-    EXPECT_EQ(Codes{1}, seen);
+    EXPECT_EQ(std::vector<int>{1}, seen);
     EXPECT_GE(systemTime(), due);
     postIn(kHour, 2);
     poll(-1);
@@ -154,118 +68,203 @@ TEST_F(LooperTest, WaitsForTheNextMessageAndNotLonger) {
 }
 
 TEST_F(LooperTest, BelongsToTheThreadThatPreparedIt) {
-    EXPECT_EQ(nullptr, PeltoLooper::getForThread());
     wp<PeltoLooper> bound;
     std::thread([&] {
+        EXPECT_EQ(nullptr, PeltoLooper::getForThread());
         const sp<PeltoLooper> first = PeltoLooper::prepare(0);
         bound = first;
         EXPECT_EQ(first, PeltoLooper::prepare(2)) << "only the lowest bit counts";
-        EXPECT_TRUE(logLines("KELVO_Looper").empty());
+        EXPECT_EQ("", said(kTag));
         EXPECT_EQ(first, PeltoLooper::prepare(LOOPER_PREPARE_ALLOW_NON_CALLBACKS));
-        EXPECT_FALSE(first->getAllowNonCallbacks());
-        PeltoLooper::setForThread(first);
-        EXPECT_EQ(first, PeltoLooper::getForThread()) << "binding it again is harmless";
+        PeltoLooper::setForThread(first);  // harmless
     }).join();
-    EXPECT_TRUE(
-        logged("W KELVO_Looper: PeltoLooper already prepared for this thread with a "
-               "different value for the LOOPER_PREPARE_ALLOW_NON_CALLBACKS option."));
+    EXPECT_EQ(
+        "W PeltoLooper already prepared for this thread with a different value for the "
+        "LOOPER_PREPARE_ALLOW_NON_CALLBACKS option.\n",
+        said(kTag));
     EXPECT_EQ(nullptr, bound.promote()) << "the binding goes with the thread";
 }
 
 TEST_F(LooperTest, AHandlerThreadRunsOneUntilItIsToldToQuit) {
     const sp<HandlerThread> thread = new HandlerThread();
-    thread_control::refuse("refused");
-    EXPECT_EQ(UNKNOWN_ERROR, thread->start("refused", 0, 0));
-    thread->quit();
-    thread_control::hold("pelto_looper");
+    thread->quit();  // not running
     ASSERT_EQ(OK, thread->start("pelto_looper", 0, 0));
-    ASSERT_TRUE(thread_control::awaitHeld("pelto_looper"));
-    auto got = std::async(std::launch::async, [&] { return thread->getLooper(); });
-    thread_control::release("pelto_looper");
-    looper = got.get();
-    ASSERT_NE(nullptr, looper) << "waited for it";
+    looper = thread->getLooper();
     EXPECT_EQ(looper, thread->getLooper());
     EXPECT_FALSE(looper->getAllowNonCallbacks());
     std::promise<void> entered, goOn;
-    handler->then = [&](const PeltoMessage& message) {
-        if (message.what != 0) return;
+    then = [&](int what) {
+        if (what != 0) return;
         entered.set_value();
         goOn.get_future().wait();
     };
     post(0);
     entered.get_future().wait();
+    EXPECT_FALSE(looper->isPolling());
     post(1);
     postIn(kHour, 2);
     auto quit = std::async(std::launch::async, [&] { thread->quit(); });
     goOn.set_value();
     quit.get();
     post(3);
-    EXPECT_EQ((Codes{0, 1}), seen) << "the poll in progress delivers what is due";
+    EXPECT_EQ((std::vector<int>{0, 1}), seen) << "the poll in progress delivers what is due";
     EXPECT_EQ(3, handler->getStrongCount()) << "undelivered messages stay in the looper";
 }
 
-TEST_F(LooperTest, AQuitWakesAHandlerThread) {
+TEST_F(LooperTest, QuittingWakesAHandlerThread) {
     const sp<HandlerThread> thread = new HandlerThread();
     ASSERT_EQ(OK, thread->start("pelto_looper", 0, 0));
     while (!thread->getLooper()->isPolling()) std::this_thread::yield();
     thread->quit();
     EXPECT_FALSE(thread->isRunning());
-    thread->quit();
 }
 
-// Other threads change a batch that is being delivered: messages they remove are gone, earlier ones
-// they post come first. A nested poll delivers the rest of the batch.
-TEST_F(LooperTest, OtherThreadsMayChangeWhatIsDueNext) {
-    handler->then = [&](const PeltoMessage& message) {
-        EXPECT_TRUE(message.what != 3 || poll() == LOOPER_POLL_CALLBACK);
-        if (message.what != 1) return;
-        std::thread([&] {
-            looper->removeMessages(handler, 2);
-            looper->sendMessageAtTime(-1, handler, {10, ""});
-            looper->sendMessageAtTime(systemTime() + 1, handler, {11, ""});
-        }).join();
+// Full contention between the looper, a thread that removes the messages of `handler`, and two that
+// post: one of them to a handler that keeps its messages.
+TEST_F(LooperTest, DeliversInPostingOrderAndNothingThatWasRemoved) {
+    constexpr int kEach = 15000;
+    std::atomic<int> posted{0}, removed{0};
+    int kept = 0, least = 0;  // the numbers that may come next
+    const sp<Receiver> keeper = new Receiver([&](int number) {
+        EXPECT_EQ(kept, number);
+        return kept = number + 1;
+    });
+    then = [&](int number) {
+        EXPECT_GE(number, least);
+        least = std::max(number + 1, removed.load());
     };
-    for (int what = 1; what <= 5; ++what) post(what);
-    expectPoll({1, 10, 3, 4, 5});
+    const auto start = [](auto body) { return std::async(std::launch::async, body); };
+    const auto keeps = start([&] {
+        for (int i = 0; i < kEach; ++i) looper->sendMessage(keeper, {i, ""});
+    });
+    const auto posts = start([&] {
+        for (; posted < kEach; ++posted) {
+            post(posted);
+            postIn(kHour, 0);
+        }
+    });
+    const auto removes = start([&] {
+        while (removed < kEach) {
+            const int limit = posted;
+            looper->removeMessages(handler);
+            looper->removeMessages(keeper, -1);
+            removed = limit;
+        }
+    });
+    while (kept < kEach) poll(-1);
 }
 
-// Full contention; the messages of the first poster are never removed.
-TEST_F(LooperTest, PostersKeepTheirOrderAndWhatWasRemovedIsNotDeliveredLater) {
-    sim::Clock::get().release();
-    constexpr int kPosters = 3, kEach = 10000;
-    std::atomic<int> posted[kPosters] = {}, removed[kPosters] = {};
-    int least[kPosters] = {};  // the least number that may come next
-    handler->then = other->then = [&](const PeltoMessage& message) {
-        if (message.what < 0) return;
-        const int poster = message.what / kEach, number = message.what % kEach;
-        EXPECT_TRUE(poster == 0 ? number == least[0] : number >= least[poster]) << message.what;
-        least[poster] = std::max(number + 1, removed[poster].load());
+TEST_F(LooperTest, ReportsAWatchWithoutCallbackByItsIdentifier) {
+    int cookie, fd = -1, events = -1;
+    void* data = nullptr;
+    ASSERT_EQ(1, looper->addFd(bell.get(), 5, LOOPER_EVENT_INPUT, nullptr, &cookie));
+    ASSERT_EQ(1, looper->addFd(other.get(), 6, LOOPER_EVENT_OUTPUT, nullptr, nullptr));
+    // Both come from one wait, one a call.
+    EXPECT_EQ(5, looper->pollOnce(0, &fd, &events, &data));
+    EXPECT_TRUE(fd == bell.get() && events == LOOPER_EVENT_INPUT && data == &cookie);
+    EXPECT_EQ(1, looper->removeFd(other.get()));
+    EXPECT_EQ(6, looper->pollOnce(0, &fd, &events, &data));
+    EXPECT_TRUE(fd == other.get() && events == LOOPER_EVENT_OUTPUT && data == nullptr);
+    EXPECT_EQ(1, looper->removeFd(bell.get()));
+    EXPECT_EQ(0, looper->removeFd(bell.get()));
+    data = &cookie;
+    EXPECT_EQ(LOOPER_POLL_TIMEOUT, looper->pollOnce(0, &fd, &events, &data));
+    EXPECT_TRUE(fd == 0 && events == 0 && data == nullptr);
+}
+
+TEST_F(LooperTest, RefusesAWatchThatNobodyWouldHearOf) {
+    EXPECT_EQ(-1, looper->addFd(bell.get(), -1, LOOPER_EVENT_INPUT, nullptr, nullptr));
+    EXPECT_EQ(-1, watch(-1, [](int) { return 1; }));
+    looper = new PeltoLooper(false);
+    EXPECT_EQ(-1, looper->addFd(bell.get(), 5, LOOPER_EVENT_INPUT, nullptr, nullptr));
+    EXPECT_EQ(
+        "E Invalid attempt to set NULL callback with ident < 0.\n"
+        "E Error adding epoll events for fd -1: Bad file descriptor\n"
+        "E Invalid attempt to set NULL callback but not allowed for this looper.\n",
+        said(kTag));
+    EXPECT_EQ(INT32_MIN, requestSeqAfter(INT32_MAX));
+    EXPECT_EQ(0, requestSeqAfter(-2)) << "-1 is any watch";
+}
+
+TEST_F(LooperTest, CallsBackAtEachPollUntilTheCallbackSaysNoOrTheTimeIsUp) {
+    holdClock();
+    int calls = 0;
+    const auto call = [](int, int, void* data) {
+        sim::Clock::get().advance(60ms);
+        return ++*static_cast<int*>(data) % 6;
     };
-    std::vector<std::thread> threads;
-    for (int p = 0; p < kPosters; ++p) {
-        threads.emplace_back([&, p] {
-            for (int i = 0; i < kEach; ++i) {
-                looper->sendMessage(p == 0 ? other : handler, {p * kEach + i, ""});
-                postIn(kHour, -2);
-                posted[p] = i + 1;
-            }
+    ASSERT_EQ(1, looper->addFd(bell.get(), 7, LOOPER_EVENT_INPUT, call, &calls));
+    EXPECT_EQ(LOOPER_POLL_TIMEOUT, looper->pollAll(200, nullptr, nullptr, nullptr));
+    EXPECT_EQ(4, calls) << "at 60, 120, 180 and 240 ms";
+    EXPECT_EQ(LOOPER_POLL_TIMEOUT, looper->pollAll(0, nullptr, nullptr, nullptr));
+    EXPECT_EQ(6, calls);
+}
+
+TEST_F(LooperTest, AWatchAddedAgainReplacesTheOldOne) {
+    std::string calls;
+    const sp<PeltoLooperCallback> first = new Receiver([&](int) {
+        calls += "first ";
+        watch(bell.get(), [&](int events) { return calls += std::to_string(events), 0; });
+        return 0;  // ends the old watch, not the one just made
+    });
+    ASSERT_EQ(1, looper->addFd(bell.get(), 0, LOOPER_EVENT_INPUT, first, nullptr));
+    poll();
+    EXPECT_EQ(1, first->getStrongCount()) << "dropped right after its call";
+    poll();
+    poll();
+    EXPECT_EQ("first 1", calls);
+}
+
+TEST_F(LooperTest, RebuildsItsSetAfterADescriptorWasClosedAndClosesItsOwn) {
+    const auto open = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    };
+    const auto before = open();
+    const int number = bell.get();
+    int calls = 0;
+    ASSERT_EQ(1, watch(number, [](int) { return 1; }));
+    bell = sim::Fd();
+    bell = sim::Fd(eventfd(1, EFD_NONBLOCK));
+    ASSERT_EQ(number, bell.get()) << "its number is used again";
+    ASSERT_EQ(1, watch(number, [&](int) { return ++calls; }));
+    EXPECT_EQ(LOOPER_POLL_WAKE, poll()) << "the rebuild discards what its wait brought";
+    EXPECT_EQ(LOOPER_POLL_CALLBACK, poll());
+    EXPECT_EQ(1, calls);
+
+    bell = sim::Fd();
+    EXPECT_EQ(-1, watch(number, [](int) { return 1; }));
+    ASSERT_EQ(1, watch(other.get(), [&](int) { return other = sim::Fd(), 0; }));
+    EXPECT_EQ(LOOPER_POLL_CALLBACK, poll());
+    EXPECT_EQ(LOOPER_POLL_WAKE, poll(-1)) << "a callback closed its descriptor";
+    EXPECT_EQ(-1, looper->removeFd(number));
+    const std::string events = " epoll events for fd " + std::to_string(number);
+    const std::string error = ": Bad file descriptor\n";
+    EXPECT_EQ("E Error modifying" + events + error + "E Error adding" + events +
+                  " while rebuilding epoll set" + error + "E Error removing" + events + error,
+              said(kTag));
+    EXPECT_EQ(before - 2, open());
+    looper.clear();
+    EXPECT_EQ(before - 4, open()) << "its wake descriptor and its epoll set";
+}
+
+TEST_F(LooperTest, MessagesPrecedeCallbacksOfWhichNoneIsLostInANestedPoll) {
+    std::string order;
+    const sim::Fd third(eventfd(1, EFD_NONBLOCK));
+    watch(bell.get(), [&](int) { return poll(), order += "removed meanwhile", 1; });
+    for (const int fd : {other.get(), third.get()}) {
+        watch(fd, [&, fd](int) {
+            uint64_t counter;
+            return eventfd_read(fd, &counter), order += "nested, ", 1;
         });
     }
-    threads.emplace_back([&] {
-        while (posted[0] + posted[1] + posted[2] < kPosters * kEach) {
-            const int limits[] = {0, posted[1], posted[2]};
-            looper->removeMessages(handler);
-            for (int p = 0; p < kPosters; ++p) removed[p] = limits[p];
-        }
-        looper->sendMessage(other, {-1, ""});
-    });
-    while (seen.empty() || seen.back() != -1) {
-        const size_t before = seen.size();
-        const int result = poll(-1);
-        EXPECT_EQ(result == LOOPER_POLL_CALLBACK, seen.size() > before);
-    }
-    for (auto& thread : threads) thread.join();
-    EXPECT_EQ(kEach, least[0]) << "none lost";
+    then = [&](int) {
+        std::thread([&] { looper->removeFd(bell.get()); }).join();
+        order += "message, ";
+    };
+    post(1);
+    EXPECT_EQ(LOOPER_POLL_CALLBACK, poll());
+    EXPECT_EQ(LOOPER_POLL_TIMEOUT, poll());
+    EXPECT_EQ("message, nested, nested, removed meanwhile", order);
 }
 
 }  // namespace
