@@ -1,10 +1,11 @@
 // Clients that break the protocol cost their own connection, nothing else.
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <ipeltoservice/IPeltoNativeClient.h>
 #include <malloc.h>
+#include <sim/base/unix_socket.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 
 #include <cerrno>
 #include <deque>
@@ -59,63 +60,62 @@ Outgoing withObject(uint32_t code, ObjectEntry entry, const std::string& more = 
 
 class RawClient {
   public:
-    explicit RawClient(const std::string& path) : mSocket(socket(AF_UNIX, SOCK_STREAM, 0)) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-        EXPECT_EQ(0,
-                  connect(mSocket.get(), reinterpret_cast<sockaddr*>(&address), sizeof(address)));
+    explicit RawClient(const sim::Fd& folder, bool greets = true)
+        : mSocket(sim::connectSocket(folder, "test", SOCK_STREAM)) {
         const timeval timeout{std::chrono::seconds(kTimeout).count(), 0};
         setsockopt(mSocket.get(), SOL_SOCKET, SO_RCVTIMEO, &timeout, sizeof(timeout));
+        if (greets) send(frame(HELLO, 0, kVersion));
     }
 
     void send(const std::string& bytes) {
         ::send(mSocket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
     }
-    void greet() { send(frame(HELLO, 0, kVersion)); }
     void halfClose() { shutdown(mSocket.get(), SHUT_WR); }
 
-    bool receive(void* bytes, size_t size) {
-        const ssize_t count = size > 0 ? recv(mSocket.get(), bytes, size, MSG_WAITALL) : 0;
-        if (count == static_cast<ssize_t>(size)) return true;
-        mEnded = count >= 0 || errno != EAGAIN;
-        return false;
-    }
     // Waits for the next frame of that kind; skips its data.
     FrameHeader next(uint32_t kind) {
         FrameHeader header{};
-        while (receive(&header, kHeader)) {
+        while (recv(mSocket.get(), &header, kHeader, MSG_WAITALL) == ssize_t{kHeader}) {
             std::string rest(header.size, 0);
-            if (!receive(&rest[0], rest.size())) break;
+            if (!rest.empty()) recv(mSocket.get(), &rest[0], rest.size(), MSG_WAITALL);
             if (header.kind == kind) return header;
         }
         return FrameHeader{};
     }
     // Whether it is accepted and served.
     bool served() {
-        greet();
         send(frame(CALL, 0, IBinder::PING_TRANSACTION));
         return next(REPLY).callId == 1;
     }
     // Whether the other side closes the connection.
     bool ended() {
-        char c;
-        while (receive(&c, 1)) {
+        char block[4096];
+        ssize_t count;
+        while ((count = recv(mSocket.get(), block, sizeof(block), 0)) > 0) {
         }
-        return mEnded;
+        return count == 0 || errno != EAGAIN;
     }
 
   private:
     sim::Fd mSocket;
-    bool mEnded = false;
 };
 
 class AttackTest : public BinderTest {
   protected:
+    void SetUp() override {
+        BinderTest::SetUp();
+        publishAndServe();
+        mFolder = sim::Fd(open((phone().runDir() + "/services").c_str(), O_PATH | O_CLOEXEC));
+    }
+    void TearDown() override {
+        EXPECT_TRUE(echoes(mRemote)) << "the others are served";
+        BinderTest::TearDown();
+    }
     static std::string endedLine(const std::string& reason) {
         return "connection to process " + std::to_string(getpid()) + " ended: " + reason;
     }
-    void expectServing() { EXPECT_TRUE(echoes(mRemote)); }
+
+    sim::Fd mFolder;  // of the sockets
 };
 
 // Bytes that a client sends after, or instead of, its handshake.
@@ -127,7 +127,6 @@ const struct {
     {"bad magic", "GET / HTTP/1.1\r\nHost: nobody here at all\r\n\r\n", false},
     {"no greeting of our version", frame(HELLO, 0, kVersion + 1), false},
     {"a second greeting", frame(HELLO, 0, kVersion)},
-    {"bad size", kCall.with(&FrameHeader::size, UINT32_MAX)},
     {"bad size", kCall.with(&FrameHeader::size, uint32_t{kMaxPayload + 4})},
     {"bad size", kCall.with(&FrameHeader::size, 3u)},
     {"bad size", kCall.with(&FrameHeader::objectCount, 1u)},
@@ -148,42 +147,34 @@ const struct {
     {"the other side ended within a frame", std::string(kCall).substr(0, 4)},
 };
 
-TEST_F(AttackTest, whoBreaksTheRulesLosesItsConnectionWithOneLine) {
-    publishAndServe();
+TEST_F(AttackTest, EndsAConnectionThatBreaksTheProtocolWithOneLine) {
     size_t attacks = 0;
     for (const auto& attack : kAttacks) {
-        RawClient client(socketPath());
-        if (attack.greets) client.greet();
+        RawClient client(mFolder, attack.greets);
         client.send(attack.bytes);
         client.halfClose();
         EXPECT_TRUE(client.ended()) << attack.reason;
         ASSERT_EQ(++attacks, logLines("Binder").size()) << attack.reason;
         EXPECT_EQ(endedLine(attack.reason), logLines("Binder").back());
     }
-    expectServing();
     EXPECT_EQ(0, mService->notes());
 }
 
-TEST_F(AttackTest, repliesThatAreNotReadEndTheConnection) {
-    publishAndServe();
-    RawClient client(socketPath());
-    client.greet();
+TEST_F(AttackTest, EndsAConnectionThatDoesNotTakeItsReplies) {
+    RawClient client(mFolder);
     for (size_t i = 0; i < 8; ++i) {
         client.send(frame(CALL, 0, TestService::ECHO, std::string(kMaxPayload, 'x')));
     }
     EXPECT_TRUE(waitLogged(ANDROID_LOG_WARN, "Binder", endedLine("it does not take its replies")));
     EXPECT_TRUE(client.ended());
     EXPECT_EQ(1u, logLines("Binder").size());
-    expectServing();
 }
 
 // While a thread waits for a reply of the client, reading goes on past a full backlog: calls
 // that do not fit are refused, and the reply behind them arrives.
-TEST_F(AttackTest, aFloodBeforeAReplyIsCutAndTheReplyArrives) {
+TEST_F(AttackTest, CutsAFloodBeforeAReplyWhichArrives) {
     ProcessState::self()->setThreadPoolMaxThreadCount(0);
-    publishAndServe();
-    RawClient client(socketPath());
-    client.greet();
+    RawClient client(mFolder);
     Parcel text;
     text.writeString8(String8("hello"));
     client.send(withObject(TestService::CALL_BACK, {0, SENDER, 9}, bytesOf(text)));
@@ -203,14 +194,13 @@ TEST_F(AttackTest, aFloodBeforeAReplyIsCutAndTheReplyArrives) {
     EXPECT_EQ(std::vector<std::string>{"calls of process " + std::to_string(getpid()) +
                                        " are dropped: too many wait"},
               logLines("Binder"));
-    expectServing();  // by the only thread, after the calls that were accepted
+    EXPECT_TRUE(echoes(mRemote)) << "by the only thread, after the calls that were accepted";
     EXPECT_GE(mService->notes(), 1);
     EXPECT_LT(mService->notes(), static_cast<int32_t>(kTooMany));
 }
 
 // Also one that died in the middle of a big frame.
-TEST_F(AttackTest, aClientThatDiedCostsLittleAndIsTold) {
-    publishAndServe();
+TEST_F(AttackTest, ADeadClientIsNotifiedAndCostsLittle) {
     constexpr size_t kClients = 32;
     std::string cut = frame(CALL, 0, 0, std::string(kMaxPayload, 'x'));
     cut.resize(cut.size() - 4);
@@ -218,8 +208,7 @@ TEST_F(AttackTest, aClientThatDiedCostsLittleAndIsTold) {
     const auto inUse = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
     size_t before = 0;
     for (size_t i = 0; i <= kClients; ++i) {
-        RawClient client(socketPath());
-        client.greet();
+        RawClient client(mFolder);
         client.send(withObject(TestService::KEEP, {0, SENDER, 1}));
         ASSERT_EQ(1u, client.next(REPLY).callId);
         dead.push_back(interface_cast<IPeltoNativeClient>(mService->kept()));
@@ -232,59 +221,46 @@ TEST_F(AttackTest, aClientThatDiedCostsLittleAndIsTold) {
         if (i == 0) before = inUse();
     }
     EXPECT_LT(inUse(), before + kClients * 4096);
-    expectServing();
 }
 
-TEST_F(AttackTest, aClientHasSoManyLiveObjectsAndTheNextCallWithOneFails) {
-    publishAndServe();
-    sp<IBinder> back;
-    bool again;
+TEST_F(AttackTest, BoundsTheLiveObjectsOfAClient) {
     std::vector<sp<IBinder>> kept;
-    const auto give = [&](const sp<IBinder>& object) {
-        const status_t status = keep(object, &back, &again);
-        if (status == OK) kept.push_back(mService->kept());
-        return status;
-    };
-    for (size_t i = 0; i < Connection::kMaxProxies; ++i)
-        ASSERT_EQ(OK, give(sp<TestService>::make()));
-    const sp<IBinder> first = back, more = sp<TestService>::make();
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(FAILED_TRANSACTION, give(more));
-    EXPECT_EQ(OK, give(first)) << "what it has already";
+    sp<IBinder> last, more = sp<TestService>::make();
+    while (kept.size() < Connection::kMaxProxies) {
+        ASSERT_EQ(OK, keep(last = sp<TestService>::make()));
+        kept.push_back(mService->kept());
+    }
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(FAILED_TRANSACTION, keep(more));
+    EXPECT_EQ(OK, keep(last)) << "what it has already";
     EXPECT_EQ(1u, logLines("Binder").size()) << logLines("Binder").front();
     const auto deadline = std::chrono::steady_clock::now() + kTimeout;
     while (more->getStrongCount() > 1) ASSERT_LT(std::chrono::steady_clock::now(), deadline);
-    expectServing();
     kept.erase(kept.begin());
-    EXPECT_EQ(OK, give(more));
+    EXPECT_EQ(OK, keep(more));
 }
 
-TEST_F(AttackTest, aSilentCrowdGivesWayAndAGreetedOneIsBounded) {
-    publishAndServe();
-    expectServing();  // completes a handshake
+TEST_F(AttackTest, EvictsSilentClientsAndRefusesOnesPastTheBound) {
+    EXPECT_TRUE(echoes(mRemote));  // completes a handshake
     constexpr size_t kPlaces = 64;
     const rlimit few{4 * kPlaces, 4 * kPlaces};
     ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &few));
     std::deque<RawClient> silent, greeted;
-    for (size_t i = 0; i < kPlaces; ++i) silent.emplace_back(socketPath());
+    for (size_t i = 0; i < kPlaces; ++i) silent.emplace_back(mFolder, false);
     EXPECT_TRUE(silent.front().ended());
     for (size_t i = 1; i < kPlaces; ++i) {
-        ASSERT_TRUE(greeted.emplace_back(socketPath()).served());
+        ASSERT_TRUE(greeted.emplace_back(mFolder).served());
     }
     EXPECT_TRUE(silent.back().ended());
-    EXPECT_FALSE(RawClient(socketPath()).served());
-    EXPECT_FALSE(RawClient(socketPath()).served());
+    for (int i = 0; i < 2; ++i) EXPECT_FALSE(RawClient(mFolder).served());
     EXPECT_EQ("test refuses more clients: all places taken", logLines("Binder").back());
     EXPECT_EQ(kPlaces + 1, logLines("Binder").size());
-    expectServing();
     greeted.pop_back();
-    bool in = false;
-    for (int i = 0; i < 1000 && !in; ++i) in = RawClient(socketPath()).served();
-    EXPECT_TRUE(in);
+    while (!RawClient(mFolder).served()) {
+    }
 }
 
-TEST_F(AttackTest, withoutDescriptorsNobodyIsLetInUntilSomeAreFree) {
-    publishAndServe();
-    auto guest = std::make_unique<RawClient>(socketPath());
+TEST_F(AttackTest, AcceptsNobodyWhileDescriptorsAreShort) {
+    auto guest = std::make_unique<RawClient>(mFolder);
     ASSERT_TRUE(guest->served());
     const rlimit few{64, 64};
     ASSERT_EQ(0, setrlimit(RLIMIT_NOFILE, &few));
@@ -293,10 +269,10 @@ TEST_F(AttackTest, withoutDescriptorsNobodyIsLetInUntilSomeAreFree) {
         taken.emplace_back(dup(STDERR_FILENO));
     } while (taken.back().valid());
     taken.resize(taken.size() - 2);  // frees one, for the client's end
-    RawClient late(socketPath());
+    RawClient late(mFolder);
     ASSERT_TRUE(waitLogged(ANDROID_LOG_ERROR, "Binder",
                            "test lets nobody in for now: Too many open files"));
-    expectServing();
+    EXPECT_TRUE(echoes(mRemote));
     taken.clear();
     guest.reset();
     EXPECT_TRUE(late.served());

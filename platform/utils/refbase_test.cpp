@@ -66,46 +66,22 @@ TEST(RefBaseTest, WithLifetimeExtendedTheLastWeakReferenceDecides) {
     EXPECT_EQ("first last-strong destroyed ", log) << "without weak references";
 }
 
-// Holds itself weakly, and so survives losing its last strong reference during construction.
-class Started : public Subject {
-  public:
-    explicit Started(std::string* log) : Subject(log, true), mSelf(this) {
-        sp<Started>(this).clear();
-        mBuilt = true;
-    }
-
-  protected:
-    void onLastStrongRef(const void*) override {
-        if (mBuilt) mSelf.clear();
-    }
-
-  private:
-    bool mBuilt = false;
-    wp<Started> mSelf;
-};
-
-TEST(RefBaseTest, AnObjectCanOutliveReferencesTakenInItsConstructor) {
-    std::string log;
-    sp<Started> started = new Started(&log);
-    EXPECT_EQ("first ", log);
-    started.clear();
-    EXPECT_EQ("first destroyed ", log);
-}
-
 TEST(RefBaseTest, CountsAreExactUnderThreads) {
     for (int round = 0; round < 20; ++round) {
         std::string log;
         const wp<Subject> weak(new Subject(&log));
         const sp<Subject> keep = round % 2 == 0 ? weak.promote() : nullptr;
         std::atomic<int> promoted{0};
-        const auto promote = [&] {
-            for (int i = 0; i < 100; ++i) {
-                const sp<Subject> strong = weak.promote(), copy = strong;
-                if (copy != nullptr) ++promoted;
-            }
-        };
-        std::thread one(promote), two(promote), three(promote);
-        one.join(), two.join(), three.join();
+        std::vector<std::thread> threads;
+        for (int thread = 0; thread < 3; ++thread) {
+            threads.emplace_back([&] {
+                for (int i = 0; i < 100; ++i) {
+                    const sp<Subject> strong = weak.promote(), copy = strong;
+                    if (copy != nullptr) ++promoted;
+                }
+            });
+        }
+        for (std::thread& thread : threads) thread.join();
         // Without an owner, the first drop to zero destroys it, exactly once.
         EXPECT_EQ(keep != nullptr ? "first " : "first last-strong destroyed ", log);
         EXPECT_TRUE(keep == nullptr || promoted == 300) << promoted;

@@ -1,13 +1,17 @@
+#include <gmock/gmock.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
+
+#include <filesystem>
 
 #include "sim/base/fd.h"
 #include "sim/control/server.h"
+#include "sim/kernel/display_kernel.h"
 #include "tests/support/phone_fixture.h"
 
 namespace sim {
 namespace {
 
+namespace fs = std::filesystem;
 using Texts = std::vector<std::string>;
 
 class ControlTest : public PhoneTest {
@@ -37,26 +41,21 @@ TEST_F(ControlTest, AnswersOrSaysInOneLineWhyNot) {
     EXPECT_EQ(path + ": nobody serves this phone", request({"echo"}));
     serve();
     EXPECT_EQ(joinTexts({"ok:a", "", "b c\n"}), request({"echo", "a", "", "b c\n"}));
-    EXPECT_EQ(1u, controlRequest(phone().folder(), {"echo", ""}).texts.size());
-    EXPECT_EQ(0u, controlRequest(phone().folder(), {"echo"}).texts.size());
     EXPECT_EQ("ok:" + mLongest, request({"echo", mLongest}));
     // Behind "ok" and a NUL: one full datagram, one byte more, and the longest reply.
     for (const size_t size : {65533, 65534, (4 << 20) - 3})
         EXPECT_EQ("ok:" + std::string(size, 'x'), request({"big", std::to_string(size)}));
     EXPECT_EQ("error:the answer is too long", request({"big", "4194302"}));
-    EXPECT_EQ("error:stoul", request({"big", "words"}));
     EXPECT_EQ("error:there is no command 'x'", request({"x", "y"}));
     EXPECT_EQ("no command is named", request({""}));
     EXPECT_EQ("an argument of 'echo' holds a NUL", request({"echo", std::string(1, '\0')}));
     EXPECT_EQ("the arguments of 'echo' are too long", request({"echo", mLongest + "x"}));
     EXPECT_FALSE(phone().control().serve());
     EXPECT_TRUE(logged(ANDROID_LOG_ERROR, "sim_control", path + ": is served already"));
-    struct stat status {};
-    ASSERT_EQ(0, stat(path.c_str(), &status));
-    EXPECT_EQ(0600u, status.st_mode & 07777u);
+    EXPECT_EQ(fs::perms(0600), fs::status(path).permissions());
 }
 
-TEST_F(ControlTest, HostileAndIdleClientsKeepNobodyWaiting) {
+TEST_F(ControlTest, DropsHostileClientsAndEvictsTheOldest) {
     serve();
     for (const std::string& bytes : {std::string("\0echo", 5), mLongest + mLongest}) {
         const Fd client = connectToControl(phone().runDir());
@@ -72,6 +71,26 @@ TEST_F(ControlTest, HostileAndIdleClientsKeepNobodyWaiting) {
         others.push_back(connectToControl(phone().runDir()));
     send(others.back().get(), "big\0004000000", 11, 0);  // more than its socket holds, never read
     EXPECT_EQ("ok:a", request({"echo", "a"})) << "in the place of the oldest";
+}
+
+TEST_F(ControlTest, CommandsRefuseWrongArguments) {
+    const auto refuse = [&](const char* why, const std::vector<std::string>& commands) {
+        for (const std::string& command : commands)
+            EXPECT_THAT(tell(command), testing::StartsWith(why)) << command;
+    };
+    refuse("nobody ", {"audio 0 1", "display 7 a@@b"});
+    refuse("usage: audio CMD TEXT", {"audio 1"});
+    refuse("'", {"audio 1x text", "audio-raw 00f", "audio-answer maybe"});
+    refuse("gpu: ", {"gpu", "gpu crash", "gpu fault --size", "gpu fault --size 67108865",
+                     "gpu fault --size -1", "gpu fault --after 1", "gpu vanish --after x",
+                     "gpu unreadable x", "gpu short-reads", "gpu appear x"});
+    refuse("fault: ", {"fault", "fault disk", "fault program dmesg fail 0",
+                       "fault program dmesg fail 256", "fault reports take more"});
+    EXPECT_EQ("gpu: --hash is too long", tell("gpu fault --hash " + std::string(4097, 'h')));
+    const auto channel = phone().displayKernel().open();
+    for (size_t i = 0; i < DisplayChannel::kMaxRecords; ++i)
+        EXPECT_EQ("ok", tell("display 7 a@@b"));
+    EXPECT_EQ("the queue is full", tell("display 7 a@@b"));
 }
 
 }  // namespace

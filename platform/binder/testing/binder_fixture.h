@@ -4,6 +4,7 @@
 #include <binder/ProcessState.h>
 #include <binder/transport/binder_process.h>
 
+#include <future>
 #include <string>
 
 #include "platform/binder/testing/test_service.h"
@@ -27,17 +28,23 @@ class BinderTest : public PhoneTest {
     sp<IBinder> find(const char* name) {
         return defaultServiceManager()->getService(String16(name));
     }
-    std::string socketPath() { return phone().runDir() + "/services/test"; }
 
-    // Gives the service an object to keep; `back` is the object it returns, `again` whether it had
-    // it.
-    status_t keep(const sp<IBinder>& object, sp<IBinder>* back, bool* again) {
+    // Gives the service an object to keep and checks that it comes back.
+    status_t keep(const sp<IBinder>& object) {
         Parcel data, reply;
         data.writeStrongBinder(object);
         const status_t status = mRemote->transact(TestService::KEEP, data, &reply);
-        *back = reply.readStrongBinder();
-        *again = reply.readBool();
+        EXPECT_TRUE(status != OK || reply.readStrongBinder() == object);
         return status;
+    }
+    // Calls WAIT on another thread, which ends with the call's status.
+    std::future<status_t> waiting(const sp<IBinder>& service) {
+        return std::async(std::launch::async, [service] {
+            Parcel data, reply;
+            const status_t status = service->transact(TestService::WAIT, data, &reply);
+            EXPECT_TRUE(status != OK || reply.readInt32() == getpid());
+            return status;
+        });
     }
 
     const sp<TestService> mService = sp<TestService>::make();

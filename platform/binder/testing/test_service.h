@@ -42,7 +42,7 @@ class TestService : public BBinder {
         ECHO = FIRST_CALL_TRANSACTION,  // bytes: the same bytes
         NOTE,                           // int32: counted, and its order checked
         NOTED,                          // int32: as noted()
-        KEEP,                           // object to keep: the object, whether it was kept already
+        KEEP,                           // object to keep: the object
         CALL_BACK,                      // object, text: the answer of the object's ECHO
         WAIT,                           // none; answers the caller's pid once released
     };
@@ -109,8 +109,8 @@ class TestService : public BBinder {
         sp<IBinder> object;
         const status_t status = data.readStrongBinder(&object);
         if (status != OK) return status;
-        reply->writeStrongBinder(object);
-        return reply->writeBool(keep(object) == object);
+        keep(object);
+        return reply->writeStrongBinder(object);
     }
 
     static status_t callBack(const Parcel& data, Parcel* reply) {
