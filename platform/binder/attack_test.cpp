@@ -170,6 +170,21 @@ TEST_F(AttackTest, EndsAConnectionThatDoesNotTakeItsReplies) {
     EXPECT_EQ(1u, logLines("Binder").size());
 }
 
+TEST_F(AttackTest, AClientThatDoesNotReadCostsFailedCallsAlone) {
+    RawClient client(mFolder);
+    client.send(withObject(TestService::KEEP, {0, SENDER, 9}));
+    ASSERT_EQ(1u, client.next(REPLY).callId);
+    const sp<IBinder> proxy = mService->kept();
+    int32_t sent = 0;
+    while (note(proxy, sent, 1024) == OK) ASSERT_LT(++sent, 10000);
+    EXPECT_TRUE(echoes(mRemote));
+    EXPECT_TRUE(proxy->isBinderAlive());
+    // Once it reads, it receives every call that was accepted, and new ones.
+    for (int32_t i = 0; i < sent; ++i) ASSERT_EQ(9u, client.next(CALL).handle);
+    EXPECT_EQ(OK, note(proxy, sent));
+    EXPECT_EQ(9u, client.next(CALL).handle);
+}
+
 // While a thread waits for a reply of the client, reading goes on past a full backlog: calls
 // that do not fit are refused, and the reply behind them arrives.
 TEST_F(AttackTest, CutsAFloodBeforeAReplyWhichArrives) {

@@ -60,6 +60,7 @@ TEST_F(PeltoInterfaceTest, TheSevenOperationsArriveInSlotOrder) {
     EXPECT_CALL(*mService, setEventToNative(String8(), String8("info")));
     EXPECT_CALL(*mService, setDebugLog(false));
     const sp<IPeltoService> service = interface_cast<IPeltoService>(mRemote);
+    EXPECT_EQ(IPeltoService::descriptor, mRemote->getInterfaceDescriptor());
     EXPECT_EQ(17, service->registerNativeClient(nullptr));
     service->notifyVideoStutter(String8("detector"), -3);
     service->updateSFStateFlag(true);
@@ -133,7 +134,7 @@ TEST_F(PeltoInterfaceTest, UploadsArriveInOrderAndFindTheServiceThatCameBack) {
     upload.setEvent(String8("early"), String8());
     EXPECT_EQ(1u, failures());
     {
-        Peer before(phone(), "serve", kPeltoServiceName);
+        Peer before(phone(), kPeltoServiceName);
         upload.setEvent(String8("type"), String8("to the first"));
     }
     ASSERT_EQ(OK, defaultServiceManager()->addService(String16(kPeltoServiceName), mService));

@@ -48,11 +48,12 @@ TEST(ThreadTest, RepeatsUntilTheLoopSaysNo) {
     worker->ready = NO_INIT;
     ASSERT_EQ(OK, worker->run("unready"));
     EXPECT_EQ(NO_INIT, worker->join());
-    thread_control::refuse("refused");
-    EXPECT_EQ(UNKNOWN_ERROR, worker->run("refused"));
     EXPECT_EQ(6, passes);
-    EXPECT_FALSE(worker->isRunning());
-    EXPECT_EQ(1, worker->getStrongCount());
+    thread_control::refuse("refused");
+    const sp<Worker> refused = new Worker([] { return false; });
+    EXPECT_EQ(UNKNOWN_ERROR, refused->run("refused"));
+    EXPECT_FALSE(refused->isRunning());
+    EXPECT_EQ(1, refused->getStrongCount());
 }
 
 TEST(ThreadTest, RunsFromRunOnAndEndsOnRequest) {

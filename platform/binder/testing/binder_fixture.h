@@ -51,11 +51,10 @@ class BinderTest : public PhoneTest {
     sp<IBinder> mRemote;
 };
 
-// Another process on the same phone, in a role of test_peer.cpp.
+// Another process on the same phone: test_peer.cpp.
 class Peer : public Program {
   public:
-    Peer(sim::Phone& phone, const char* role, const char* name)
-        : Program({BINDER_TEST_PEER, phone.folder(), role, name}) {
+    Peer(sim::Phone& phone, const char* name) : Program({BINDER_TEST_PEER, phone.folder(), name}) {
         EXPECT_EQ("up", line());
     }
 };

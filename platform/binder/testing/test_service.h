@@ -41,16 +41,10 @@ class TestService : public BBinder {
     enum : uint32_t {
         ECHO = FIRST_CALL_TRANSACTION,  // bytes: the same bytes
         NOTE,                           // int32: counted, and its order checked
-        NOTED,                          // int32: as noted()
         KEEP,                           // object to keep: the object
         CALL_BACK,                      // object, text: the answer of the object's ECHO
         WAIT,                           // none; answers the caller's pid once released
     };
-
-    const String16& getInterfaceDescriptor() const override {
-        static const String16& name = *new String16("pelto.test");
-        return name;
-    }
 
     // Waits for `count` notes; whether they came in time and in the order 0, 1, 2...
     bool noted(int32_t count) {
@@ -81,8 +75,6 @@ class TestService : public BBinder {
                 return reply->write(data.data(), data.dataSize());
             case NOTE:
                 return note(data.readInt32());
-            case NOTED:
-                return reply->writeBool(noted(data.readInt32()));
             case KEEP:
                 return keep(data, reply);
             case CALL_BACK:
