@@ -214,7 +214,7 @@ TEST_F(AttackTest, CutsAFloodBeforeAReplyWhichArrives) {
     EXPECT_LT(mService->notes(), static_cast<int32_t>(kTooMany));
 }
 
-// Also one that died in the middle of a big frame.
+// Each dies in the middle of a big frame.
 TEST_F(AttackTest, ADeadClientIsNotifiedAndCostsLittle) {
     constexpr size_t kClients = 32;
     std::string cut = frame(CALL, 0, 0, std::string(kMaxPayload, 'x'));

@@ -76,7 +76,8 @@ class TestService : public BBinder {
             case NOTE:
                 return note(data.readInt32());
             case KEEP:
-                return keep(data, reply);
+                keep(data.readStrongBinder());
+                return reply->writeStrongBinder(kept());
             case CALL_BACK:
                 return callBack(data, reply);
             case WAIT:
@@ -97,20 +98,11 @@ class TestService : public BBinder {
         return OK;
     }
 
-    status_t keep(const Parcel& data, Parcel* reply) {
-        sp<IBinder> object;
-        const status_t status = data.readStrongBinder(&object);
-        if (status != OK) return status;
-        keep(object);
-        return reply->writeStrongBinder(object);
-    }
-
     static status_t callBack(const Parcel& data, Parcel* reply) {
-        Parcel forward, answer;
+        Parcel forward;
         const sp<IBinder> object = data.readStrongBinder();
         forward.writeString8(data.readString8());
-        const status_t status = object->transact(ECHO, forward, &answer);
-        return status == OK ? reply->writeString8(answer.readString8()) : status;
+        return object->transact(ECHO, forward, reply);
     }
 
     std::mutex mMutex;
