@@ -8,6 +8,7 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <cstring>
 #include <deque>
 
 #include "platform/binder/testing/binder_fixture.h"
@@ -19,43 +20,36 @@ using namespace transport;
 
 constexpr size_t kHeader = sizeof(FrameHeader);
 
-// The bytes of a frame, with a header that tests can change.
-struct Outgoing {
-    FrameHeader header;
-    std::string rest;
-
-    operator std::string() const {
-        return std::string(reinterpret_cast<const char*>(&header), kHeader) + rest;
-    }
-    // A copy with one header field replaced.
-    template <typename T>
-    Outgoing with(T FrameHeader::*field, T value) const {
-        Outgoing changed = *this;
-        changed.header.*field = value;
-        return changed;
-    }
-};
-
-Outgoing frame(uint32_t kind, uint32_t handle = 0, uint32_t code = 0,
-               const std::string& data = "") {
+std::string frame(uint32_t kind, uint32_t handle = 0, uint32_t code = 0,
+                  const std::string& data = "") {
     const uint32_t size = static_cast<uint32_t>(data.size());
-    return {{kMagic, size, kind, 0, kind == CALL ? 1u : 0u, handle, code, 0, 0}, data};
+    const FrameHeader header{kMagic, size, kind, 0, kind == CALL ? 1u : 0u, handle, code, 0, 0};
+    return std::string(reinterpret_cast<const char*>(&header), kHeader) + data;
 }
 
-const Outgoing kCall = frame(CALL);
+// The frame with one field of its header replaced.
+template <typename T>
+std::string with(std::string frame, T FrameHeader::*field, T value) {
+    FrameHeader header;
+    memcpy(&header, frame.data(), kHeader);
+    header.*field = value;
+    memcpy(&frame[0], &header, kHeader);
+    return frame;
+}
+
+const std::string kCall = frame(CALL);
 
 std::string bytesOf(const Parcel& parcel) {
     return std::string(reinterpret_cast<const char*>(parcel.data()), parcel.dataSize());
 }
 
 // A call that carries an object, as a sound parcel would.
-Outgoing withObject(uint32_t code, ObjectEntry entry, const std::string& more = "") {
+std::string withObject(uint32_t code, ObjectEntry entry, const std::string& more = "") {
     Parcel parcel;
     parcel.writeStrongBinder(sp<TestService>::make());
     const std::string table(reinterpret_cast<const char*>(&entry), sizeof(entry));
-    Outgoing out = frame(CALL, 0, code, table + bytesOf(parcel) + more);
-    out.header.objectCount = 1;
-    return out;
+    return with(frame(CALL, 0, code, table + bytesOf(parcel) + more), &FrameHeader::objectCount,
+                1u);
 }
 
 class RawClient {
@@ -127,13 +121,13 @@ const struct {
     {"bad magic", "GET / HTTP/1.1\r\nHost: nobody here at all\r\n\r\n", false},
     {"no greeting of our version", frame(HELLO, 0, kVersion + 1), false},
     {"a second greeting", frame(HELLO, 0, kVersion)},
-    {"bad size", kCall.with(&FrameHeader::size, uint32_t{kMaxPayload + 4})},
-    {"bad size", kCall.with(&FrameHeader::size, 3u)},
-    {"bad size", kCall.with(&FrameHeader::objectCount, 1u)},
-    {"too many objects", kCall.with(&FrameHeader::objectCount, UINT32_MAX)},
+    {"bad size", with(kCall, &FrameHeader::size, uint32_t{kMaxPayload + 4})},
+    {"bad size", with(kCall, &FrameHeader::size, 3u)},
+    {"bad size", with(kCall, &FrameHeader::objectCount, 1u)},
+    {"too many objects", with(kCall, &FrameHeader::objectCount, UINT32_MAX)},
     {"unknown kind of frame", frame(77)},
-    {"unknown flags", kCall.with(&FrameHeader::flags, 2u)},
-    {"a call id that does not fit its flags", kCall.with(&FrameHeader::flags, 1u)},
+    {"unknown flags", with(kCall, &FrameHeader::flags, 2u)},
+    {"a call id that does not fit its flags", with(kCall, &FrameHeader::flags, 1u)},
     {"data where none belong", frame(RELEASE, 0, 1, "data")},
     {"a call to an object it was not given", frame(CALL, 4711)},
     {"a reply to no call", frame(REPLY)},
@@ -144,7 +138,7 @@ const struct {
     {"an object of nobody's", withObject(TestService::KEEP, {0, 2, 1})},
     {"an object it was not given", withObject(TestService::KEEP, {0, RECEIVER, 4711})},
     {"an object it cannot have", withObject(TestService::KEEP, {0, SENDER, 0})},
-    {"the other side ended within a frame", std::string(kCall).substr(0, 4)},
+    {"the other side ended within a frame", kCall.substr(0, 4)},
 };
 
 TEST_F(AttackTest, EndsAConnectionThatBreaksTheProtocolWithOneLine) {
@@ -196,13 +190,13 @@ TEST_F(AttackTest, CutsAFloodBeforeAReplyWhichArrives) {
     const FrameHeader callBack = client.next(CALL);
     ASSERT_EQ(9u, callBack.handle);
     constexpr size_t kTooMany = Connection::kMaxBacklog / kMaxPayload + 1;
-    Outgoing big = frame(CALL, 0, TestService::NOTE, std::string(kMaxPayload, 'x'));
-    const Outgoing oneWay =
-        big.with(&FrameHeader::flags, 1u).with(&FrameHeader::callId, uint64_t{0});
+    const std::string big = frame(CALL, 0, TestService::NOTE, std::string(kMaxPayload, 'x'));
+    const std::string oneWay =
+        with(with(big, &FrameHeader::flags, 1u), &FrameHeader::callId, uint64_t{0});
     for (size_t i = 0; i < kTooMany + 2; ++i) client.send(oneWay);
-    client.send(big.with(&FrameHeader::callId, uint64_t{2}));
+    client.send(with(big, &FrameHeader::callId, uint64_t{2}));
     EXPECT_EQ(FAILED_TRANSACTION, client.next(REPLY).status);
-    client.send(frame(REPLY).with(&FrameHeader::callId, callBack.callId));
+    client.send(with(frame(REPLY), &FrameHeader::callId, callBack.callId));
     const FrameHeader result = client.next(REPLY);
     EXPECT_EQ(1u, result.callId);
     EXPECT_EQ(OK, result.status);

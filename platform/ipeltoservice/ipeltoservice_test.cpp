@@ -139,7 +139,7 @@ TEST_F(PeltoInterfaceTest, UploadsArriveInOrderAndFindTheServiceThatCameBack) {
     }
     ASSERT_EQ(OK, defaultServiceManager()->addService(String16(kPeltoServiceName), mService));
     // No thread executes calls yet; sending does not wait for one.
-    constexpr int kCalls = 500;
+    constexpr int kCalls = 200;
     int next = 0;
     Latch last;
     EXPECT_CALL(*mService, setEvent(String8("type"), _))

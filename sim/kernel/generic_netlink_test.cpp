@@ -97,7 +97,6 @@ TEST_F(GenericNetlinkTest, SendsThePacketsOfTheModuleOnceItIsRegistered) {
 TEST_F(GenericNetlinkTest, RefusesAsTheKernelDoes) {
     const std::pair<const char*, std::string> cases[] = {
         // the request and the error answered
-        {"24000000 1000", ""},
         {"10000000 1000 0000 00000000 00000000", ""},
         {"10000000 1000 0100 00000000 00000000", "eaffffff"},
         {"14000000 1000 0100 00000000 00000000 09010000", "a1ffffff"},
