@@ -13,11 +13,15 @@ namespace {
 
 using transport::kMaxPayload;
 
-TEST_F(BinderTest, CallsArriveAndResultsComeBack) {
+TEST_F(BinderTest, CallsArriveAndNestAndResultsComeBack) {
     publishAndServe();
     EXPECT_TRUE(echoes(mRemote));
     EXPECT_EQ(OK, mRemote->pingBinder());
-    Parcel data, reply;
+    Parcel nested, data, reply;
+    nested.writeStrongBinder(sp<TestService>::make());
+    nested.writeString8(String8("there and back"));
+    EXPECT_EQ(OK, mRemote->transact(TestService::CALL_BACK, nested, &reply));
+    EXPECT_EQ(String8("there and back"), reply.readString8());
     EXPECT_EQ(UNKNOWN_TRANSACTION, mRemote->transact(4711, data, &reply));
     EXPECT_EQ(0u, reply.dataSize());
     EXPECT_EQ(mService, find("test"));
@@ -57,19 +61,6 @@ TEST_F(BinderTest, OneObjectIsOneProxyAndComesHomeAsItself) {
     EXPECT_EQ(mService, mService->kept());
 }
 
-TEST_F(BinderTest, CallsNestAndRunAtOnce) {
-    publishAndServe();
-    auto call = waiting(mRemote);
-    ASSERT_TRUE(mService->entered.wait());
-    Parcel data, reply;
-    data.writeStrongBinder(sp<TestService>::make());
-    data.writeString8(String8("there and back"));
-    EXPECT_EQ(OK, mRemote->transact(TestService::CALL_BACK, data, &reply));
-    EXPECT_EQ(String8("there and back"), reply.readString8());
-    mService->released.open();
-    EXPECT_EQ(OK, call.get());
-}
-
 TEST_F(BinderTest, OneWayCallsToAnObjectRunOneAtATimeInOrder) {
     publishAndServe();
     constexpr int kCalls = 500;
@@ -78,7 +69,7 @@ TEST_F(BinderTest, OneWayCallsToAnObjectRunOneAtATimeInOrder) {
     }
     ASSERT_TRUE(mService->noted(kCalls));
 
-    // The second one-way call waits for the first to end; two-way calls are served meanwhile.
+    // The next one-way call waits for this one to end; two-way calls are served meanwhile.
     EXPECT_EQ(OK, mRemote->transact(TestService::WAIT, Parcel(), nullptr, IBinder::FLAG_ONEWAY));
     ASSERT_TRUE(mService->entered.wait());
     EXPECT_EQ(OK, note(mRemote, kCalls));
