@@ -89,14 +89,22 @@ TEST_F(GenericNetlinkTest, SendsThePacketsOfTheModuleOnceItIsRegistered) {
     EXPECT_EQ("0aff", received());
     kernel().push(1, std::string(300, 'x'));
     EXPECT_EQ(2 * 276u, received(276).size()) << "cut as a datagram";
+    while (kernel().push(1, "x") == GenericNetlink::Pushed::kQueued) {
+    }
+    EXPECT_EQ(strerror(ENOBUFS), received()) << "after a loss one receive fails";
+    EXPECT_EQ(2 * 36u, received().size());
 }
 
 TEST_F(GenericNetlinkTest, RefusesAsTheKernelDoes) {
     const std::pair<const char*, std::string> cases[] = {
         // the request and the error answered
+        {"24000000 1000", ""},
+        {"0f000000 1000 0100 00000000 00000000", ""},
         {"10000000 1000 0000 00000000 00000000", ""},
         {"10000000 1000 0100 00000000 00000000", "eaffffff"},
         {"14000000 1000 0100 00000000 00000000 09010000", "a1ffffff"},
+        {"14000000 1000 0100 00000000 00000000 03010000", "eaffffff"},
+        {"1c000000 1000 0100 00000000 00000000 03010000 0800 0200 61616161", "eaffffff"},
         {"14000000 9900 0100 00000000 00000000 01010000", "feffffff"},
         {"10000000 1000 0400 00000000 00000000", "00000000"},
     };
