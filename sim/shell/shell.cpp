@@ -43,14 +43,14 @@ int Shell::execute(const std::string& command) {
 
 int Shell::start(const CommandLine& line, int outputFd) {
     if (int imposed = mFaults.apply(line.program)) return W_EXITCODE(imposed, 0);
-    if (isHostProgram(line.program)) {
-        HostCommand command;
+    if (isWorkstationProgram(line.program)) {
+        WorkstationCommand command;
         std::string why;
-        if (!hostArguments(mRoot, line.program, line.words, command, why))
+        if (!workstationArguments(mRoot, line.program, line.words, command, why))
             return refuse(line.program, why, 1);
         const int full = mRoot.diskFull() ? statusOnFullDisk(line.program) : 0;
         if (full != 0) return refuse(line.program, strerror(ENOSPC), full);
-        return runHostProgram(mRoot, mLog, command, outputFd);
+        return runWorkstationProgram(mRoot, mLog, command, outputFd);
     }
     Program program;
     {

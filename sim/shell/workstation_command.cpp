@@ -28,7 +28,7 @@ bool sameFile(const Fd& a, const Fd& b) {
 
 class Arguments {
   public:
-    Arguments(const Root& root, const std::vector<std::string>& words, HostCommand& command,
+    Arguments(const Root& root, const std::vector<std::string>& words, WorkstationCommand& command,
               std::string& why)
         : mRoot(root), mWords(words), mCommand(command), mOut(command.arguments), mWhy(why) {}
 
@@ -176,7 +176,7 @@ class Arguments {
 
     // Has tar replace the descriptors' paths by the directories' names in the members' names.
     void nameMembers() {
-        for (const HostCommand::Directory& directory : mCommand.directories) {
+        for (const WorkstationCommand::Directory& directory : mCommand.directories) {
             std::string name;
             for (char c : directory.name) {
                 if (c == '\\' || c == '&' || c == '|') name += '\\';
@@ -190,13 +190,15 @@ class Arguments {
     bool hand(const Fd& fd, const std::string& directoryName, const std::string& name,
               const char* option = "") {
         auto& all = mCommand.directories;
-        auto known = std::find_if(all.begin(), all.end(), [&](const HostCommand::Directory& other) {
-            return other.name == directoryName && sameFile(other.fd, fd);
-        });
+        auto known =
+            std::find_if(all.begin(), all.end(), [&](const WorkstationCommand::Directory& other) {
+                return other.name == directoryName && sameFile(other.fd, fd);
+            });
         if (known == all.end()) {
             Fd copy(fcntl(fd.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
             if (!copy.valid()) return refuse(directoryName, strerror(errno));
-            known = all.insert(all.end(), HostCommand::Directory{std::move(copy), directoryName});
+            known = all.insert(all.end(),
+                               WorkstationCommand::Directory{std::move(copy), directoryName});
         }
         mOut.push_back(option + pathOf(known->fd) + name);
         return true;
@@ -234,7 +236,7 @@ class Arguments {
 
     const Root& mRoot;
     const std::vector<std::string>& mWords;
-    HostCommand& mCommand;
+    WorkstationCommand& mCommand;
     std::vector<std::string>& mOut;
     std::string& mWhy;
     size_t mNext = 0;
@@ -258,17 +260,18 @@ const HostProgram* find(const std::string& name) {
 
 }  // namespace
 
-bool isHostProgram(const std::string& name) {
+bool isWorkstationProgram(const std::string& name) {
     return find(name) != nullptr;
 }
 
-bool hostArguments(const Root& root, const std::string& program,
-                   const std::vector<std::string>& words, HostCommand& command, std::string& why) {
+bool workstationArguments(const Root& root, const std::string& program,
+                          const std::vector<std::string>& words, WorkstationCommand& command,
+                          std::string& why) {
     command.arguments.assign(1, program);
     return (Arguments(root, words, command, why).*find(program)->read)();
 }
 
-void HostCommand::nameDirectories(std::string& text) const {
+void WorkstationCommand::nameDirectories(std::string& text) const {
     for (const Directory& directory : directories) {
         const std::string path = pathOf(directory.fd);
         for (size_t at = 0; (at = text.find(path, at)) != text.npos; at += directory.name.size())

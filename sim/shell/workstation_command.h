@@ -18,7 +18,7 @@ class Root;
 // Two gaps remain: a file that another process replaces by a link between that check and the
 // program's own open is followed by chmod, touch and tar's archive; and chmod -R changes a file
 // that has another name outside the tree.
-struct HostCommand {
+struct WorkstationCommand {
     struct Directory {
         Fd fd;             // O_PATH; the program inherits it under this number
         std::string name;  // its name in messages, "" or ending in "/"
@@ -32,11 +32,12 @@ struct HostCommand {
 };
 
 // Whether it is one of tar, rm, cp, chmod and touch.
-bool isHostProgram(const std::string& name);
+bool isWorkstationProgram(const std::string& name);
 
-// Makes the command of a host program from the words after its name. Returns false and says why
-// when an option or a path is refused.
-bool hostArguments(const Root& root, const std::string& program,
-                   const std::vector<std::string>& words, HostCommand& command, std::string& why);
+// Makes the command of a workstation program from the words after its name. Returns false and says
+// why when an option or a path is refused.
+bool workstationArguments(const Root& root, const std::string& program,
+                          const std::vector<std::string>& words, WorkstationCommand& command,
+                          std::string& why);
 
 }  // namespace sim

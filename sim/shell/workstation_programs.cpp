@@ -28,7 +28,8 @@ int statusOnFullDisk(const std::string& program) {
     return program == "tar" ? 2 : program == "cp" ? 1 : 0;
 }
 
-int runHostProgram(const Root& root, Log& log, const HostCommand& command, int outputFd) {
+int runWorkstationProgram(const Root& root, Log& log, const WorkstationCommand& command,
+                          int outputFd) {
     const std::string& program = command.arguments.front();
     Fd complaints(openComplaints());
     ProcessStarter starter;
@@ -36,7 +37,7 @@ int runHostProgram(const Root& root, Log& log, const HostCommand& command, int o
     starter.setFd(STDOUT_FILENO, outputFd);
     if (complaints.valid()) starter.setFd(STDERR_FILENO, complaints.get());
     starter.setDirectory(root.fd());
-    for (const HostCommand::Directory& directory : command.directories)
+    for (const WorkstationCommand::Directory& directory : command.directories)
         starter.setFd(directory.fd.get(), directory.fd.get());
     starter.setEnvironment({"PATH=/usr/bin:/bin", "LC_ALL=C"});
     pid_t pid = 0;

@@ -14,7 +14,8 @@ class Root;
 
 // Runs the command to its end; returns its wait status. The first page of its error output goes to
 // `log`.
-int runHostProgram(const Root& root, Log& log, const HostCommand& command, int outputFd);
+int runWorkstationProgram(const Root& root, Log& log, const WorkstationCommand& command,
+                          int outputFd);
 
 // The program's exit status when the disk is full; 0 for one that needs no room.
 int statusOnFullDisk(const std::string& program);
