@@ -3,7 +3,10 @@
 # phone in a temporary folder to a clean stop. The exit status is 0 if every expected event and file
 # was there.
 #
-#   ./demo.sh [--keep]     --keep leaves the phone's folder
+#   ./demo.sh [--keep] [--preset NAME]
+#
+#   --keep          leaves the phone's folder
+#   --preset NAME   the programs of that preset; release when not given
 set -euo pipefail
 cd "$(dirname "$0")"
 . tools/demo_steps.sh
@@ -33,12 +36,15 @@ story() {
     stop_phone
 }
 
-case ${1:-} in
-    '') ;;
-    --keep) keep=yes ;;
-    --help | -h) sed -n '2,7s/^# \{0,1\}//p' demo.sh && exit ;;
-    *) echo "demo.sh: takes --keep, --help or nothing" >&2 && exit 2 ;;
-esac
+while [ $# -gt 0 ]; do
+    case $1 in
+        --keep) keep=yes ;;
+        --preset) use_preset "${2:?--preset takes a name}" && shift ;;
+        --help | -h) sed -n '2,9s/^# \{0,1\}//p' demo.sh && exit ;;
+        *) echo "demo.sh: no option '$1'; see ./demo.sh --help" >&2 && exit 2 ;;
+    esac
+    shift
+done
 begin
 build
 story

@@ -9,8 +9,8 @@ usage: ./test.sh [--all | --preset NAME] [-R REGEX]
 
   (no option)     build the preset dev and run its tests and source checks
   --preset NAME   the same for another preset of CMakePresets.json
-  --all           every preset: sanitizers, 32-bit ARM under emulation, the phone's
-                  own build; then format, lint, a short run of each fuzzer and benchmark
+  --all           every preset: sanitizers, 32-bit ARM under emulation, the phone's own
+                  build; the demo; format, lint, a short run of each fuzzer and benchmark
   -R REGEX        only the tests whose names match, as ctest takes it
   --help          this text
 
@@ -74,6 +74,7 @@ everything() {
     stage 'scripts' tools/check_scripts.sh || true
     stage 'format' tools/check_format.sh || true
     preset dev || true
+    stage 'demo' ./demo.sh --preset dev || true
     preset phone-check || true
     preset phone-arm32 || true
     preset asan-ubsan || true

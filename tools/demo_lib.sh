@@ -1,14 +1,20 @@
 # shellcheck shell=bash
 # Functions for the steps of the demonstration. Sourced by demo_steps.sh.
 
-preset=release
-bin=build/$preset/bin
-pelto=$bin/pelto
+# use_preset NAME: runs the programs of that preset.
+use_preset() {
+    preset=$1
+    bin=build/$preset/bin
+    pelto=$bin/pelto
+}
+
+use_preset release
 timeout=30 # seconds for what must arrive
 keep=no
 work=
 watcher=
 events=
+said=       # by the client, most recently
 produced=() # "WHAT|FILE"
 
 say() {
@@ -63,19 +69,27 @@ client() {
     "$pelto" "$@" || fail "'pelto $*' failed with $?"
 }
 
-# The same for a verb with output, which is indented.
+# The same for a verb with output, which is indented and kept in $said.
 client_says() {
-    local output lines
+    local lines
     command_line pelto "$@"
-    output=$("$pelto" "$@") || fail "'pelto $*' failed"
-    mapfile -t lines <<<"$output"
+    said=$("$pelto" "$@") || fail "'pelto $*' failed"
+    mapfile -t lines <<<"$said"
     printf '     %s\n' "${lines[@]}"
+}
+
+# expect_said REGEX...: fails unless the output of the last client_says matches each.
+expect_said() {
+    local expected
+    for expected in "$@"; do
+        grep -qE -e "$expected" <<<"$said" || fail "no '$expected' in: $said"
+    done
 }
 
 # Starts the watcher in the background; its output is read from descriptor $events.
 watch() {
     mkfifo "$work/events" "$work/ready"
-    "$pelto" watch --ready-fd 3 >"$work/events" 3>"$work/ready" &
+    "$pelto" watch --ready-fd 3 >"$work/events" 2>"$work/farewell" 3>"$work/ready" &
     watcher=$!
     exec {events}<"$work/events"
     read -r -t "$timeout" <"$work/ready" || fail "the watcher is not up"
@@ -95,6 +109,15 @@ expect_watched() {
         [ -z "${2:-}" ] || [ "${line#"$2"}" = "$line" ] || fail "the watcher received '$line'"
     done
     fail "the watcher did not receive '$1'"
+}
+
+# Waits for the end of the watcher's output; its later lines are not looked at.
+expect_watcher_ended() {
+    local status=0
+    while [ "$status" -eq 0 ]; do
+        read -r -t "$timeout" -u "$events" _ || status=$?
+    done
+    [ "$status" -le 128 ] || fail "the watcher still runs" # what read returns at its timeout
 }
 
 # expect_logged TAG REGEX: waits for a log line of that tag whose message matches; sets $logged to it.

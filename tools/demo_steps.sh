@@ -5,8 +5,10 @@
 start_phone() {
     say "A phone starts, and the service on it"
     client_says phone start
+    expect_said '^peltoservice runs, process [0-9]+$'
     client setprop ro.build.version.ota V12.1
     client_says phone status
+    expect_said '^service +process [0-9]+, up [0-9]+ s$' '^properties +1$'
     yields "the phone's log" "$PELTO_PHONE/run/log/main"
 }
 
@@ -65,6 +67,8 @@ show_stutter() {
     client stutter CodecDetect 42
     expect_watched "$event detectName#CodecDetect#frameGap#42" "$event detectName#HwuiDetect"
     client sf-state off
+    client stutter HwuiDetect 43
+    expect_watched "$event detectName#HwuiDetect#frameGap#43"
 }
 
 show_top_activity() {
@@ -81,8 +85,10 @@ show_top_activity() {
 show_capture() {
     say "A capture event becomes an exception report, the tombstones are copied"
     client_says crash audioserver 'mixer thread stuck'
+    expect_said '^/data/tombstones/tombstone_00$'
     client capture A0345 --logs android,kernel,tombstones --name mic_stuck
     client_says reports --follow --count 1 --timeout "$timeout"
+    expect_said ' id 0x10006345  mic_stuck  android log, kernel log$'
     yields "exception report" "$PELTO_PHONE/run/reports/00000001.report"
     yields "copied tombstone" "$(on_phone /data/persist_log/wex/exception_log/tombstone_00)"
 }
@@ -95,6 +101,7 @@ show_archive() {
     command_line pelto-capture "$information"
     archive=$("$bin/pelto-capture" "$information") || fail "no archive was made"
     client_says archives show "$archive"
+    expect_said '^capture .* mic_stuck ' '_dmesg\.txt$' '_audioflinger\.txt$'
     yields "log archive" "$(on_phone "$archive")"
 }
 
@@ -113,7 +120,8 @@ show_kernel_reports() {
     expect_watched 'pelto_event_peltoserver_feedback MM_FB_EventID#7#fps#30#scene#game'
     expect_logged PeltoService '^notifySurfaceFlinger transact ret=0$'
     client_says compositor
-    "$pelto" compositor >"$work/compositor"
+    expect_said '^7 MM_FB_EventID#7#fps#30#scene#game$'
+    echo "$said" >"$work/compositor"
     yields "the compositor's notices" "$work/compositor"
 }
 
@@ -128,7 +136,9 @@ show_gpu_fault() {
     client gpu await
     archive=$("$pelto" archives list /data/kelvo/mmdump/gpu | sed -n 's/.*  //p')
     client_says archives show "$archive"
+    expect_said '^gpu .* 5a1f0c  version V12\.1 '
     client_says stats
+    expect_said '^101286 .* gpuMinidump$'
     yields "archive of the GPU fault" "$(on_phone "$archive")"
     yields "statistics" "$PELTO_PHONE/run/stats"
 }
@@ -146,8 +156,11 @@ stop_phone() {
     local status=0
     say "The service stops; the watcher is told"
     client_says phone stop
+    expect_said '^peltoservice stopped, process [0-9]+$'
+    expect_watcher_ended
     wait "$watcher" || status=$?
     watcher=
     [ "$status" -eq 4 ] || fail "the watcher ended with $status, not with 4 for a service that ended"
+    note "watcher says:     $(<"$work/farewell")"
     [ -z "$(find "$PELTO_PHONE" -type s)" ] || fail "a socket is left behind"
 }
