@@ -8,6 +8,7 @@
 #include <iostream>
 #include <iterator>
 #include <sstream>
+#include <utility>
 
 #include "sim/control/request.h"
 #include "sim/control/server.h"
@@ -20,19 +21,18 @@ void PhoneTest::SetUp() {
     ASSERT_NE(mkdtemp(folder.data()), nullptr) << folder;
     mFolder = fs::canonical(folder).string();
     sim::Phone::create(mFolder).log().observe([this](const sim::Log::Record& record) {
+        const std::string tag(record.tag), message(record.message);
         std::lock_guard<std::mutex> lock(mMutex);
         mLines.push_back(
-            {record.priority, std::string(record.tag), std::string(record.message), record.tid});
+            {record.priority, tag, message, textOf(record.priority, tag, message), record.tid});
         mChanged.notify_all();
     });
 }
 
 void PhoneTest::TearDown() {
     if (sim::Phone* open = sim::Phone::find()) open->log().observe(nullptr);
-    for (const Line& line : HasFailure() ? log() : std::vector<Line>()) {
-        std::cerr << sim::Log::letter(line.priority) << ' ' << line.tag << ": " << line.message
-                  << '\n';
-    }
+    for (const Line& line : HasFailure() ? log() : std::vector<Line>())
+        std::cerr << line.text << '\n';
     if (sim::Phone* open = sim::Phone::find()) open->services().awaitStopped();
     std::error_code ignored;
     if (!mFolder.empty()) fs::remove_all(mFolder, ignored);
@@ -59,40 +59,23 @@ std::vector<std::string> PhoneTest::names(const std::string& directory) {
     return found;
 }
 
-PhoneTest::Line PhoneTest::lineOf(const std::string& text) {
-    const size_t colon = text.find(": ");
-    const size_t priority = std::string("??VDIWEF").find(text[0]);
-    return {static_cast<int>(priority), text.substr(2, colon - 2), text.substr(colon + 2), 0};
+std::string PhoneTest::textOf(int priority, const std::string& tag, const std::string& message) {
+    return sim::Log::letter(priority) + (" " + tag + ": " + message);
 }
 
-int PhoneTest::count(const Line& wanted) const {
-    return static_cast<int>(std::count_if(mLines.begin(), mLines.end(), [&](const Line& line) {
-        return line.priority == wanted.priority && line.tag == wanted.tag &&
-               line.message == wanted.message;
-    }));
-}
-
-bool PhoneTest::logged(int priority, const std::string& tag, const std::string& message,
-                       int times) {
-    std::lock_guard<std::mutex> lock(mMutex);
-    return count({priority, tag, message, 0}) >= times;
-}
-
-bool PhoneTest::waitLogged(int priority, const std::string& tag, const std::string& message,
-                           int times) {
-    const Line wanted{priority, tag, message, 0};
-    std::unique_lock<std::mutex> lock(mMutex);
-    return mChanged.wait_for(lock, kTimeout, [&] { return count(wanted) >= times; });
+int PhoneTest::count(const std::string& wanted) const {
+    return static_cast<int>(std::count_if(mLines.begin(), mLines.end(),
+                                          [&](const Line& line) { return line.text == wanted; }));
 }
 
 bool PhoneTest::logged(const std::string& line, int times) {
-    const Line wanted = lineOf(line);
-    return logged(wanted.priority, wanted.tag, wanted.message, times);
+    std::lock_guard<std::mutex> lock(mMutex);
+    return count(line) >= times;
 }
 
 bool PhoneTest::waitLogged(const std::string& line, int times) {
-    const Line wanted = lineOf(line);
-    return waitLogged(wanted.priority, wanted.tag, wanted.message, times);
+    std::unique_lock<std::mutex> lock(mMutex);
+    return mChanged.wait_for(lock, kTimeout, [&] { return count(line) >= times; });
 }
 
 std::vector<std::string> PhoneTest::logLines(const std::string& tag) {
@@ -105,7 +88,7 @@ std::vector<std::string> PhoneTest::logLines(const std::string& tag) {
 
 std::vector<PhoneTest::Line> PhoneTest::log() {
     std::lock_guard<std::mutex> lock(mMutex);
-    return {mLines.begin(), mLines.end()};
+    return mLines;
 }
 
 void PhoneTest::forgetLog() {
@@ -128,7 +111,7 @@ void PhoneTest::holdClock(std::chrono::seconds wall) {
 }
 
 std::string PhoneTest::tell(const std::string& line) {
-    if (!mServed) mServed = phone().control().serve();
+    if (!std::exchange(mServed, true)) phone().control().serve();
     std::istringstream text(line);
     std::vector<std::string> words;
     for (std::string word; std::getline(text, word, ' ');) words.push_back(word);

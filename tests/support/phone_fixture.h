@@ -5,7 +5,6 @@
 
 #include <chrono>
 #include <condition_variable>
-#include <deque>
 #include <filesystem>
 #include <mutex>
 #include <string>
@@ -28,6 +27,7 @@ class PhoneTest : public testing::Test {
         int priority;
         std::string tag;
         std::string message;
+        std::string text;  // "P TAG: MESSAGE"
         pid_t tid;
     };
 
@@ -46,14 +46,17 @@ class PhoneTest : public testing::Test {
     // The names in a directory, sorted.
     std::vector<std::string> names(const std::string& directory);
 
-    // Whether this process has logged the line at least `times` times. waitLogged() waits for that,
-    // at most kTimeout.
-    bool logged(int priority, const std::string& tag, const std::string& message, int times = 1);
-    bool waitLogged(int priority, const std::string& tag, const std::string& message,
-                    int times = 1);
-    // The same for a line written as "E TAG: MESSAGE".
+    // Whether this process has logged the line, "P TAG: MESSAGE", at least `times` times.
+    // waitLogged() waits for that, at most kTimeout.
     bool logged(const std::string& line, int times = 1);
     bool waitLogged(const std::string& line, int times = 1);
+    bool logged(int priority, const std::string& tag, const std::string& message, int times = 1) {
+        return logged(textOf(priority, tag, message), times);
+    }
+    bool waitLogged(int priority, const std::string& tag, const std::string& message,
+                    int times = 1) {
+        return waitLogged(textOf(priority, tag, message), times);
+    }
     // The messages logged under a tag, or all lines, in order.
     std::vector<std::string> logLines(const std::string& tag);
     std::vector<Line> log();
@@ -65,7 +68,7 @@ class PhoneTest : public testing::Test {
     std::vector<std::string> commands() { return phone().shell().history(); }
 
     // Sends the words between the blanks to the phone's control socket, as another process would:
-    // "ok", or the reply's last text. Serves the phone from the first call on.
+    // "ok", or the reply's last text. The first call serves the phone unless another process does.
     std::string tell(const std::string& line);
 
     bool setProperty(const std::string& key, const std::string& value) {
@@ -86,12 +89,12 @@ class PhoneTest : public testing::Test {
 
   private:
     std::string host(const std::string& path) { return mFolder + "/fs/" + path; }
-    static Line lineOf(const std::string& text);
-    int count(const Line& wanted) const;  // under mMutex
+    static std::string textOf(int priority, const std::string& tag, const std::string& message);
+    int count(const std::string& wanted) const;  // under mMutex
 
     std::string mFolder;
     bool mServed = false;  // by tell()
     std::mutex mMutex;
     std::condition_variable mChanged;
-    std::deque<Line> mLines;  // under mMutex
+    std::vector<Line> mLines;  // under mMutex
 };
