@@ -29,9 +29,7 @@ endif()
 add_library(pelto_test_support STATIC
   ${PROJECT_SOURCE_DIR}/tests/support/main.cpp ${PROJECT_SOURCE_DIR}/tests/support/phone_fixture.cpp)
 target_link_libraries(pelto_test_support PUBLIC peltophone gtest gmock)
-if(PELTO_SANITIZE)
-  target_compile_definitions(pelto_test_support PUBLIC PELTO_SANITIZED)
-endif()
+target_compile_definitions(pelto_test_support PUBLIC PELTO_SANITIZED=$<NOT:$<STREQUAL:${PELTO_SANITIZE},>>)
 target_precompile_headers(pelto_test_support PRIVATE <gmock/gmock.h>)
 set_target_properties(pelto_test_support PROPERTIES POSITION_INDEPENDENT_CODE OFF)
 

@@ -37,8 +37,7 @@ class WritingListener : public android::EventListener {
 
 }  // namespace
 
-int main(int argc, char** argv) {
-    if (argc < 3) return kHostUsage;
+int main(int /*argc*/, char** argv) {
     HostOptions options;
     options.phoneFolder = argv[1];
     options.readyFd = atoi(argv[2]);

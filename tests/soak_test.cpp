@@ -9,51 +9,41 @@
 #include <algorithm>
 #include <array>
 #include <filesystem>
-#include <string_view>
 #include <thread>
 
-#include "sim/control/server.h"
 #include "tests/support/service_fixture.h"
-
-using namespace android;
 
 namespace {
 
-#ifdef PELTO_SANITIZED
-constexpr bool kSanitized = true;  // its allocator does not report the heap in use
-#else
-constexpr bool kSanitized = false;
-#endif
+constexpr bool kSanitized = PELTO_SANITIZED;  // its allocator does not report the heap in use
 // The service never drops a native client, even after its process has ended: a proxy, the rest of
 // its connection and a list entry stay. Measured: 1633 bytes each with the allocator's overhead, on
 // a 64-bit machine over 245 watchers.
 constexpr size_t kBytesPerClient = 1640;
+constexpr size_t kWatchersPerRound = 5;
 constexpr size_t kMaxGrowth = 1 << 20;  // of the heap, apart from native clients
 
 constexpr size_t kMaxThreads = 100;  // of the host; far more than it has without a backlog
 constexpr size_t kSenders = 4;
-// The types that the senders send, and the information around the numbers of sender and event.
+// What the senders send, with the numbers of sender and event for the first and the second '#'.
 // Three of them make the product run commands; the last has no listener in the product.
-constexpr struct {
-    std::string_view type;
-    const char* beforeSender;
-    const char* beforeNumber;
-} kKinds[] = {
-    {"pelto_event_audio_track_create", "pid:", ",sessionId:"},
-    {"pelto_event_multimedia_capture_logs", "A0345,3,/data/soak/,/data/soak/,", "-"},
-    {"pelto_event_multimedia_audio_dumpsys", "soak ", "-"},
-    {"event_audio_detect_dump_log", "", "-"},
-    {"pelto_event_for_test", "value1:", ",value0:"},
-    {"pelto_event_for_test_to_native", "string0:event_to_native,value0:", ",value1:"},
-    {"nobody_listens", "", "-"},
+const std::string kKinds[] = {
+    "pelto_event_audio_track_create pid:#,sessionId:#",
+    "pelto_event_multimedia_capture_logs A0345,3,/data/soak/,/data/soak/,#-#",
+    "pelto_event_multimedia_audio_dumpsys soak #-#",
+    "event_audio_detect_dump_log #-#",
+    "pelto_event_for_test value1:#,value0:#",
+    "pelto_event_for_test_to_native string0:event_to_native,value0:#,value1:#",
+    "nobody_listens #-#",
 };
 constexpr size_t kTypes = std::size(kKinds);
 
 // The line that a sender sends at that place: every type with number 0, then with 1, and so on.
 std::string line(size_t sender, size_t place) {
-    const auto& kind = kKinds[place % kTypes];
-    return std::string(kind.type) + ' ' + kind.beforeSender + std::to_string(sender) +
-           kind.beforeNumber + std::to_string(place / kTypes);
+    std::string text = kKinds[place % kTypes];
+    for (const size_t number : {sender, place / kTypes})
+        text.replace(text.find('#'), 1, std::to_string(number));
+    return text;
 }
 
 using Places = std::array<size_t, kSenders>;  // the next place of each sender
@@ -82,33 +72,20 @@ class SoakTest : public ServiceTest {
     void SetUp() override {
         ServiceTest::SetUp();
         Words types;
-        for (const auto& kind : kKinds) types.emplace_back(kind.type);
-        mHost = std::make_unique<Program>(listeningHostCommand(types));
-        ASSERT_TRUE(mHost->awaitReady());
+        for (const std::string& kind : kKinds) types.push_back(kind.substr(0, kind.find(' ')));
+        mHost = std::make_unique<ReadyProgram>(listeningHostCommand(types));
         // Starting programs from a process with many threads may hang under the emulator.
         if (!emulator().empty()) {
-            for (const char* program : {"chmod", "rm", "tar", "touch"}) {
-                sim::controlRequest(phone().folder(), {"fault", "program", program, "fail", "1"});
-            }
+            for (const char* program : {"chmod", "rm", "tar", "touch"})
+                EXPECT_EQ(tell(std::string("fault program ") + program + " fail 1"), "ok");
         }
-        mFollower = std::make_unique<Program>(watchCommand());
-        ASSERT_TRUE(mFollower->awaitReady());
+        mFollower = std::make_unique<ReadyProgram>(watchCommand());
         for (size_t sender = 0; sender < kSenders; ++sender) {
             const std::string path = phone().folder() + "/sender" + std::to_string(sender);
             ASSERT_EQ(mkfifo(path.c_str(), 0600), 0);
             mInputs[sender] = sim::Fd(open(path.c_str(), O_RDWR | O_CLOEXEC));
             mSenders[sender] = std::make_unique<Program>(command({"send", "--stdin"}), path);
         }
-    }
-
-    // Uses every connection and channel once, so that each descriptor of the host is open.
-    void awaitAllConnected() {
-        ASSERT_TRUE(sim::controlRequest(phone().folder(), {"audio-await"}).ok);
-        ASSERT_TRUE(sim::controlRequest(phone().folder(), {"gpu", "await-reader"}).ok);
-        driveKernel();
-        ASSERT_EQ(send("test_first", ""), OK);
-        while (mFollower->line() != "event_audio_mic_status status:0") ASSERT_FALSE(HasFailure());
-        sendUpTo(1);
     }
 
     // Writes lines for a sender, ahead of the received ones by no more than its pipe holds.
@@ -123,7 +100,6 @@ class SoakTest : public ServiceTest {
 
     // Sends until the dispatcher and a watcher have received all lines before place `end`.
     void sendUpTo(size_t end) {
-        constexpr size_t kKernelEvery = 128;
         for (size_t lines = mFed[0] * kSenders; lines < end * kSenders; ++lines) {
             for (size_t sender = 0; sender < kSenders; ++sender) feed(sender, end);
             const std::string dispatched = mHost->line();
@@ -133,7 +109,7 @@ class SoakTest : public ServiceTest {
                 followed = mFollower->line();
             } while (isAnothers(followed));
             ASSERT_TRUE(take(mFollowed, followed)) << followed;
-            if (lines % kKernelEvery == 0) driveKernel();
+            if (lines % 128 == 0) driveKernel();
         }
     }
 
@@ -148,99 +124,94 @@ class SoakTest : public ServiceTest {
             }
         }
         // Each dump runs on a thread of its own and may be slower than the dispatcher.
-        EXPECT_TRUE(becomes([&] { return entries("/task") <= kMaxThreads; }));
-        sim::controlRequest(phone().folder(), {"audio", "1", "1"});
-        sim::controlRequest(phone().folder(), {"display", "7", "item"});
-        sim::controlRequest(phone().folder(), {"clock", "advance", "20"});  // wakes the collector
+        EXPECT_TRUE(awaitEntries("/task", kMaxThreads)) << entries("/task");
+        tell("audio 1 1");
+        tell("display 7 item");
+        tell("clock advance 20");  // wakes the collector
     }
 
-    // Starts watchers of which half end by themselves and half are killed.
-    void churnWatchers() {
-        for (int i = 0; i < 2; ++i) {
-            Program going(watchCommand({"--count", "20"})), killed(watchCommand());
-            EXPECT_TRUE(going.awaitReady() && killed.awaitReady());
-            EXPECT_EQ(going.wait(), 0) << going.errors();
-            EXPECT_NE(killed.line(), "");
-            killed.signal(SIGKILL);
-            EXPECT_EQ(killed.wait(), -SIGKILL);
-        }
-    }
-
+    // Sends up to that place, while watchers come of which half end by themselves, half are killed,
+    // and one never reads.
     void runRound(size_t end) {
-        Program deaf(watchCommand());  // its output is never read
-        EXPECT_TRUE(deaf.awaitReady());
-        mWatchers += 5;
-        sim::controlRequest(phone().folder(), {"gpu", "fault", "--size", "4096"});
+        const ReadyProgram deaf(watchCommand());  // its output is never read
+        tell("gpu fault --size 4096");
         std::atomic<bool> churning{true};
         std::thread churn([&] {
-            churnWatchers();
+            for (int i = 0; i < 2; ++i) {
+                ReadyProgram going(watchCommand({"--count", "20"})), killed(watchCommand());
+                EXPECT_EQ(going.wait(), 0) << going.errors();
+                EXPECT_NE(killed.line(), "");
+                killed.signal(SIGKILL);
+                EXPECT_EQ(killed.wait(), -SIGKILL);
+            }
             churning = false;
         });
         sendUpTo(end);
         // Sends on until the last watchers have received their events.
-        while (churning && send("test_tail", "") == OK) {
+        while (churning && send("test_tail", "") == 0) {
         }
         churn.join();
     }
 
-    template <typename Condition>
-    static bool becomes(Condition condition) {
+    // Waits until the host has at most that many entries in a directory of /proc/PID.
+    bool awaitEntries(const char* directory, size_t most) {
         const auto deadline = std::chrono::steady_clock::now() + kTimeout;
-        while (!condition()) {
+        while (entries(directory) > most) {
             if (std::chrono::steady_clock::now() > deadline) return false;
             std::this_thread::yield();
         }
         return true;
     }
-
-    // The heap in use once the host is idle and has at most that many descriptors open.
-    size_t heapAt(size_t descriptorsThen) {
-        driveKernel();
-        EXPECT_TRUE(sim::controlRequest(phone().folder(), {"gpu", "await-reader"}).ok);
-        // The last connections may still be open, the last dump may still be running.
-        EXPECT_TRUE(becomes([&] { return descriptors() <= descriptorsThen; })) << descriptors();
-        EXPECT_EQ(send("test_written", ""), OK);
-        size_t heap = 0;
-        EXPECT_EQ(sscanf(mHost->line().c_str(), "written %zu", &heap), 1);
-        return heap;
-    }
-    size_t descriptors() { return entries("/fd"); }
     size_t entries(const char* directory) {
         const std::string path = "/proc/" + std::to_string(mHost->pid()) + directory;
         const auto open = std::filesystem::directory_iterator(path);
         return static_cast<size_t>(std::distance(begin(open), end(open)));
     }
 
+    // The heap in use once the host is idle and has at most that many descriptors open.
+    size_t heapAt(size_t descriptors) {
+        driveKernel();
+        EXPECT_EQ(tell("gpu await-reader"), "ok");
+        // The last connections may still be open, the last dump may still be running.
+        EXPECT_TRUE(awaitEntries("/fd", descriptors)) << entries("/fd");
+        EXPECT_EQ(send("test_written", ""), 0);
+        size_t heap = 0;
+        EXPECT_EQ(sscanf(mHost->line().c_str(), "written %zu", &heap), 1);
+        return heap;
+    }
+
     std::unique_ptr<Program> mHost, mFollower;
     std::array<std::unique_ptr<Program>, kSenders> mSenders;
     std::array<sim::Fd, kSenders> mInputs;
     Places mFed{}, mDispatched{}, mFollowed{};
-    size_t mWatchers = 0;
 };
 
-TEST_F(SoakTest, losesNoEventNoDescriptorAndNoMemory) {
+TEST_F(SoakTest, LosesNoEventNoDescriptorAndNoMemory) {
     const char* const size = getenv("PELTO_SOAK");
     const size_t usual = kSanitized || !emulator().empty() ? 1400 : 10000;
     // The number of events of each type that a sender sends.
     const size_t events = (size != nullptr ? strtoul(size, nullptr, 10) : usual) / kTypes + 1;
     const size_t round = std::min<size_t>(events / 2 + 1, 5000);
-    awaitAllConnected();
-    const size_t descriptorsBefore = descriptors();
+    // Uses every connection and channel once, so that each descriptor of the host is open.
+    ASSERT_EQ(tell("audio-await"), "ok");
+    ASSERT_EQ(tell("gpu await-reader"), "ok");
+    driveKernel();
+    ASSERT_EQ(send("test_first", ""), 0);
+    while (mFollower->line() != "event_audio_mic_status status:0") ASSERT_FALSE(HasFailure());
+    sendUpTo(1);
+    const size_t descriptors = entries("/fd");
     runRound(round * kTypes);
-    const size_t heapBefore = heapAt(descriptorsBefore), watchersBefore = mWatchers;
+    const size_t before = heapAt(descriptors);
 
-    for (size_t end = round; end < events && !HasFatalFailure();) {
+    size_t watchers = 0;
+    for (size_t end = round; end < events && !HasFatalFailure(); watchers += kWatchersPerRound) {
         end = std::min(events, end + round);
         runRound(end * kTypes);
     }
-    const auto grown =
-        static_cast<int64_t>(heapAt(descriptorsBefore)) - static_cast<int64_t>(heapBefore);
-    const size_t watchers = mWatchers - watchersBefore;
-    printf("%zu events, %zu watchers: heap %+lld bytes\n", mFed[0] * kSenders, watchers,
-           static_cast<long long>(grown));
-    if (!kSanitized) {
-        EXPECT_LE(grown, static_cast<int64_t>(kMaxGrowth + watchers * kBytesPerClient));
-    }
+    const size_t after = heapAt(descriptors);
+    printf("%zu events, %zu watchers: heap from %zu to %zu bytes\n", mFed[0] * kSenders, watchers,
+           before, after);
+    EXPECT_TRUE(kSanitized || after <= before + kMaxGrowth + watchers * kBytesPerClient);
 
     for (size_t sender = 0; sender < kSenders; ++sender) {
         mInputs[sender] = sim::Fd();

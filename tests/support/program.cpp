@@ -4,7 +4,11 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
 
 #include "sim/base/process_starter.h"
 
@@ -26,9 +30,10 @@ sim::Fd pipeTo(sim::ProcessStarter& starter, int number, sim::Fd& reading) {
 Program::Program(const Words& command, const std::string& input) {
     sim::ProcessStarter starter;
     starter.openFd(STDIN_FILENO, input, O_RDONLY);
-    const sim::Fd output = pipeTo(starter, STDOUT_FILENO, mOutput.fd);
-    const sim::Fd errors = pipeTo(starter, STDERR_FILENO, mErrors.fd);
+    const sim::Fd output = pipeTo(starter, STDOUT_FILENO, mOutput);
     const sim::Fd ready = pipeTo(starter, kReadyFd, mReady);
+    mErrors = sim::Fd(memfd_create("errors", MFD_CLOEXEC));
+    starter.setFd(STDERR_FILENO, mErrors.get());
     starter.closeFrom(kReadyFd + 1);
     EXPECT_EQ(starter.start(command[0], command, mPid), 0) << command[0];
 }
@@ -49,33 +54,33 @@ bool Program::awaitReady() {
     return poll(&ready, 1, kTimeoutMillis) == 1 && sim::readAll(mReady.get(), 6) == "ready\n";
 }
 
-// Reads more of either stream, waiting for it; false when both have ended.
+// Waits for more output; false at its end.
 bool Program::readMore() {
-    pollfd ready[] = {{mOutput.fd.get(), POLLIN, 0}, {mErrors.fd.get(), POLLIN, 0}};
-    if (!mOutput.fd.valid() && !mErrors.fd.valid()) return false;
-    if (poll(ready, 2, kTimeoutMillis) <= 0) {
-        ADD_FAILURE() << "process " << mPid << " says nothing more; it said: " << mErrors.text;
+    pollfd ready{mOutput.get(), POLLIN, 0};
+    if (poll(&ready, 1, kTimeoutMillis) <= 0) {
+        ADD_FAILURE() << "process " << mPid << " says nothing more; it said: " << errors();
         signal(SIGKILL);
         return false;
     }
-    Stream* const streams[] = {&mOutput, &mErrors};
-    for (int i = 0; i < 2; ++i) {
-        if (ready[i].revents == 0) continue;
-        char block[1 << 16];
-        const ssize_t size = read(ready[i].fd, block, sizeof block);
-        if (size > 0) streams[i]->text.append(block, static_cast<size_t>(size));
-        if (size == 0) streams[i]->fd = sim::Fd();
-    }
-    return true;
+    char block[1 << 16];
+    const ssize_t size = read(mOutput.get(), block, sizeof block);
+    if (size > 0) mText.append(block, static_cast<size_t>(size));
+    return size > 0;
+}
+
+std::string Program::errors() const {
+    std::string text(1 << 16, '\0');
+    const ssize_t size = pread(mErrors.get(), text.data(), text.size(), 0);
+    return text.substr(0, static_cast<size_t>(std::max<ssize_t>(size, 0)));
 }
 
 std::string Program::line() {
     size_t end;
-    while ((end = mOutput.text.find('\n')) == std::string::npos) {
+    while ((end = mText.find('\n')) == std::string::npos) {
         if (!readMore()) return "";
     }
-    const std::string found = mOutput.text.substr(0, end);
-    mOutput.text.erase(0, end + 1);
+    const std::string found = mText.substr(0, end);
+    mText.erase(0, end + 1);
     return found;
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <gtest/gtest.h>
 #include <sim/base/fd.h>
 #include <sys/types.h>
 
@@ -9,7 +10,7 @@
 // A program that runs as a child process; the destructor kills it. Its output is read only by the
 // calls below, so a program that writes much blocks until the test reads.
 //
-// Errors: a wait that takes too long kills the process and fails the test.
+// Errors: a wait for output that takes too long kills the process and fails the test.
 class Program {
   public:
     using Words = std::vector<std::string>;
@@ -32,19 +33,23 @@ class Program {
     // Reads all its output and waits for its end. Returns its exit code, or minus the signal.
     int wait();
 
-    // The output that line() has not returned, and all of its standard error; after wait().
-    const std::string& output() const { return mOutput.text; }
-    const std::string& errors() const { return mErrors.text; }
+    // The output that line() has not returned; all of it after wait().
+    const std::string& output() const { return mText; }
+    // What it has written to its standard error.
+    std::string errors() const;
 
   private:
-    struct Stream {
-        sim::Fd fd;
-        std::string text;
-    };
-
     bool readMore();
 
     pid_t mPid = -1;
-    sim::Fd mReady;
-    Stream mOutput, mErrors;
+    sim::Fd mReady, mOutput, mErrors;
+    std::string mText;
+};
+
+// A program that has written "ready".
+class ReadyProgram : public Program {
+  public:
+    explicit ReadyProgram(const Words& command) : Program(command) {
+        EXPECT_TRUE(awaitReady()) << errors();
+    }
 };

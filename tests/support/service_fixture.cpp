@@ -6,23 +6,21 @@
 #include <ipeltoservice/PeltoServiceCalls.h>
 #include <stdlib.h>
 
+#include <iterator>
 #include <sstream>
 
 using namespace android;
 
 namespace {
 
-Program::Words programOf(const std::string& emulator, const char* path) {
-    std::istringstream text(emulator);
-    Program::Words words;
-    for (std::string word; text >> word;) words.push_back(word);
-    words.push_back(path);
-    return words;
-}
-
 Program::Words joined(Program::Words words, const Program::Words& more) {
     words.insert(words.end(), more.begin(), more.end());
     return words;
+}
+
+Program::Words programOf(const std::string& emulator, const char* path) {
+    std::istringstream words(emulator);
+    return joined({std::istream_iterator<std::string>(words), {}}, {path});
 }
 
 const std::string kReadyFd = std::to_string(Program::kReadyFd);
@@ -34,22 +32,19 @@ std::string ServiceTest::emulator() {
     return words != nullptr ? words : "";
 }
 
-Program::Words ServiceTest::hostProgram(const Words& words) {
-    return joined(programOf(emulator(), PELTOSERVICED_PROGRAM), words);
-}
-
-Program::Words ServiceTest::hostCommand(const Words& more) {
-    return hostProgram(joined({"--phone", phone().folder(), "--ready-fd", kReadyFd}, more));
+Program::Words ServiceTest::hostCommand(const Words& more, const std::string& below) {
+    return joined(programOf(emulator(), PELTOSERVICED_PROGRAM),
+                  joined({"--phone", phone().folder() + below, "--ready-fd", kReadyFd}, more));
 }
 
 Program::Words ServiceTest::command(const Words& words) {
-    return joined(joined(programOf(emulator(), PELTO_PROGRAM), {"--phone", phone().folder()}),
-                  words);
+    return joined(programOf(emulator(), PELTO_PROGRAM),
+                  joined({"--phone", phone().folder()}, words));
 }
 
 Program::Words ServiceTest::captureCommand(const Words& words) {
-    return joined(
-        joined(programOf(emulator(), PELTO_CAPTURE_PROGRAM), {"--phone", phone().folder()}), words);
+    return joined(programOf(emulator(), PELTO_CAPTURE_PROGRAM),
+                  joined({"--phone", phone().folder()}, words));
 }
 
 Program::Words ServiceTest::watchCommand(const Words& more) {
@@ -60,9 +55,8 @@ Program::Words ServiceTest::watchCommand(const Words& more) {
 Program::Words ServiceTest::listeningHostCommand(const Words& types) {
     const Words plainHeap{"env", "MALLOC_ARENA_MAX=1",
                           "GLIBC_TUNABLES=glibc.malloc.tcache_count=0"};
-    const Words host =
-        joined(programOf(emulator(), LISTENING_HOST_PROGRAM), {phone().folder(), kReadyFd});
-    return joined(joined(plainHeap, host), types);
+    return joined(joined(plainHeap, programOf(emulator(), LISTENING_HOST_PROGRAM)),
+                  joined({phone().folder(), kReadyFd}, types));
 }
 
 ServiceTest::Result ServiceTest::run(const Words& command, const std::string& input) {
@@ -71,15 +65,11 @@ ServiceTest::Result ServiceTest::run(const Words& command, const std::string& in
     return {code, program.output(), program.errors()};
 }
 
-ServiceTest::Result ServiceTest::phoneStart() {
-    return pelto({"phone", "start", "--under", emulator()});
-}
-
-void ServiceTest::refuses(const Words& words, int code, const std::string& why) {
-    const Result result = pelto(words);
-    EXPECT_EQ(result.code, code) << words.front() << ": " << result.errors;
+void ServiceTest::fails(const Words& command, int code, const std::string& why) {
+    const Result result = run(command);
+    EXPECT_EQ(result.code, code) << result.errors;
     EXPECT_THAT(result.errors, testing::HasSubstr(why));
-    EXPECT_THAT(result.errors, testing::MatchesRegex("pelto: [^\n]+\n"));
+    EXPECT_THAT(result.errors, testing::MatchesRegex("pelto[a-z-]*: [^\n]+\n"));
     EXPECT_EQ(result.output, "");
 }
 

@@ -11,11 +11,17 @@ class ServiceTest : public PhoneTest {
   protected:
     using Words = Program::Words;
 
+    // Stops the service that phoneStart() has started.
+    void TearDown() override {
+        pelto({"phone", "stop"});
+        PhoneTest::TearDown();
+    }
+
     // The emulator's command for programs of another processor, else empty.
     static std::string emulator();
-    // The command lines of this build's programs; all but the first name the phone.
-    static Words hostProgram(const Words& words);
-    Words hostCommand(const Words& more = {});
+    // The command lines of this build's programs on the phone; the host's can name what lies below
+    // its folder. Those of hosts and watchers say when they are ready.
+    Words hostCommand(const Words& more = {}, const std::string& below = "");
     Words command(const Words& words);
     Words captureCommand(const Words& words);
     Words watchCommand(const Words& more = {});
@@ -29,9 +35,12 @@ class ServiceTest : public PhoneTest {
     static Result run(const Words& command, const std::string& input = "/dev/null");
     Result pelto(const Words& words) { return run(command(words)); }
     // Starts the service as a daemon.
-    Result phoneStart();
-    // Checks that the client fails with that code and one line on stderr that contains `why`.
-    void refuses(const Words& words, int code, const std::string& why);
+    Result phoneStart() { return pelto({"phone", "start", "--under", emulator()}); }
+    // Checks that the command fails with that code and one line on stderr that contains `why`.
+    static void fails(const Words& command, int code, const std::string& why);
+    void refuses(const Words& words, int code, const std::string& why) {
+        fails(command(words), code, why);
+    }
 
     // The published service, looked up by this process; null without one.
     static android::sp<android::IBinder> service();
