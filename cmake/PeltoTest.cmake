@@ -14,11 +14,12 @@ include(GoogleTest)
 set(PELTO_TEST_TIMEOUT 60 CACHE STRING "Seconds a test may take")
 
 # The environment of the tests: options of the sanitizer, or the emulator for programs of another
-# processor, which a test puts before the commands that it starts.
+# processor, which a test puts before the commands that it starts. A process under the thread sanitizer
+# sleeps at its end, so that threads still running can race with it; a second each would be most of the time.
 if(PELTO_SANITIZE STREQUAL "address")
   set(PELTO_TEST_ENVIRONMENT ASAN_OPTIONS=detect_stack_use_after_return=1:strict_string_checks=1)
 elseif(PELTO_SANITIZE STREQUAL "thread")
-  set(PELTO_TEST_ENVIRONMENT TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1)
+  set(PELTO_TEST_ENVIRONMENT TSAN_OPTIONS=halt_on_error=1:second_deadlock_stack=1:atexit_sleep_ms=100)
 else()
   list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
   set(PELTO_TEST_ENVIRONMENT "PELTO_EMULATOR=${emulator}")
