@@ -17,7 +17,8 @@
 namespace fs = std::filesystem;
 
 void PhoneTest::SetUp() {
-    std::string folder = testing::TempDir() + "pelto-XXXXXX";
+    // Longer than a socket's address, which holds 108 bytes.
+    std::string folder = testing::TempDir() + std::string(100, 'p') + "-XXXXXX";
     ASSERT_NE(mkdtemp(folder.data()), nullptr) << folder;
     mFolder = fs::canonical(folder).string();
     sim::Phone::create(mFolder).log().observe([this](const sim::Log::Record& record) {
