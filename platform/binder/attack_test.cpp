@@ -64,7 +64,10 @@ class RawClient {
     void send(const std::string& bytes) {
         ::send(mSocket.get(), bytes.data(), bytes.size(), MSG_NOSIGNAL);
     }
-    void halfClose() { shutdown(mSocket.get(), SHUT_WR); }
+    void sendLast(const std::string& bytes) {
+        send(bytes);
+        shutdown(mSocket.get(), SHUT_WR);
+    }
 
     // Waits for the next frame of that kind; skips its data.
     FrameHeader next(uint32_t kind) {
@@ -98,7 +101,7 @@ class AttackTest : public BinderTest {
   protected:
     void SetUp() override {
         BinderTest::SetUp();
-        publishAndServe();
+        publishAndServe(mService);
         mFolder = sim::Fd(open((phone().runDir() + "/services").c_str(), O_PATH | O_CLOEXEC));
     }
     void TearDown() override {
@@ -145,13 +148,12 @@ TEST_F(AttackTest, EndsAConnectionThatBreaksTheProtocolWithOneLine) {
     size_t attacks = 0;
     for (const auto& attack : kAttacks) {
         RawClient client(mFolder, attack.greets);
-        client.send(attack.bytes);
-        client.halfClose();
+        client.sendLast(attack.bytes);
         EXPECT_TRUE(client.ended()) << attack.reason;
         ASSERT_EQ(++attacks, logLines("Binder").size()) << attack.reason;
         EXPECT_EQ(endedLine(attack.reason), logLines("Binder").back());
     }
-    EXPECT_EQ(0, mService->notes());
+    EXPECT_EQ(0, mService->notes);
 }
 
 TEST_F(AttackTest, EndsAConnectionThatDoesNotTakeItsReplies) {
@@ -159,7 +161,7 @@ TEST_F(AttackTest, EndsAConnectionThatDoesNotTakeItsReplies) {
     for (size_t i = 0; i < 8; ++i) {
         client.send(frame(CALL, 0, TestService::ECHO, std::string(kMaxPayload, 'x')));
     }
-    EXPECT_TRUE(waitLogged(ANDROID_LOG_WARN, "Binder", endedLine("it does not take its replies")));
+    EXPECT_TRUE(waitLogged("W Binder: " + endedLine("it does not take its replies")));
     EXPECT_TRUE(client.ended());
     EXPECT_EQ(1u, logLines("Binder").size());
 }
@@ -168,7 +170,7 @@ TEST_F(AttackTest, AClientThatDoesNotReadCostsFailedCallsAlone) {
     RawClient client(mFolder);
     client.send(withObject(TestService::KEEP, {0, SENDER, 9}));
     ASSERT_EQ(1u, client.next(REPLY).callId);
-    const sp<IBinder> proxy = mService->kept();
+    const sp<IBinder> proxy = mService->kept;
     int32_t sent = 0;
     while (note(proxy, sent, 1024) == OK) ASSERT_LT(++sent, 10000);
     EXPECT_TRUE(echoes(mRemote));
@@ -204,8 +206,8 @@ TEST_F(AttackTest, CutsAFloodBeforeAReplyWhichArrives) {
                                        " are dropped: too many wait"},
               logLines("Binder"));
     EXPECT_TRUE(echoes(mRemote)) << "by the only thread, after the calls that were accepted";
-    EXPECT_GE(mService->notes(), 1);
-    EXPECT_LT(mService->notes(), static_cast<int32_t>(kTooMany));
+    EXPECT_GE(mService->notes, 1);
+    EXPECT_LT(mService->notes, static_cast<int32_t>(kTooMany));
 }
 
 // Each dies in the middle of a big frame.
@@ -220,12 +222,11 @@ TEST_F(AttackTest, ADeadClientIsNotifiedAndCostsLittle) {
         RawClient client(mFolder);
         client.send(withObject(TestService::KEEP, {0, SENDER, 1}));
         ASSERT_EQ(1u, client.next(REPLY).callId);
-        dead.push_back(interface_cast<IPeltoNativeClient>(mService->kept()));
+        dead.push_back(interface_cast<IPeltoNativeClient>(mService->kept));
         const sp<Watcher> watcher = sp<Watcher>::make();
-        ASSERT_EQ(OK, mService->kept()->linkToDeath(watcher));
-        client.send(cut);
-        client.halfClose();
-        ASSERT_TRUE(watcher->told.wait());
+        ASSERT_EQ(OK, mService->kept->linkToDeath(watcher));
+        client.sendLast(cut);
+        ASSERT_TRUE(wait(watcher->told));
         EXPECT_EQ(DEAD_OBJECT, dead.back()->onNativeEvent("type", "info"));
         if (i == 0) before = inUse();
     }
@@ -237,7 +238,7 @@ TEST_F(AttackTest, BoundsTheLiveObjectsOfAClient) {
     sp<IBinder> last, more = sp<TestService>::make();
     while (kept.size() < Connection::kMaxProxies) {
         ASSERT_EQ(OK, keep(last = sp<TestService>::make()));
-        kept.push_back(mService->kept());
+        kept.push_back(mService->kept);
     }
     for (int i = 0; i < 3; ++i) EXPECT_EQ(FAILED_TRANSACTION, keep(more));
     EXPECT_EQ(OK, keep(last)) << "what it has already";
@@ -279,8 +280,7 @@ TEST_F(AttackTest, AcceptsNobodyWhileDescriptorsAreShort) {
     } while (taken.back().valid());
     taken.resize(taken.size() - 2);  // frees one, for the client's end
     RawClient late(mFolder);
-    ASSERT_TRUE(waitLogged(ANDROID_LOG_ERROR, "Binder",
-                           "test lets nobody in for now: Too many open files"));
+    ASSERT_TRUE(waitLogged("E Binder: test lets nobody in for now: Too many open files"));
     EXPECT_TRUE(echoes(mRemote));
     taken.clear();
     guest.reset();

@@ -12,21 +12,8 @@ namespace {
 const String16 kText("sixteen");
 const String8 kBytes("t\0xt\xc3\xa9", 6);
 
-Parcel oneItemOfEachKind() {
-    Parcel parcel;
-    parcel.writeInt32(-7);
-    parcel.writeInt64(INT64_MIN + 1);
-    parcel.writeBool(true);
-    parcel.writeCString("four");
-    parcel.writeString8(kBytes);
-    parcel.writeInterfaceToken(kText);
-    parcel.writeStrongBinder(nullptr);
-    EXPECT_EQ(OK, parcel.errorCheck());
-    return parcel;
-}
-
-// Reads those items back up to the first failure, which must not move the position. Returns the
-// position behind each.
+// Reads an item of each kind back, up to the first failure, which must not move the position.
+// Returns the position behind each.
 std::vector<size_t> readBack(const Parcel& parcel) {
     std::vector<size_t> ends{0};
     const auto done = [&](bool read) {
@@ -49,7 +36,15 @@ std::vector<size_t> readBack(const Parcel& parcel) {
 }
 
 TEST(ParcelTest, ATruncatedOneReadsTheItemsThatAreWholeAndNothingElse) {
-    const Parcel whole = oneItemOfEachKind();
+    Parcel whole;
+    whole.writeInt32(-7);
+    whole.writeInt64(INT64_MIN + 1);
+    whole.writeBool(true);
+    whole.writeCString("four");
+    whole.writeString8(kBytes);
+    whole.writeInterfaceToken(kText);
+    whole.writeStrongBinder(nullptr);
+    EXPECT_EQ(OK, whole.errorCheck());
     whole.setDataPosition(0);
     const std::vector<size_t> ends = readBack(whole);
     ASSERT_EQ(8u, ends.size());

@@ -28,14 +28,8 @@ class MockClient : public BnPeltoNativeClient {
     MOCK_METHOD(status_t, onNativeEvent, (const char*, const char*), (override));
 };
 
-class PeltoInterfaceTest : public PhoneTest {
+class PeltoInterfaceTest : public BinderTest {
   protected:
-    void publishAndServe() {
-        ASSERT_EQ(OK, defaultServiceManager()->addService(String16(kPeltoServiceName), mService));
-        ProcessState::self()->startThreadPool();
-        mRemote = transport::Process::get().services().connect(kPeltoServiceName);
-        ASSERT_NE(nullptr, mRemote);
-    }
     status_t transact(uint32_t code, const Parcel& data) {
         Parcel reply;
         return mRemote->transact(code, data, &reply);
@@ -46,19 +40,18 @@ class PeltoInterfaceTest : public PhoneTest {
         return data;
     }
 
-    const sp<StrictMock<MockService>> mService = sp<StrictMock<MockService>>::make();
-    sp<IBinder> mRemote;
+    const sp<StrictMock<MockService>> mPelto = sp<StrictMock<MockService>>::make();
 };
 
 TEST_F(PeltoInterfaceTest, TheSevenOperationsArriveInSlotOrder) {
-    publishAndServe();
-    EXPECT_CALL(*mService, registerNativeClient(sp<IPeltoNativeClient>())).WillOnce(Return(17));
-    EXPECT_CALL(*mService, notifyVideoStutter(String8("detector"), -3));
-    EXPECT_CALL(*mService, updateSFStateFlag(true));
-    EXPECT_CALL(*mService, updateTopActivity(INT64_MIN));
-    EXPECT_CALL(*mService, setEvent(String8("type"), String8("key:\xc3\xa9")));
-    EXPECT_CALL(*mService, setEventToNative(String8(), String8("info")));
-    EXPECT_CALL(*mService, setDebugLog(false));
+    publishAndServe(mPelto, kPeltoServiceName);
+    EXPECT_CALL(*mPelto, registerNativeClient(sp<IPeltoNativeClient>())).WillOnce(Return(17));
+    EXPECT_CALL(*mPelto, notifyVideoStutter(String8("detector"), -3));
+    EXPECT_CALL(*mPelto, updateSFStateFlag(true));
+    EXPECT_CALL(*mPelto, updateTopActivity(INT64_MIN));
+    EXPECT_CALL(*mPelto, setEvent(String8("type"), String8("key:\xc3\xa9")));
+    EXPECT_CALL(*mPelto, setEventToNative(String8(), String8("info")));
+    EXPECT_CALL(*mPelto, setDebugLog(false));
     const sp<IPeltoService> service = interface_cast<IPeltoService>(mRemote);
     EXPECT_EQ(IPeltoService::descriptor, mRemote->getInterfaceDescriptor());
     EXPECT_EQ(17, service->registerNativeClient(nullptr));
@@ -68,13 +61,13 @@ TEST_F(PeltoInterfaceTest, TheSevenOperationsArriveInSlotOrder) {
     service->setEvent(String8("type"), String8("key:\xc3\xa9"));
     service->setEventToNative(String8(), String8("info"));
     service->setDebugLog(false);
-    EXPECT_TRUE(testing::Mock::VerifyAndClearExpectations(mService.get()));
+    EXPECT_TRUE(testing::Mock::VerifyAndClearExpectations(mPelto.get()));
     static_assert(IPeltoService::UPDATE_SF_STATE_FLAG == 3 && IPeltoService::SET_EVENT == 5 &&
                   IPeltoService::SET_DEBUG_LOG == 7);
 }
 
 TEST_F(PeltoInterfaceTest, ACallCutShortReachesNoOperation) {
-    publishAndServe();
+    publishAndServe(mPelto, kPeltoServiceName);
     for (const uint32_t code : {0u, 8u}) EXPECT_EQ(UNKNOWN_TRANSACTION, transact(code, call()));
     for (uint32_t code = 1; code <= 7; ++code) {
         EXPECT_EQ(PERMISSION_DENIED, transact(code, call(String16("pelto.IPeltoSERVICE")))) << code;
@@ -94,22 +87,22 @@ TEST_F(PeltoInterfaceTest, ACallCutShortReachesNoOperation) {
 }
 
 TEST_F(PeltoInterfaceTest, ANativeClientIsNotifiedAndKnownAgain) {
-    publishAndServe();
+    publishAndServe(mPelto, kPeltoServiceName);
     const auto client = sp<StrictMock<MockClient>>::make();
     PeltoServiceCalls calls(mRemote.get());
     std::vector<sp<IPeltoNativeClient>> known;
-    EXPECT_CALL(*mService, registerNativeClient(_)).WillRepeatedly([&](const auto& given) {
+    EXPECT_CALL(*mPelto, registerNativeClient(_)).WillRepeatedly([&](const auto& given) {
         known.push_back(given);
         return 17;
     });
     for (int i = 0; i < 2; ++i) ASSERT_EQ(17, calls.registerNativeClient(client));
     EXPECT_EQ(known[0], known[1]);
 
-    Latch notified;
+    std::promise<void> notified;
     EXPECT_CALL(*client, onNativeEvent(testing::StrEq("type"), testing::StrEq("key:\xc3\xa9")))
-        .WillOnce([&] { return notified.open(), OK; });
+        .WillOnce([&] { return notified.set_value(), OK; });
     EXPECT_EQ(OK, known[0]->onNativeEvent("type", "key:\xc3\xa9"));
-    EXPECT_TRUE(notified.wait());
+    EXPECT_TRUE(wait(notified));
     EXPECT_LE(IPeltoNativeClient::descriptor.size(), IPeltoService::descriptor.size())
         << "an event that fits into a call to the service fits into those to its clients";
 
@@ -129,19 +122,19 @@ TEST_F(PeltoInterfaceTest, UploadsArriveInOrderAndFindTheServiceThatCameBack) {
         Peer before(phone(), kPeltoServiceName);
         upload.setEvent(String8("type"), String8("to the first"));
     }
-    ASSERT_EQ(OK, defaultServiceManager()->addService(String16(kPeltoServiceName), mService));
+    ASSERT_EQ(OK, defaultServiceManager()->addService(String16(kPeltoServiceName), mPelto));
     // No thread executes calls yet; sending does not wait for one.
     constexpr int kCalls = 200;
     int next = 0;
-    Latch last;
-    EXPECT_CALL(*mService, setEvent(String8("type"), _))
+    std::promise<void> last;
+    EXPECT_CALL(*mPelto, setEvent(String8("type"), _))
         .WillRepeatedly([&](const String8&, const String8& info) {
             EXPECT_EQ(std::to_string(next), info.c_str());
-            if (++next == kCalls) last.open();
+            if (++next == kCalls) last.set_value();
         });
     for (int i = 0; i < kCalls; ++i) upload.setEvent(String8("type"), String8(std::to_string(i)));
     ProcessState::self()->startThreadPool();
-    EXPECT_TRUE(last.wait());
+    EXPECT_TRUE(wait(last));
     EXPECT_EQ(1u, failures());
     upload.setEvent(String8("huge"), String8(std::string(1 << 20, 'x')));
     EXPECT_EQ(2u, failures());

@@ -48,7 +48,7 @@ TEST_F(ControlTest, AnswersOrSaysInOneLineWhyNot) {
     EXPECT_EQ("an argument of 'echo' holds a NUL", request({"echo", std::string(1, '\0')}));
     EXPECT_EQ("the arguments of 'echo' are too long", request({"echo", mLongest + "x"}));
     EXPECT_FALSE(phone().control().serve());
-    EXPECT_TRUE(logged(ANDROID_LOG_ERROR, "sim_control", path + ": is served already"));
+    EXPECT_TRUE(logged("E sim_control: " + path + ": is served already"));
 }
 
 TEST_F(ControlTest, DropsHostileClientsAndEvictsTheOldest) {
@@ -58,9 +58,8 @@ TEST_F(ControlTest, DropsHostileClientsAndEvictsTheOldest) {
         send(client.get(), bytes.data(), bytes.size(), 0);
         char byte;
         EXPECT_EQ(0, recv(client.get(), &byte, 1, 0)) << "hangs up";
-        EXPECT_TRUE(logged(
-            ANDROID_LOG_WARN, "sim_control",
-            "no request: " + std::to_string(bytes.size()) + " bytes; the connection is closed"));
+        EXPECT_TRUE(logged("W sim_control: no request: " + std::to_string(bytes.size()) +
+                           " bytes; the connection is closed"));
     }
     std::vector<Fd> others;
     for (size_t i = 0; i < Control::kMaxConnections; ++i)

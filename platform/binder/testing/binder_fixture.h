@@ -13,16 +13,16 @@
 
 namespace android::binder_test {
 
-// Publishes a TestService and calls it as a client does, over a socket, in one process.
+// Publishes a service and calls it as a client does, over a socket, in one process.
 class BinderTest : public PhoneTest {
   protected:
-    void publish() {
-        ASSERT_EQ(OK, defaultServiceManager()->addService(String16("test"), mService));
-        mRemote = transport::Process::get().services().connect("test");
+    void publish(const sp<IBinder>& service, const char* name = "test") {
+        ASSERT_EQ(OK, defaultServiceManager()->addService(String16(name), service));
+        mRemote = transport::Process::get().services().connect(name);
         ASSERT_NE(nullptr, mRemote);
     }
-    void publishAndServe() {
-        publish();
+    void publishAndServe(const sp<IBinder>& service, const char* name = "test") {
+        publish(service, name);
         ProcessState::self()->startThreadPool();
     }
     sp<IBinder> find(const char* name) {

@@ -1,39 +1,33 @@
-// The object that the binder tests call: an operation for each kind of argument, and a latch.
+// The object that the binder tests call: an operation for each kind of argument, and one that
+// waits.
 #pragma once
 
 #include <binder/IInterface.h>
 #include <binder/IPCThreadState.h>
 #include <binder/Parcel.h>
 
+#include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <future>
-#include <mutex>
-#include <string>
+#include <thread>
 
 namespace android::binder_test {
 
 constexpr std::chrono::seconds kTimeout{30};  // a deadline that only fails
 
-// A one-shot event; wait() gives up after kTimeout.
-class Latch {
-  public:
-    void open() { mOpen.set_value(); }
-    bool wait() { return mOpened.wait_for(kTimeout) == std::future_status::ready; }
-
-  private:
-    std::promise<void> mOpen;
-    const std::shared_future<void> mOpened = mOpen.get_future().share();
-};
+// Waits for an event that occurs once, and is waited for once.
+inline bool wait(std::promise<void>& event) {
+    return event.get_future().wait_for(kTimeout) == std::future_status::ready;
+}
 
 class Watcher : public IBinder::DeathRecipient {
   public:
     void binderDied(const wp<IBinder>& who) override {
         died = who;
-        told.open();  // fails the second time
+        told.set_value();  // fails the second time
     }
     wp<IBinder> died;
-    Latch told;
+    std::promise<void> told;
 };
 
 class TestService : public BBinder {
@@ -48,25 +42,15 @@ class TestService : public BBinder {
 
     // Waits for `count` notes; whether they came in time and in the order 0, 1, 2...
     bool noted(int32_t count) {
-        std::unique_lock<std::mutex> lock(mMutex);
-        return mChanged.wait_for(lock, kTimeout, [&] { return mNotes >= count; }) && mInOrder;
-    }
-    int32_t notes() {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        return mNotes;
-    }
-    sp<IBinder> kept() {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        return mKept;
-    }
-    // Replaces the kept object and returns the old one.
-    sp<IBinder> keep(sp<IBinder> object) {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        std::swap(mKept, object);
-        return object;
+        const auto deadline = std::chrono::steady_clock::now() + kTimeout;
+        while (notes < count && std::chrono::steady_clock::now() < deadline)
+            std::this_thread::yield();
+        return notes >= count && mInOrder;
     }
 
-    Latch entered, released;
+    std::atomic<int32_t> notes{0};
+    sp<IBinder> kept;  // a KEEP has set it before it is answered
+    std::promise<void> entered, released;
 
   protected:
     status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply, uint32_t flags) override {
@@ -74,15 +58,16 @@ class TestService : public BBinder {
             case ECHO:
                 return reply->write(data.data(), data.dataSize());
             case NOTE:
-                return note(data.readInt32());
+                if (data.readInt32() != notes++) mInOrder = false;
+                return OK;
             case KEEP:
-                keep(data.readStrongBinder());
-                return reply->writeStrongBinder(kept());
+                kept = data.readStrongBinder();
+                return reply->writeStrongBinder(kept);
             case CALL_BACK:
                 return callBack(data, reply);
             case WAIT:
-                entered.open();
-                released.wait();
+                entered.set_value();
+                wait(released);
                 return reply->writeInt32(IPCThreadState::self()->getCallingPid());
             default:
                 return BBinder::onTransact(code, data, reply, flags);
@@ -90,14 +75,6 @@ class TestService : public BBinder {
     }
 
   private:
-    status_t note(int32_t number) {
-        const std::lock_guard<std::mutex> lock(mMutex);
-        mInOrder = mInOrder && number == mNotes;
-        ++mNotes;
-        mChanged.notify_all();
-        return OK;
-    }
-
     static status_t callBack(const Parcel& data, Parcel* reply) {
         Parcel forward;
         const sp<IBinder> object = data.readStrongBinder();
@@ -105,11 +82,7 @@ class TestService : public BBinder {
         return object->transact(ECHO, forward, reply);
     }
 
-    std::mutex mMutex;
-    std::condition_variable mChanged;
-    int32_t mNotes = 0;
-    bool mInOrder = true;
-    sp<IBinder> mKept;
+    std::atomic<bool> mInOrder{true};
 };
 
 inline status_t note(const sp<IBinder>& object, int32_t number, size_t padding = 0) {
