@@ -61,14 +61,12 @@ TEST_F(RefusalsTest, ClientReportsWhatThePhoneRefuses) {
     for (const Refusal& wrong : cases) refuses(wrong.words, wrong.code, wrong.why);
 }
 
-TEST_F(RefusalsTest, HostNeedsAPhone) {
+TEST_F(RefusalsTest, HostNeedsAPhoneAndCaptureReportsThatNoWholeArchiveWasMade) {
     fails(hostCommand({"--threads", "0"}), 2, "peltoserviced: --threads");
     fails(hostCommand({}, "/none"), 3, "peltoserviced: ");
     fails(hostCommand({}, "/fs"), 3, "not a phone's folder");
     EXPECT_THAT(run(hostCommand({"--help"})).output, HasSubstr("Exit codes:"));
-}
 
-TEST_F(RefusalsTest, CaptureReportsThatNoWholeArchiveWasMade) {
     file("/data/x/text", "");
     const Refusal cases[] = {
         {{"one,two,three,four"}, 2, "pelto-capture: INFO takes five fields"},

@@ -75,7 +75,7 @@ class StoryTest : public ServiceTest {
         EXPECT_EQ(follower.wait(), 0) << follower.errors();
     }
 
-    void stops() {
+    void stopsAndLeavesNothingBehind() {
         EXPECT_EQ(does({"phone", "stop"}),
                   "peltoservice stopped, process " + std::to_string(mPid) + "\n");
         EXPECT_EQ(mWatcher->line(), "");
@@ -85,9 +85,7 @@ class StoryTest : public ServiceTest {
         EXPECT_EQ(status.code, 4);
         EXPECT_EQ(nlohmann::json::parse(status.output)["service"]["published"], false);
         EXPECT_EQ(does({"phone", "stop"}), "no process of the phone ran\n");
-    }
 
-    void leavesNothingBehind() {
         EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), mAdopts ? mPid : -1);
         EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1) << "a process still runs";
         for (const auto& entry : fs::recursive_directory_iterator(phone().folder()))
@@ -160,8 +158,7 @@ D peltoserviced: peltoservice published, 16 threads
     does({"send", "so_far"}, {"so_far "});
     does({"gpu", "control", "0"});
     does({"clock", "advance", "1", "--sleepers", "1"}, {feedback + "EventID,410,Reason,late"});
-    stops();
-    leavesNothingBehind();
+    stopsAndLeavesNothingBehind();
 }
 
 }  // namespace
