@@ -24,8 +24,6 @@ std::string packed(const std::string& hex) {
 
 class GenericNetlinkTest : public PhoneTest {
   protected:
-    GenericNetlink& kernel() { return phone().netlink(); }
-
     Fd opened() { return Fd(phone::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_GENERIC)); }
     // The address of a port, for one call.
     const sockaddr* port(uint32_t id, uint32_t groups = 0) {
@@ -45,7 +43,7 @@ class GenericNetlinkTest : public PhoneTest {
     void send(const std::string& hex) {
         const std::string bytes = bytesOfHex(hex);
         ASSERT_TRUE(writeAll(mFd.get(), bytes.data(), bytes.size()));
-        ASSERT_TRUE(kernel().waitReceived(++mSent));
+        ASSERT_TRUE(phone().netlink().waitReceived(++mSent));
     }
     // The next datagram in hex, or "" when there is none, or the error.
     std::string received(size_t size = 4096) {
@@ -69,7 +67,7 @@ TEST_F(GenericNetlinkTest, AnswersTheLookUp) {
                      "0800 0500 01000000 1800 0600 1400 0100 0800 0100 01000000"
                      "0800 0200 0a000000"),
               received());
-    kernel().setAnswer(GenericNetlink::Answer::kNoFamily);
+    phone().netlink().setAnswer(GenericNetlink::Answer::kNoFamily);
     send(kLookUp);
     EXPECT_EQ(packed("38000000 0200 0000 00000000 a1860100 feffffff") + packed(kLookUp),
               received());
@@ -87,9 +85,9 @@ TEST_F(GenericNetlinkTest, SendsThePacketsOfTheModuleOnceItIsRegistered) {
               received());
     EXPECT_EQ("ok", tell("audio-raw 0aFf"));
     EXPECT_EQ("0aff", received());
-    kernel().push(1, std::string(300, 'x'));
+    phone().netlink().push(1, std::string(300, 'x'));
     EXPECT_EQ(2 * 276u, received(276).size()) << "cut as a datagram";
-    while (kernel().push(1, "x") == GenericNetlink::Pushed::kQueued) {
+    while (phone().netlink().push(1, "x") == GenericNetlink::Pushed::kQueued) {
     }
     EXPECT_EQ(strerror(ENOBUFS), received()) << "after a loss one receive fails";
     EXPECT_EQ(2 * 36u, received().size());
@@ -113,15 +111,12 @@ TEST_F(GenericNetlinkTest, RefusesAsTheKernelDoes) {
         const std::string reply = received();
         EXPECT_EQ(error, reply.empty() ? "" : reply.substr(32, 8)) << request;
     }
-    const auto* const other = port(100001);
-    EXPECT_EQ(-1, phone::sendto(mFd.get(), "x", 1, 0, other, sizeof(mAddress)));
-    EXPECT_EQ(ECONNREFUSED, errno);
-    const auto socketError = [](int domain, int type, int protocol) {
-        return phone::socket(domain, type, protocol) == -1 ? errno : 0;
-    };
-    EXPECT_EQ(EAFNOSUPPORT, socketError(AF_INET, SOCK_STREAM, 0));
-    EXPECT_EQ(EPROTONOSUPPORT, socketError(AF_NETLINK, SOCK_RAW, NETLINK_ROUTE));
-    EXPECT_EQ(ESOCKTNOSUPPORT, socketError(AF_NETLINK, SOCK_STREAM, NETLINK_GENERIC));
+    const auto error = [](ssize_t result) { return result == -1 ? errno : 0; };
+    EXPECT_EQ(ECONNREFUSED,
+              error(phone::sendto(mFd.get(), "x", 1, 0, port(100001), sizeof(mAddress))));
+    EXPECT_EQ(EAFNOSUPPORT, error(phone::socket(AF_INET, SOCK_STREAM, 0)));
+    EXPECT_EQ(EPROTONOSUPPORT, error(phone::socket(AF_NETLINK, SOCK_RAW, NETLINK_ROUTE)));
+    EXPECT_EQ(ESOCKTNOSUPPORT, error(phone::socket(AF_NETLINK, SOCK_STREAM, NETLINK_GENERIC)));
     mAddress.nl_family = AF_INET;
     EXPECT_EQ(EAFNOSUPPORT, bound(mFd, reinterpret_cast<const sockaddr*>(&mAddress)));
 

@@ -49,9 +49,10 @@ void Program::signal(int number) const {
     ASSERT_EQ(kill(mPid, number), 0);
 }
 
-bool Program::awaitReady() {
+ReadyProgram::ReadyProgram(const Words& command) : Program(command) {
     pollfd ready{mReady.get(), POLLIN, 0};
-    return poll(&ready, 1, kTimeoutMillis) == 1 && sim::readAll(mReady.get(), 6) == "ready\n";
+    EXPECT_TRUE(poll(&ready, 1, kTimeoutMillis) == 1 && sim::readAll(mReady.get(), 6) == "ready\n")
+        << errors();
 }
 
 // Waits for more output; false at its end.

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <gtest/gtest.h>
 #include <sim/base/fd.h>
 #include <sys/types.h>
 
@@ -18,16 +17,12 @@ class Program {
     // `command`: path and arguments. `input`: the file that is its standard input.
     explicit Program(const Words& command, const std::string& input = "/dev/null");
     ~Program();
-    Program(const Program&) = delete;
-    Program& operator=(const Program&) = delete;
 
-    // The program's descriptor for "ready", which awaitReady() reads.
+    // The program's descriptor for "ready", which a ReadyProgram reads.
     static constexpr int kReadyFd = 3;
 
     pid_t pid() const { return mPid; }
     void signal(int number) const;
-    // Waits until it writes "ready" to kReadyFd; false when it ends without.
-    bool awaitReady();
     // Its next line of output without the newline; "" at the end of the output.
     std::string line();
     // Reads all its output and waits for its end. Returns its exit code, or minus the signal.
@@ -38,18 +33,19 @@ class Program {
     // What it has written to its standard error.
     std::string errors() const;
 
+  protected:
+    sim::Fd mReady;
+
   private:
     bool readMore();
 
     pid_t mPid = -1;
-    sim::Fd mReady, mOutput, mErrors;
+    sim::Fd mOutput, mErrors;
     std::string mText;
 };
 
-// A program that has written "ready".
+// A program that has written "ready" to kReadyFd.
 class ReadyProgram : public Program {
   public:
-    explicit ReadyProgram(const Words& command) : Program(command) {
-        EXPECT_TRUE(awaitReady()) << errors();
-    }
+    explicit ReadyProgram(const Words& command);
 };

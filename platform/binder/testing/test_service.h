@@ -63,8 +63,12 @@ class TestService : public BBinder {
             case KEEP:
                 kept = data.readStrongBinder();
                 return reply->writeStrongBinder(kept);
-            case CALL_BACK:
-                return callBack(data, reply);
+            case CALL_BACK: {
+                Parcel forward;
+                const sp<IBinder> object = data.readStrongBinder();
+                forward.writeString8(data.readString8());
+                return object->transact(ECHO, forward, reply);
+            }
             case WAIT:
                 entered.set_value();
                 wait(released);
@@ -75,13 +79,6 @@ class TestService : public BBinder {
     }
 
   private:
-    static status_t callBack(const Parcel& data, Parcel* reply) {
-        Parcel forward;
-        const sp<IBinder> object = data.readStrongBinder();
-        forward.writeString8(data.readString8());
-        return object->transact(ECHO, forward, reply);
-    }
-
     std::atomic<bool> mInOrder{true};
 };
 
