@@ -19,7 +19,7 @@ constexpr bool kSanitized = PELTO_SANITIZED;  // its allocator does not report t
 // a 64-bit machine over 245 watchers.
 constexpr size_t kBytesPerClient = 1640;
 constexpr size_t kWatchersPerBatch = 2;
-constexpr size_t kMaxGrowth = 1 << 19;  // of the heap, apart from native clients
+constexpr size_t kMaxGrowth = 1 << 20;  // of the heap, apart from native clients
 
 constexpr size_t kSenders = 4;
 // What the senders send, with the numbers of sender and event for the first and the second '#'.
