@@ -1,15 +1,17 @@
+// Requests of audio dumps, and the dump files that each request prunes first.
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <filesystem>
+#include <fstream>
+#include <future>
 
 #include "logcapture/KelvoAudioDumpsysLogThread.h"
+#include "logcapture/KelvoPeltoLogWriter.h"
 #include "logcapture/testing/capture_test.h"
+#include "sim/userspace/reports.h"
 
 namespace android {
 namespace {
-
-namespace fs = std::filesystem;
 
 constexpr char kDirectory[] = "/data/persist_log/TMP/audio_dumpsys/";
 
@@ -38,7 +40,7 @@ class AudioDumpTest : public CaptureTest {
     }
 };
 
-TEST_F(AudioDumpTest, TheTenthFileCostsTheOldest) {
+TEST_F(AudioDumpTest, RemovesTheOldestOfTenFiles) {
     dumpFiles(8);
     dumpFile("old", 6);
     fs::create_directory(host("directory"));
@@ -46,7 +48,6 @@ TEST_F(AudioDumpTest, TheTenthFileCostsTheOldest) {
     EXPECT_EQ("", prune()) << "directories and links do not count";
     dumpFile("new", 8);
     EXPECT_EQ(removal("old") + "\n", prune());
-    EXPECT_EQ("", prune());
     EXPECT_EQ(11u, files());
 
     dumpFile("$HOME", 1);
@@ -62,48 +63,95 @@ TEST_F(AudioDumpTest, TheTenthFileCostsTheOldest) {
         said());
 }
 
-TEST_F(AudioDumpTest, OfEqualSecondsTheFirstListedGoesOneADump) {
-    dumpFiles(1000);
+TEST_F(AudioDumpTest, RemovesTheFirstListedOfEqualSeconds) {
+    dumpFiles(100);
     for (int i = 0; i < 3; ++i) {
-        const fs::directory_iterator first(host(""));
-        const std::string name = first->path().filename();
-        EXPECT_EQ(removal(name) + "\n", prune());
+        const std::string first = fs::directory_iterator(host(""))->path().filename();
+        EXPECT_EQ(removal(first) + "\n", prune());
     }
-    EXPECT_EQ(997u, files());
 }
 
-TEST_F(AudioDumpTest, TenFilesThatCannotBeExaminedNameNone) {
-    // With the directory these names exceed the buffer; cut, they name no file.
-    dumpFiles(10, std::string(240, 'n'));
+TEST_F(AudioDumpTest, RemovesNoneOfFilesThatCannotBeExamined) {
+    // With the directory these names have a character too many; cut, they name no file.
+    const std::string longest(218, 'n');
+    dumpFiles(10, longest);
     EXPECT_EQ("rm -rf \n", prune());
-    EXPECT_EQ(10u, files());
+    fs::rename(host(longest + "0"), host(longest));
+    EXPECT_EQ(removal(longest) + "\n", prune());
+    EXPECT_EQ(9u, files());
 }
 
-TEST_F(AudioDumpTest, TheTypeIsSetBeforeTheServiceStarts) {
+TEST_F(AudioDumpTest, SetsTheTypeBeforeItStartsTheService) {
     fs::remove_all(host(""));
     const auto thread = make<KelvoAudioDumpsysLogThread>("a,b c");
     fs::create_directories(host(""));
+    phone().faults().hang("audiodumpinfo");
     EXPECT_TRUE(thread->threadLoop());
     EXPECT_EQ("E DUMP_PATH open failed.\nD start audio dump info, mDumpType:a,b c\n", said());
-    EXPECT_EQ("a,b c", property("kelvo.audio.dumpinfo.type"));
-    phone().services().awaitStopped();
-    EXPECT_THAT(contents(kDirectory + names(kDirectory)[0]),
-                testing::StartsWith("dump type: a,b c\n"));
-    // The service starts even when the property refuses the type.
+    // The lines of init show the order: it refuses the type and does not start the service twice.
     EXPECT_TRUE(make<KelvoAudioDumpsysLogThread>(std::string(92, 'x'))->threadLoop());
-    phone().services().awaitStopped();
-    EXPECT_EQ("a,b c", property("kelvo.audio.dumpinfo.type"));
-    EXPECT_EQ(2u, files());
-    said();
+    EXPECT_EQ(
+        "E Unable to set property 'kelvo.audio.dumpinfo.type': property value too long\n"
+        "I service 'audiodumpinfo' requested start, but it is already running\n",
+        PhoneTest::said("init"));
     EXPECT_FALSE(make<KelvoAudioDumpsysLogThread>("")->threadLoop());
     EXPECT_EQ("E invalid mDumpType.\nD ~KelvoAudioDumpsysLogThread()\n", said());
-    EXPECT_EQ(2u, files());
+    EXPECT_EQ("a,b c", property("kelvo.audio.dumpinfo.type"));
+    phone().services().awaitStopped();  // releases the service
+    EXPECT_THAT(contents(kDirectory + names(kDirectory).at(0)),
+                testing::StartsWith("dump type: a,b c\n"));
     // It repeats while its owner keeps it.
     ASSERT_EQ(OK, thread->start("pelto_dump", 0, 0));
     EXPECT_TRUE(
         waitLogged("D KelvoAudioDumpsysLogThread: start audio dump info, mDumpType:a,b c", 3));
     thread->quit();
     EXPECT_FALSE(thread->isRunning());
+}
+
+TEST_F(AudioDumpTest, TenEventsAtOnceAreTenRequestsAndOneDump) {
+    const sp<KelvoPeltoLogWriter> writer = new KelvoPeltoLogWriter;
+    phone().faults().hang("audiodumpinfo");
+    thread_control::hold("pelto_dump");
+    for (int i = 0; i < 10; ++i) report("pelto_event_multimedia_audio_dumpsys", "codec,7");
+    ASSERT_TRUE(waitLogged("D KelvoPeltoLogWriter: dumpsysAudioInfo", 10));
+    // The writer drops each worker under its lock: once the lock is free, the worker is gone.
+    writer->caputureLogs(String8(""));
+    thread_control::release("pelto_dump");
+    ASSERT_TRUE(waitDestroyed("KelvoAudioDumpsysLogThread", 10));
+    EXPECT_TRUE(
+        logged("I init: service 'audiodumpinfo' requested start, but it is already running", 9));
+    phone().services().awaitStopped();  // releases the commands that hang
+    EXPECT_EQ(1u, files());
+    EXPECT_EQ("", ran());
+}
+
+TEST_F(AudioDumpTest, WaitsForAReportAlsoWhenBothFail) {
+    const sp<KelvoPeltoLogWriter> writer = new KelvoPeltoLogWriter;
+    thread_control::refuse("pelto_dump");
+    phone().reports().refuse(true);
+    phone().faults().hang("cp");
+    auto capture =
+        std::async(std::launch::async, [&] { writer->caputureLogs(String8("A0345,4,/p/,/t/,n")); });
+    ASSERT_TRUE(phone().faults().waitHanging("cp"));
+    forgetLog();
+    std::promise<pid_t> id;
+    auto dump = std::async(std::launch::async, [&] {
+        id.set_value(gettid());
+        writer->dumpsysAudioInfo(String8("t"));
+    });
+    // Waits until the thread sleeps at the lock or has ended.
+    const std::string stat = "/proc/self/task/" + std::to_string(id.get_future().get()) + "/stat";
+    std::string number, name, state;
+    while (std::ifstream(stat) >> number >> name >> state && state != "S")
+        std::this_thread::yield();
+    EXPECT_TRUE(log().empty());
+    phone().faults().release("cp");
+    capture.get();
+    dump.get();
+    EXPECT_EQ(
+        "E error, WexRaiseException failed\nD dumpsysAudioInfo\n"
+        "E cannot start audio dumpsys thread, error:-2147483648\n",
+        PhoneTest::said("KelvoPeltoLogWriter"));
 }
 
 }  // namespace

@@ -1,7 +1,5 @@
 #include <sys/resource.h>
-#include <utils/ThreadStartControl.h>
 
-#include <filesystem>
 #include <future>
 
 #include "logcapture/KelvoDmesgThread.h"
@@ -11,8 +9,6 @@
 
 namespace android {
 namespace {
-
-using namespace std::chrono_literals;
 
 constexpr char kTag[] = "KelvoDmesgThread";
 constexpr char kDumpLog[] = "event_audio_detect_dump_log";
@@ -40,20 +36,28 @@ class KernelLogThreadTest : public CaptureTest {
     }
 };
 
-TEST_F(KernelLogThreadTest, ADumpHoldsWhatTheKernelSaidSinceTheLast) {
+TEST_F(KernelLogThreadTest, DumpsWhatTheKernelSaidSinceTheLastDump) {
     const std::string dump = "/data/ruvi/log/VRN/de/audioDetLog/ad_dmesg.txt";
-    started();
-    for (const std::string text : {"] first\n", "] second\n"}) {
-        phone().kernelLog().append(text.substr(2, text.size() - 3));
+    const auto thread = started();
+    for (const std::string text : {"first", "second"}) {
+        phone().kernelLog().append(text);
+        phone().faults().hang("dmesg");
         report(kDumpLog, "mic");
-        pause();
+        ASSERT_TRUE(phone().faults().waitHanging("dmesg"));
+        thread->dumpKernelLog();  // dropped, as during the pause
+        phone().faults().release("dmesg");
+        pause(10ms - 1ns);
+        // Enough requests to catch a worker that has not slept long enough.
+        for (int i = 0; i < 1000; ++i) thread->dumpKernelLog();
+        pause(1ns);
         ASSERT_TRUE(waitAsleep());
-        said();
-        EXPECT_THAT(contents(dump), testing::EndsWith(text));
+        EXPECT_EQ(1, count(said(), "D dumpKernelLog signal\n"));
+        EXPECT_EQ(3, count(ran(), "\n"));
+        EXPECT_THAT(contents(dump), EndsWith("] " + text + "\n"));
     }
     EXPECT_EQ(1, count(contents(dump), "\n"));
 
-    std::filesystem::remove_all(phone().fsDir() + "/data/ruvi");
+    fs::remove_all(phone().fsDir() + "/data/ruvi");
     phone().faults().fail("chmod", 5);
     report(kDumpLog, "i$j");
     pause();
@@ -69,22 +73,6 @@ D KelvoDmesgThread: chmod 777 /data/ruvi/log/VRN/de/audioDetLog/ad_dmesg.txt, er
 D KelvoDmesgThread: dmesg -c > /data/ruvi/log/VRN/de/audioDetLog/ad_dmesg.txt, err=256 \(.+\)
 D KelvoDmesgThread going to sleep
 )"));
-}
-
-TEST_F(KernelLogThreadTest, RequestsDuringADumpAndItsPauseAreDropped) {
-    const auto thread = started();
-    phone().faults().hang("dmesg");
-    thread->dumpKernelLog();
-    ASSERT_TRUE(phone().faults().waitHanging("dmesg"));
-    for (int i = 0; i < 9; ++i) thread->dumpKernelLog();
-    phone().faults().release("dmesg");
-    pause(10ms - 1ns);
-    // Enough requests to catch a worker that has not slept long enough.
-    for (int i = 0; i < 1000; ++i) thread->dumpKernelLog();
-    pause(1ns);
-    ASSERT_TRUE(waitAsleep());
-    EXPECT_EQ(3, count(ran(), "\n"));
-    EXPECT_EQ(1, count(said(), "D dumpKernelLog signal\n"));
 }
 
 TEST_F(KernelLogThreadTest, StartsWhenItComesAfterThePublication) {

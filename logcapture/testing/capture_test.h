@@ -3,12 +3,19 @@
 #include <gmock/gmock.h>
 #include <utils/RefBase.h>
 #include <utils/String8.h>
+#include <utils/ThreadStartControl.h>
+
+#include <filesystem>
 
 #include "event/PeltoEventDisptch.h"
 #include "sim/shell/shell.h"
 #include "tests/support/phone_fixture.h"
 
 namespace android {
+
+namespace fs = std::filesystem;
+using namespace std::chrono_literals;
+using testing::EndsWith;
 
 // Fixture of the tests of the capture classes; `tag` is the log tag of the class under test.
 class CaptureTest : public PhoneTest {
