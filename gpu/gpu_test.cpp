@@ -2,17 +2,13 @@
 
 #include <gmock/gmock.h>
 #include <signal.h>
-#include <sys/socket.h>
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
-#include <system_error>
 
 #include "gpu/KelvoGpuMinidump.h"
 #include "gpu/KelvoGpuMinidumpFactory.h"
 #include "sim/base/line_file.h"
-#include "sim/control/request.h"
 #include "sim/kernel/sysfs_attributes.h"
 #include "tests/support/phone_fixture.h"
 
@@ -49,25 +45,24 @@ class Service : public BnPeltoService {
     void setDebugLog(bool) override {}
 };
 
-// A phone whose clock is held at 2024-03-05 14:07:09, its local time being UTC.
+// A monitor that waits for faults, on a phone whose clock is held at 2024-03-05 14:07:09, its local
+// time being UTC.
 class GpuTest : public PhoneTest {
   protected:
     void SetUp() override {
         PhoneTest::SetUp();
-        monitor = &make();
         setenv("TZ", "UTC", 1);
         holdClock(1709647629s);
+        setReadOnly("ro.build.version.ota", kVersion);
+        monitor = &make();
+        ASSERT_TRUE(monitor->init(service));
+        settle();
+        forgetLog();
     }
     // Never destroyed: destroying a started monitor ends the process.
     KelvoGpuMinidump& make() {
         static auto& kept = *new std::vector<std::shared_ptr<KelvoGpuMinidump>>;
         return *kept.emplace_back(KelvoGpuMinidumpFactory::create());
-    }
-    void start() {
-        setReadOnly("ro.build.version.ota", kVersion);
-        ASSERT_TRUE(monitor->init(service));
-        settle();
-        forgetLog();
     }
     void settle() { ASSERT_TRUE(phone().attributes().waitIdle()); }
     void fault(const std::string& hashId, const std::string& snapshot = "x",
@@ -92,8 +87,11 @@ class GpuTest : public PhoneTest {
         unlink((phone().runDir() + "/properties/" + key).c_str());
         ASSERT_TRUE(setProperty(key, value));
     }
-    int polls() { return phone().attributes().polls(); }
-    int dumpOpens() { return phone().attributes().opens(Gpu::kDump); }
+    // The polls of the timestamp, and how often the dump was opened: once to acknowledge a fault,
+    // and once to copy it.
+    std::pair<int, int> seen() {
+        return {phone().attributes().polls(), phone().attributes().opens(Gpu::kDump)};
+    }
     std::string host(const std::string& name) { return phone().fsDir() + kArchives + name; }
     static std::string named(const std::string& id) {
         return "gpudump@" + id + "@" + kVersion + "@_2024-03-05_14-07-09";
@@ -114,12 +112,11 @@ TEST_F(GpuTest, RunsUnlessTheMemoryIsSmallAndOptimised) {
         EXPECT_EQ(runs, made.init(service)) << size << optimize;
         EXPECT_EQ(runs, made.init(nullptr)) << "a second call starts nothing";
         EXPECT_EQ(!runs, logged("I KelvoGpuMinidump: KelvoFennix isDisable4G set false"));
-        EXPECT_EQ(runs, logged("D KelvoGpuMinidump: init 1"));
     }
 }
 
 // In child processes, since a monitor whose thread has ended cannot be destroyed.
-TEST_F(GpuTest, EndsWithItsOwnerOrItsTimestampAndThrowsWithoutAThread) {
+TEST_F(GpuTest, EndsWithItsOwnerOrItsTimestamp) {
     EXPECT_DEATH(KelvoGpuMinidumpFactory::create()->init(service), "terminate called");
     const auto expectEnd = [&](const char* line) {
         EXPECT_EXIT(if (make().init(service) && logs(line)) raise(SIGKILL),
@@ -131,39 +128,21 @@ TEST_F(GpuTest, EndsWithItsOwnerOrItsTimestampAndThrowsWithoutAThread) {
     expectEnd("pelto hashid poll error");
     phone().gpu().makeUnreadable(Gpu::kTimestamp);
     expectEnd("gpu timestamp file open failed,error -1, Permission denied");
-
-    pthread_attr_t endless;
-    pthread_attr_init(&endless);
-    pthread_attr_setstacksize(&endless, SIZE_MAX / 4 * 3);
-    ASSERT_EQ(0, pthread_setattr_default_np(&endless));
-    EXPECT_THROW(monitor->init(service), std::system_error);
-    EXPECT_THROW(monitor->getLogBytread("name"), std::system_error);
-    EXPECT_TRUE(commands().empty());
 }
 
 TEST_F(GpuTest, TakesAnEventInOnePassAndPausesWhereItWouldSpin) {
-    start();
-    EXPECT_EQ(2, polls()) << "an attribute never read is ready";
-    EXPECT_EQ(1, dumpOpens());
+    EXPECT_EQ(std::pair(2, 1), seen()) << "an attribute never read is ready";
     for (const char* timestamp : {"0\n", ""}) fault("h", "x", timestamp), settle();
     EXPECT_EQ(
         "D pelto hashid read error 2, hashchar[0]=0\n"
         "D pelto hashid read error 0, hashchar[0]=\n",
         said(kTag));
-    EXPECT_EQ(4, polls());
-    EXPECT_EQ(3, dumpOpens()) << "also without a collection";
+    EXPECT_EQ(std::pair(4, 3), seen());
 
-    const auto expectOnePassASecond = [&](int before) {
-        for (int second = 0; second < 3; ++second) {
-            ASSERT_TRUE(waitForSleepers(1));
-            EXPECT_EQ(before + second, polls());
-            advance(1s);
-        }
-        ASSERT_TRUE(waitForSleepers(1));
-    };
     for (const char* id : {"1", "2", "3"}) fault(id, "x", "9\n", "1\n");
-    expectOnePassASecond(4);
-    EXPECT_EQ(3, dumpOpens());
+    for (int second = 0; second < 3; ++second) pause(1s);
+    ASSERT_TRUE(waitForSleepers(1));
+    EXPECT_EQ(std::pair(7, 3), seen()) << "one pass a second";
     EXPECT_EQ("", said(kTag));
     for (const char* control : {"1\n", "", "x0", "0\n"}) {
         phone().gpu().setControl(control);
@@ -174,8 +153,7 @@ TEST_F(GpuTest, TakesAnEventInOnePassAndPausesWhereItWouldSpin) {
     pause();
     settle();
     EXPECT_EQ(reported("3"), said(kTag)) << "the last one, once";
-    EXPECT_EQ(9, polls());
-    EXPECT_EQ(5, dumpOpens()) << "one of them the copy";
+    EXPECT_EQ(std::pair(9, 5), seen());
 
     sim::Attributes::Faults faults;
     faults.readError = EIO;
@@ -184,10 +162,10 @@ TEST_F(GpuTest, TakesAnEventInOnePassAndPausesWhereItWouldSpin) {
     pause(1s);
     settle();
     EXPECT_EQ("D pelto hashid read error -1, hashchar[0]=\n", said(kTag));
-    EXPECT_EQ(10, polls()) << "paused";
-    EXPECT_EQ(6, dumpOpens());
     phone().gpu().vanish();
-    expectOnePassASecond(10);
+    for (int second = 0; second < 3; ++second) pause(1s);
+    ASSERT_TRUE(waitForSleepers(1));
+    EXPECT_EQ(std::pair(13, 6), seen());
     EXPECT_TRUE(logs(
         "gpu minidump control openfile error No such file or directory, sleep for a while!", 4));
     std::thread asking([] { EXPECT_FALSE(KelvoGpuMinidump::allowGpuDump()); });
@@ -196,18 +174,9 @@ TEST_F(GpuTest, TakesAnEventInOnePassAndPausesWhereItWouldSpin) {
     asking.join();
 }
 
-TEST_F(GpuTest, CollectsAFaultIntoOneArchive) {
-    start();
+TEST_F(GpuTest, CollectsAFaultIntoOneArchiveNamedByItsId) {
     phone().faults().fail("rm", 3);  // its files stay beside their archive
-    fault("5a1f0c", "snapshot");
-    EXPECT_EQ("ok", tell("clock await-sleepers 1"));
-    // A client awaits the reader while another one moves the clock on.
-    const sim::Fd waiting = sim::connectToControl(phone().runDir());
-    send(waiting.get(), "gpu\0await-reader", 16, 0);
-    EXPECT_EQ("ok", tell("clock advance 20"));
-    char answer[100] = "";
-    recv(waiting.get(), answer, sizeof(answer) - 1, 0);
-    EXPECT_STREQ(".ok", answer);
+    collect("5a1f0c", "snapshot");
 
     const std::string path = kArchives + named("5a1f0c");
     EXPECT_THAT(commands(), ElementsAre("/system/bin/dmesg > " + path + "_dmesg1.txt",
@@ -217,10 +186,7 @@ TEST_F(GpuTest, CollectsAFaultIntoOneArchive) {
                                         "tar -czf " + path + ".tar.gz " + path + "*",
                                         "chmod 0777 " + path + ".tar.gz",
                                         "rm -rf " + path + "*.txt", "rm -rf " + path + "*.snap"));
-    EXPECT_EQ(6u, names(kArchives).size());
     EXPECT_EQ("snapshot", contents(path + ".snap"));
-    EXPECT_THAT(contents(path + "_android1.txt"),
-                testing::HasSubstr(" D KelvoGpuMinidump: EventID,410,Reason,5a1f0c\n"));
     EXPECT_EQ(
         "101286\t134600\tgpuGrivoEvents\trenderthreadNoDraw\t1709647629000\t0\t3\tgpuMinidump\n",
         phone().stats().read());
@@ -230,10 +196,7 @@ TEST_F(GpuTest, CollectsAFaultIntoOneArchive) {
     EXPECT_EQ(reported("5a1f0c") + "D cmds: rm -rf " + path + "*.txt, 768\nD cmds: rm -rf " + path +
                   "*.snap, 768\n",
               said(kTag));
-}
 
-TEST_F(GpuTest, UsesIdsAsRead) {
-    start();
     const std::string digits(64, '7'), odd = "a b\n*;c|d&$(e)`f`>g", away = "a/../../../../../../x";
     // Timestamp, hash id and resulting id.
     const std::array<std::string, 3> cases[] = {{"77\n", "", "77"},
@@ -248,11 +211,10 @@ TEST_F(GpuTest, UsesIdsAsRead) {
         EXPECT_THAT(commands().back(),
                     testing::StartsWith("rm -rf " + kArchives + "gpudump@" + id + "@" + kVersion));
     }
-    EXPECT_EQ(6, monitor->getFileCount());
+    EXPECT_EQ(7, monitor->getFileCount());
 }
 
 TEST_F(GpuTest, CollectsTheLastFaultOfACollectionAndPrunesAtTheEleventh) {
-    start();
     fault("1");
     ASSERT_TRUE(waitForSleepers(1));
     fault("2");
@@ -262,16 +224,18 @@ TEST_F(GpuTest, CollectsTheLastFaultOfACollectionAndPrunesAtTheEleventh) {
     pause();
     settle();
     EXPECT_EQ(reported("1") + reported("3"), said(kTag));
-    EXPECT_EQ(4, polls());
+    EXPECT_EQ(4, seen().first);
+    const int lowest = dup(STDOUT_FILENO);
+    close(lowest);
     for (int i = 4; i <= 11; ++i) collect(std::to_string(i));
     EXPECT_EQ(10u, names(kArchives).size());
     collect("12");
     EXPECT_EQ(0, monitor->getFileCount());
     EXPECT_TRUE(names(kArchives).empty());
+    EXPECT_EQ(lowest, dup(STDOUT_FILENO)) << "no descriptor stays open";
 }
 
 TEST_F(GpuTest, LogsAFailureAndCollectsTheRest) {
-    start();
     phone().gpu().makeUnreadable(Gpu::kHashId);
     phone().gpu().makeUnreadable(Gpu::kDump);
     collect("h");
@@ -306,28 +270,23 @@ TEST_F(GpuTest, PrunesWhatIsNamedAnArchiveAmongTheFirstTwentyEntries) {
     fs::remove_all(host(""));
     for (int i = 0; i < 30; ++i) file(kArchives + std::to_string(i) + ".tar.gz", "");
     // In the directory's own order, with "." and "..".
-    ASSERT_EQ(
-        0, system(("cd " + host("") + " && ls -fa | tail -n +21 | grep tar > ../later").c_str()));
+    const int later =
+        system(("cd " + host("") + " && exit $(ls -fa | tail -n +21 | grep -c tar)").c_str());
     monitor->removefile();
-    std::istringstream later(contents(kArchives + "../later"));
-    EXPECT_THAT(names(kArchives), testing::UnorderedElementsAreArray(std::vector<std::string>(
-                                      std::istream_iterator<std::string>(later), {})));
+    EXPECT_EQ(WEXITSTATUS(later), names(kArchives).size());
 }
 
 TEST_F(GpuTest, CopiesTheDevicesBlocksOverWhatIsThere) {
     const size_t kMaxBytes = 41951232;
-    for (const size_t size : {size_t{0}, size_t{4097}, kMaxBytes + 1}) {
-        file("/data/copy", "");
-        fault("", Gpu::snapshotOf(size));
-        EXPECT_TRUE(KelvoGpuMinidump::copyDumpFile("/data/copy"));
-        EXPECT_TRUE(Gpu::snapshotOf(size).substr(0, kMaxBytes) == contents("/data/copy")) << size;
-    }
-    fault("", "new");
+    phone().gpu().fault({"1\n", "", "1\n", Gpu::snapshotOf(kMaxBytes + 1)});
+    EXPECT_TRUE(KelvoGpuMinidump::copyDumpFile("/data/most"));
+    EXPECT_EQ(kMaxBytes, fs::file_size(phone().fsDir() + "/data/most"));
+    phone().gpu().fault({"1\n", "", "1\n", "new"});
     file("/data/copy", "older text");
     EXPECT_TRUE(KelvoGpuMinidump::copyDumpFile("/data/copy"));
     EXPECT_EQ("newer text", contents("/data/copy"));
     // Short reads count as blocks.
-    fault("", Gpu::snapshotOf(10243));
+    phone().gpu().fault({"1\n", "", "1\n", Gpu::snapshotOf(10243)});
     phone().gpu().shortenReads(1);
     umask(0);
     EXPECT_TRUE(KelvoGpuMinidump::copyDumpFile("/data/short"));
@@ -335,13 +294,11 @@ TEST_F(GpuTest, CopiesTheDevicesBlocksOverWhatIsThere) {
     EXPECT_EQ(fs::perms::all, fs::status(phone().fsDir() + "/data/short").permissions());
 }
 
-TEST_F(GpuTest, WantsSixtyFourBytesForTimeAndVersion) {
+TEST_F(GpuTest, WantsSixtyFourBytesForTheVersion) {
     char text[100] = "kept";
-    EXPECT_EQ(-1, KelvoGpuMinidump::getCurrentTime(text, 63));
     KelvoGpuMinidump::getOtaVersion(nullptr, 64);
     KelvoGpuMinidump::getOtaVersion(text, 63);
     EXPECT_STREQ("kept", text);
-    EXPECT_TRUE(logged("E KelvoGpuMinidump: Invalid time buffer"));
     EXPECT_TRUE(logged("E KelvoGpuMinidump: getOtaVersion buf is null", 2));
     setReadOnly("ro.build.version.ota", std::string(91, 'v'));
     KelvoGpuMinidump::getOtaVersion(text, 64);
