@@ -64,19 +64,19 @@ std::string PhoneTest::textOf(int priority, const std::string& tag, const std::s
     return sim::Log::letter(priority) + (" " + tag + ": " + message);
 }
 
-int PhoneTest::count(const std::string& wanted) const {
+int PhoneTest::timesLogged(const std::string& wanted) const {
     return static_cast<int>(std::count_if(mLines.begin(), mLines.end(),
                                           [&](const Line& line) { return line.text == wanted; }));
 }
 
 bool PhoneTest::logged(const std::string& line, int times) {
     std::lock_guard<std::mutex> lock(mMutex);
-    return count(line) >= times;
+    return timesLogged(line) >= times;
 }
 
 bool PhoneTest::waitLogged(const std::string& line, int times) {
     std::unique_lock<std::mutex> lock(mMutex);
-    return mChanged.wait_for(lock, kTimeout, [&] { return count(line) >= times; });
+    return mChanged.wait_for(lock, kTimeout, [&] { return timesLogged(line) >= times; });
 }
 
 std::vector<std::string> PhoneTest::logLines(const std::string& tag) {
@@ -104,6 +104,19 @@ std::string PhoneTest::said(const std::string& tag) {
     }
     forgetLog();
     return text;
+}
+
+std::string PhoneTest::ran() {
+    const std::vector<std::string> all = commands();
+    std::string text;
+    for (; mRan < all.size(); ++mRan) text += all[mRan] + "\n";
+    return text;
+}
+
+int PhoneTest::count(const std::string& text, const std::string& part) {
+    int found = 0;
+    for (size_t at = text.find(part); at != text.npos; at = text.find(part, at + 1)) ++found;
+    return found;
 }
 
 void PhoneTest::holdClock(std::chrono::seconds wall) {

@@ -66,6 +66,10 @@ class PhoneTest : public testing::Test {
 
     // The command lines that the product has passed to the phone's shell.
     std::vector<std::string> commands() { return phone().shell().history(); }
+    // Those since the last call, each with a newline.
+    std::string ran();
+    // How often a text contains a part.
+    static int count(const std::string& text, const std::string& part);
 
     // Sends the words between the blanks to the phone's control socket, as another process would:
     // "ok", or the reply's last text. The first call serves the phone unless another process does.
@@ -87,13 +91,16 @@ class PhoneTest : public testing::Test {
 
     static constexpr std::chrono::seconds kTimeout{30};
 
-  private:
+    // The host's path of a phone path.
     std::string host(const std::string& path) { return mFolder + "/fs/" + path; }
+
+  private:
     static std::string textOf(int priority, const std::string& tag, const std::string& message);
-    int count(const std::string& wanted) const;  // under mMutex
+    int timesLogged(const std::string& line) const;  // under mMutex
 
     std::string mFolder;
     bool mServed = false;  // by tell()
+    size_t mRan = 0;       // command lines returned by ran()
     std::mutex mMutex;
     std::condition_variable mChanged;
     std::vector<Line> mLines;  // under mMutex
