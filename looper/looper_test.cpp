@@ -1,8 +1,12 @@
+#include <malloc.h>
 #include <sys/eventfd.h>
 
 #include <atomic>
+#include <cstring>
 #include <functional>
 #include <future>
+#include <map>
+#include <random>
 #include <stdexcept>
 #include <thread>
 
@@ -74,7 +78,6 @@ TEST_F(LooperTest, BelongsToTheThreadThatPreparedIt) {
         const sp<PeltoLooper> first = PeltoLooper::prepare(0);
         bound = first;
         EXPECT_EQ(first, PeltoLooper::prepare(2)) << "only the lowest bit counts";
-        EXPECT_EQ("", said(kTag));
         EXPECT_EQ(first, PeltoLooper::prepare(LOOPER_PREPARE_ALLOW_NON_CALLBACKS));
         PeltoLooper::setForThread(first);  // harmless
     }).join();
@@ -86,11 +89,14 @@ TEST_F(LooperTest, BelongsToTheThreadThatPreparedIt) {
 }
 
 TEST_F(LooperTest, AHandlerThreadRunsOneUntilItIsToldToQuit) {
-    const sp<HandlerThread> thread = new HandlerThread();
-    thread->quit();  // not running
-    ASSERT_EQ(OK, thread->start("pelto_looper", 0, 0));
-    looper = thread->getLooper();
-    EXPECT_EQ(looper, thread->getLooper());
+    const sp<HandlerThread> busy = new HandlerThread(), idle = new HandlerThread();
+    busy->quit();  // not running
+    for (const auto& thread : {busy, idle}) ASSERT_EQ(OK, thread->start("pelto_looper", 0, 0));
+    while (!idle->getLooper()->isPolling()) std::this_thread::yield();
+    idle->quit();
+    EXPECT_FALSE(idle->isRunning());
+
+    looper = busy->getLooper();
     EXPECT_FALSE(looper->getAllowNonCallbacks());
     std::promise<void> entered, goOn;
     then = [&](int what) {
@@ -103,24 +109,16 @@ TEST_F(LooperTest, AHandlerThreadRunsOneUntilItIsToldToQuit) {
     EXPECT_FALSE(looper->isPolling());
     post(1);
     postIn(kHour, 2);
-    auto quit = std::async(std::launch::async, [&] { thread->quit(); });
+    std::thread quit([&] { busy->quit(); });
     goOn.set_value();
-    quit.get();
+    quit.join();
     post(3);
     EXPECT_EQ((std::vector<int>{0, 1}), seen) << "the poll in progress delivers what is due";
     EXPECT_EQ(3, handler->getStrongCount()) << "undelivered messages stay in the looper";
 }
 
-TEST_F(LooperTest, QuittingWakesAHandlerThread) {
-    const sp<HandlerThread> thread = new HandlerThread();
-    ASSERT_EQ(OK, thread->start("pelto_looper", 0, 0));
-    while (!thread->getLooper()->isPolling()) std::this_thread::yield();
-    thread->quit();
-    EXPECT_FALSE(thread->isRunning());
-}
-
-// Full contention between the looper, a thread that removes the messages of `handler`, and two that
-// post: one of them to a handler that keeps its messages.
+// Full contention between the looper, a thread that posts, and one that removes the messages of
+// `handler`; those of another handler all arrive.
 TEST_F(LooperTest, DeliversInPostingOrderAndNothingThatWasRemoved) {
     constexpr int kEach = 15000;
     std::atomic<int> posted{0}, removed{0};
@@ -133,17 +131,14 @@ TEST_F(LooperTest, DeliversInPostingOrderAndNothingThatWasRemoved) {
         EXPECT_GE(number, least);
         least = std::max(number + 1, removed.load());
     };
-    const auto start = [](auto body) { return std::async(std::launch::async, body); };
-    const auto keeps = start([&] {
-        for (int i = 0; i < kEach; ++i) looper->sendMessage(keeper, {i, ""});
-    });
-    const auto posts = start([&] {
+    std::thread posts([&] {
         for (; posted < kEach; ++posted) {
             post(posted);
+            looper->sendMessage(keeper, {posted, ""});
             postIn(kHour, 0);
         }
     });
-    const auto removes = start([&] {
+    std::thread removes([&] {
         while (removed < kEach) {
             const int limit = posted;
             looper->removeMessages(handler);
@@ -152,6 +147,8 @@ TEST_F(LooperTest, DeliversInPostingOrderAndNothingThatWasRemoved) {
         }
     });
     while (kept < kEach) poll(-1);
+    posts.join();
+    removes.join();
 }
 
 TEST_F(LooperTest, ReportsAWatchWithoutCallbackByItsIdentifier) {
@@ -170,9 +167,7 @@ TEST_F(LooperTest, ReportsAWatchWithoutCallbackByItsIdentifier) {
     data = &cookie;
     EXPECT_EQ(LOOPER_POLL_TIMEOUT, looper->pollOnce(0, &fd, &events, &data));
     EXPECT_TRUE(fd == 0 && events == 0 && data == nullptr);
-}
 
-TEST_F(LooperTest, RefusesAWatchThatNobodyWouldHearOf) {
     EXPECT_EQ(-1, looper->addFd(bell.get(), -1, LOOPER_EVENT_INPUT, nullptr, nullptr));
     EXPECT_EQ(-1, watch(-1, [](int) { return 1; }));
     looper = new PeltoLooper(false);
@@ -265,6 +260,121 @@ TEST_F(LooperTest, MessagesPrecedeCallbacksOfWhichNoneIsLostInANestedPoll) {
     EXPECT_EQ(LOOPER_POLL_CALLBACK, poll());
     EXPECT_EQ(LOOPER_POLL_TIMEOUT, poll());
     EXPECT_EQ("message, nested, nested, removed meanwhile", order);
+}
+
+// Runs the same random operations on a looper and on its model, a map that keeps equal times in
+// posting order. Polls nest up to three deep, and operations fall between any two messages.
+class QueueModelTest : public LooperTest {
+  protected:
+    struct Handler : PeltoMessageHandler {
+        Handler(QueueModelTest& owner, int index) : test(owner), number(index) {}
+        void handleMessage(const PeltoMessage& message) override { test.handle(number, message); }
+        QueueModelTest& test;
+        const int number;
+    };
+
+    int below(unsigned limit) { return static_cast<int>(mRandom() % limit); }
+    bool isDue() { return !mModel.empty() && mModel.begin()->first <= systemTime(); }
+
+    void post() {
+        const nsecs_t delay = below(4) != 0 ? 0 : below(200) != 0 ? below(200) - 150 : INT64_MAX;
+        const auto uptime = static_cast<nsecs_t>(static_cast<uint64_t>(systemTime()) +
+                                                 static_cast<uint64_t>(delay));  // may wrap
+        const int number = below(2);
+        const sp<PeltoMessageHandler>& target = mHandlers[number];
+        PeltoMessage message{below(50), ""};
+        memset(message.sValue, ++mPosted, sizeof message.sValue);
+        mWoken |= !mHandling && (mModel.empty() || uptime < mModel.begin()->first);
+        mModel.emplace(uptime, std::make_pair(number, message));
+        if (below(2) == 0) return looper->sendMessageAtTime(uptime, target, message);
+        if (delay == 0) return looper->sendMessage(target, message);
+        looper->sendMessageDelayed(delay, target, message);
+    }
+
+    void remove() {
+        const int number = below(2), what = below(50);
+        const bool all = below(10) == 0;
+        all ? looper->removeMessages(mHandlers[number])
+            : looper->removeMessages(mHandlers[number], what);
+        for (auto item = mModel.begin(); item != mModel.end();) {
+            const auto& [target, message] = item->second;
+            const bool gone = target == number && (all || message.what == what);
+            item = gone ? mModel.erase(item) : std::next(item);
+        }
+    }
+
+    void deliver() {
+        const int before = mHandled;
+        const int idle = mWoken ? LOOPER_POLL_WAKE : LOOPER_POLL_TIMEOUT;
+        // The outer poll never sleeps while there is work.
+        const int timeout = mDepth == 0 && (mWoken || isDue()) ? -1 : 0;
+        mWoken = false;
+        ++mDepth;
+        const int result = poll(timeout);
+        --mDepth;
+        if (mHandled > before) mHandling = false;
+        ASSERT_EQ(mHandled > before ? LOOPER_POLL_CALLBACK : idle, result);
+        ASSERT_FALSE(isDue());
+    }
+
+    void handle(int number, const PeltoMessage& message) {
+        ++mHandled;
+        mHandling = true;
+        ASSERT_FALSE(HasFailure() || mModel.empty());
+        const auto [uptime, posted] = *mModel.begin();
+        mModel.erase(mModel.begin());
+        ASSERT_LE(uptime, systemTime());
+        ASSERT_EQ(posted.first, number);
+        for (int dice = below(100); dice < 30; dice = below(100)) {
+            if (dice < 14) post();
+            if (dice == 14) advance(1ns);
+            if (dice >= 15 && dice < 20) remove();
+            if (dice >= 20 && mDepth < 3) deliver();
+        }
+        ASSERT_EQ(0, memcmp(&posted.second, &message, sizeof message));
+    }
+
+    sp<Handler> mTarget = new Handler(*this, 1);
+    const sp<PeltoMessageHandler> mHandlers[2] = {new Handler(*this, 0),
+                                                  new PeltoWeakMessageHandler(mTarget)};
+    std::multimap<nsecs_t, std::pair<int, PeltoMessage>> mModel;
+    std::mt19937 mRandom;
+    int mPosted = 0, mHandled = 0, mDepth = 0;
+    bool mHandling = false;  // no post needs to wake
+    bool mWoken = false;
+};
+
+// Measures the C library's heap; under a sanitizer it means nothing.
+size_t heapInUse() {
+    const auto heap = mallinfo2();
+    return heap.uordblks + heap.hblkhd;
+}
+
+TEST_F(QueueModelTest, DeliversWhatANaiveQueueDoesAndGivesABurstsMemoryBack) {
+    holdClock();
+    const size_t before = heapInUse();
+    while (mPosted < 5000) post();
+    int growth = 0;
+    for (int step = 0; step < 40000 && !HasFailure(); ++step) {
+        below(100) < growth ? post() : deliver();
+        if (below(100) == 0) looper->wake(), looper->wake(), mWoken = true;
+        const auto held = mHandlers[0]->getStrongCount() + mHandlers[1]->getStrongCount();
+        EXPECT_EQ(2 + mModel.size(), static_cast<size_t>(held));
+        advance(step % 4000 == 0 ? 200ns : 1ns);  // at times all falls due
+        // Bursts and lulls: the mix changes every few hundred steps.
+        if (step % 400 == 0) growth = 20 + below(79);
+    }
+    advance(200ns);
+    while (!mModel.empty() && !HasFailure()) deliver();
+    EXPECT_LT(heapInUse() - before, 96 * sizeof(MessageEnvelope));
+
+    mTarget.clear();
+    looper->sendMessage(mHandlers[1], {0, "to a handler that is gone"});
+    looper->sendMessage(nullptr, {0, "to none"});
+    EXPECT_EQ(LOOPER_POLL_CALLBACK, poll(0));
+    looper->sendMessageDelayed(1, mHandlers[0], {0, "dropped with the looper"});
+    looper.clear();
+    EXPECT_EQ(1, mHandlers[0]->getStrongCount());
 }
 
 }  // namespace
