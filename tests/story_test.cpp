@@ -129,6 +129,12 @@ D peltoserviced: peltoservice published, 16 threads
     does({"clock", "advance", "600.5"});
     does({"top-activity", "600000"}, {update});
 
+    const std::string test = "pelto_event_for_test_";
+    const std::string asks = "value0:2,value1:3,string0:event_to_native";
+    does({"send", test + "to_native", asks},
+         {test + "to_native " + asks,
+          test + "from_native value0:4,value1:5,string0:evetn_frome_native,"
+                 "string1:evetn_frome_native"});
     does({"audio-dump", "mic,all"}, {"pelto_event_multimedia_audio_dumpsys mic,all"});
     logs("audiodumpinfo", "^wrote ");
     does({"kernel", "log", "mic stuck"});
