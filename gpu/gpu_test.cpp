@@ -10,6 +10,7 @@
 #include "gpu/KelvoGpuMinidumpFactory.h"
 #include "sim/base/line_file.h"
 #include "sim/kernel/sysfs_attributes.h"
+#include "tests/support/event_sinks.h"
 #include "tests/support/phone_fixture.h"
 
 namespace android {
@@ -30,20 +31,6 @@ std::string reported(const std::string& id) {
     const std::string info = "EventID,410,Reason," + id + "\n";
     return "I pelto_event_peltoserver_feedback$" + info + "D " + info;
 }
-
-// Logs the events given to it.
-class Service : public BnPeltoService {
-  public:
-    void setEvent(const String8& type, const String8& info) override {
-        __android_log_print(ANDROID_LOG_INFO, kTag, "%s$%s", type.c_str(), info.c_str());
-    }
-    status_t registerNativeClient(const sp<IPeltoNativeClient>&) override { return OK; }
-    void notifyVideoStutter(const String8&, int) override {}
-    void updateSFStateFlag(bool) override {}
-    void updateTopActivity(int64_t) override {}
-    void setEventToNative(const String8&, const String8&) override {}
-    void setDebugLog(bool) override {}
-};
 
 // A monitor that waits for faults, on a phone whose clock is held at 2024-03-05 14:07:09, its local
 // time being UTC.
@@ -97,7 +84,7 @@ class GpuTest : public PhoneTest {
         return "gpudump@" + id + "@" + kVersion + "@_2024-03-05_14-07-09";
     }
 
-    const sp<Service> service = new Service;
+    const sp<IPeltoService> service = new LoggingService(kTag);
     KelvoGpuMinidump* monitor = nullptr;
 };
 

@@ -6,6 +6,7 @@
 
 #include "kernel/KelvoAudioKernelNativeCom.h"
 #include "service/PeltoService.h"
+#include "tests/support/event_sinks.h"
 #include "tests/support/phone_fixture.h"
 
 namespace android {
@@ -13,21 +14,12 @@ namespace {
 
 constexpr char kTag[] = "PeltoService";
 
-// Logs the events that the service sends.
-class Client : public BnPeltoNativeClient {
-  public:
-    status_t onNativeEvent(const char* type, const char* info) override {
-        __android_log_print(ANDROID_LOG_INFO, "client", "%s$%s", type, info);
-        return OK;
-    }
-};
-
 class KernelFeedbackTest : public PhoneTest {
   protected:
     void SetUp() override {
         PhoneTest::SetUp();
         service = new PeltoService();
-        service->registerNativeClient(new Client);
+        service->registerNativeClient(new LoggingClient);
         forgetLog();
     }
     bool display(const std::string& id, const std::string& payload) {

@@ -9,7 +9,6 @@ namespace android {
 namespace {
 
 using namespace std::string_literals;
-using testing::EndsWith;
 using testing::HasSubstr;
 
 constexpr char kTag[] = "KelvoPeltoLogThread";
@@ -42,7 +41,7 @@ TEST_F(LogThreadTest, LeavesADatedArchiveAndNothingElse) {
     // Its owner has dropped it before it begins, so it runs once.
     thread_control::release("capture");
     ASSERT_TRUE(waitLogged("D KelvoPeltoLogThread: ~KelvoPeltoLogThread()"));
-    EXPECT_THAT(ran(), EndsWith(timed(R"(
+    EXPECT_THAT(ran(), testing::EndsWith(timed(R"(
 tar -czf /data/arch/name@%.tar.gz -C /data/x E1
 chmod 0777 /data/arch/name@%.tar.gz
 rm -rf /data/x/E1/

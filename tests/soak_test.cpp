@@ -22,8 +22,8 @@ constexpr size_t kWatchersPerBatch = 2;
 constexpr size_t kMaxGrowth = 1 << 20;  // of the heap, apart from native clients
 
 constexpr size_t kSenders = 4;
-// What the senders send, with the numbers of sender and event for the first and the second '#'.
-// The fourth last makes the product run commands; the last has no listener in the product.
+// Events of the senders, with the numbers of sender and event for the first and the second '#'.
+// The last has no listener in the product.
 const std::string kKinds[] = {
     "pelto_event_audio_track_create pid:#,sessionId:#",
     "event_audio_detect_dump_log #-#",

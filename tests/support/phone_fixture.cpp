@@ -24,8 +24,9 @@ void PhoneTest::SetUp() {
     sim::Phone::create(mFolder).log().observe([this](const sim::Log::Record& record) {
         const std::string tag(record.tag), message(record.message);
         std::lock_guard<std::mutex> lock(mMutex);
-        mLines.push_back(
-            {record.priority, tag, message, textOf(record.priority, tag, message), record.tid});
+        mLines.push_back({record.priority, tag, message,
+                          sim::Log::letter(record.priority) + (" " + tag + ": " + message),
+                          record.tid});
         mChanged.notify_all();
     });
 }
@@ -58,10 +59,6 @@ std::vector<std::string> PhoneTest::names(const std::string& directory) {
         found.push_back(entry.path().filename().string());
     std::sort(found.begin(), found.end());
     return found;
-}
-
-std::string PhoneTest::textOf(int priority, const std::string& tag, const std::string& message) {
-    return sim::Log::letter(priority) + (" " + tag + ": " + message);
 }
 
 int PhoneTest::timesLogged(const std::string& wanted) const {

@@ -50,13 +50,6 @@ class PhoneTest : public testing::Test {
     // waitLogged() waits for that, at most kTimeout.
     bool logged(const std::string& line, int times = 1);
     bool waitLogged(const std::string& line, int times = 1);
-    bool logged(int priority, const std::string& tag, const std::string& message, int times = 1) {
-        return logged(textOf(priority, tag, message), times);
-    }
-    bool waitLogged(int priority, const std::string& tag, const std::string& message,
-                    int times = 1) {
-        return waitLogged(textOf(priority, tag, message), times);
-    }
     // The messages logged under a tag, or all lines, in order.
     std::vector<std::string> logLines(const std::string& tag);
     std::vector<Line> log();
@@ -95,7 +88,6 @@ class PhoneTest : public testing::Test {
     std::string host(const std::string& path) { return mFolder + "/fs/" + path; }
 
   private:
-    static std::string textOf(int priority, const std::string& tag, const std::string& message);
     int timesLogged(const std::string& line) const;  // under mMutex
 
     std::string mFolder;

@@ -30,7 +30,7 @@ class Program {
 
     // The output that line() has not returned; all of it after wait().
     const std::string& output() const { return mText; }
-    // What it has written to its standard error.
+    // The text it has written to its standard error.
     std::string errors() const;
 
   protected:
