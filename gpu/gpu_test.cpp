@@ -32,9 +32,24 @@ std::string reported(const std::string& id) {
     return "I pelto_event_peltoserver_feedback$" + info + "D " + info;
 }
 
+// Monitors that have not started, in a process without further threads.
+class MonitorTest : public PhoneTest {
+  protected:
+    // Never destroyed: destroying a started monitor ends the process.
+    KelvoGpuMinidump& make() {
+        static auto& kept = *new std::vector<std::shared_ptr<KelvoGpuMinidump>>;
+        return *kept.emplace_back(KelvoGpuMinidumpFactory::create());
+    }
+    bool logs(const std::string& text, int times = 1) {
+        return waitLogged("D KelvoGpuMinidump: " + text, times);
+    }
+
+    const sp<IPeltoService> service = new LoggingService(kTag);
+};
+
 // A monitor that waits for faults, on a phone whose clock is held at 2024-03-05 14:07:09, its local
 // time being UTC.
-class GpuTest : public PhoneTest {
+class GpuTest : public MonitorTest {
   protected:
     void SetUp() override {
         PhoneTest::SetUp();
@@ -45,11 +60,6 @@ class GpuTest : public PhoneTest {
         ASSERT_TRUE(monitor->init(service));
         settle();
         forgetLog();
-    }
-    // Never destroyed: destroying a started monitor ends the process.
-    KelvoGpuMinidump& make() {
-        static auto& kept = *new std::vector<std::shared_ptr<KelvoGpuMinidump>>;
-        return *kept.emplace_back(KelvoGpuMinidumpFactory::create());
     }
     void settle() { ASSERT_TRUE(phone().attributes().waitIdle()); }
     void fault(const std::string& hashId, const std::string& snapshot = "x",
@@ -66,9 +76,6 @@ class GpuTest : public PhoneTest {
         pause();
         settle();
     }
-    bool logs(const std::string& text, int times = 1) {
-        return waitLogged("D KelvoGpuMinidump: " + text, times);
-    }
     // A read-only property can otherwise be set only once.
     void setReadOnly(const std::string& key, const std::string& value) {
         unlink((phone().runDir() + "/properties/" + key).c_str());
@@ -84,7 +91,6 @@ class GpuTest : public PhoneTest {
         return "gpudump@" + id + "@" + kVersion + "@_2024-03-05_14-07-09";
     }
 
-    const sp<IPeltoService> service = new LoggingService(kTag);
     KelvoGpuMinidump* monitor = nullptr;
 };
 
@@ -102,8 +108,9 @@ TEST_F(GpuTest, RunsUnlessTheMemoryIsSmallAndOptimised) {
     }
 }
 
-// In child processes, since a monitor whose thread has ended cannot be destroyed.
-TEST_F(GpuTest, EndsWithItsOwnerOrItsTimestamp) {
+// In child processes, since a monitor whose thread has ended cannot be destroyed. They are forked
+// before this process has a thread.
+TEST_F(MonitorTest, EndsWithItsOwnerOrItsTimestamp) {
     EXPECT_DEATH(KelvoGpuMinidumpFactory::create()->init(service), "terminate called");
     const auto expectEnd = [&](const char* line) {
         EXPECT_EXIT(if (make().init(service) && logs(line)) raise(SIGKILL),
@@ -194,7 +201,6 @@ TEST_F(GpuTest, CollectsAFaultIntoOneArchiveNamedByItsId) {
         EXPECT_THAT(commands().back(),
                     testing::StartsWith("rm -rf " + kArchives + "gpudump@" + id + "@" + kVersion));
     }
-    EXPECT_EQ(7, monitor->getFileCount());
 }
 
 TEST_F(GpuTest, CollectsTheLastFaultOfACollectionAndPrunesAtTheEleventh) {
@@ -207,7 +213,6 @@ TEST_F(GpuTest, CollectsTheLastFaultOfACollectionAndPrunesAtTheEleventh) {
     pause();
     settle();
     EXPECT_EQ(reported("1") + reported("3"), said(kTag));
-    EXPECT_EQ(4, seen().first);
     const auto files = [] { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); };
     const auto before = files();
     for (int i = 4; i <= 11; ++i) collect(std::to_string(i));

@@ -14,7 +14,6 @@ namespace android {
 namespace {
 
 using namespace std::chrono_literals;
-using Texts = std::vector<std::string>;
 constexpr char kForTest[] = "pelto_event_for_test";
 const std::string kArrived = "D EventTest: handleEvent:pelto_event_for_test eventInfo ";
 
@@ -96,7 +95,7 @@ TEST_F(ServiceTest, LimitsTheRateOfTopActivityUpdates) {
          {Call{0, 1000, 1}, Call{1000, 1000, 1}, Call{1, 1000, 2}, Call{0, 0, 2}, Call{0, -1, 3}}) {
         advance(later);
         service->updateTopActivity(interval);
-        EXPECT_EQ(Texts(accepted, "pelto_event_video_update_top_activity$"), logLines("client"));
+        EXPECT_EQ(accepted, logLines("client").size());
         EXPECT_EQ(1 + accepted, logLines("PeltoService").size());
     }
     EXPECT_EQ("", property("sys.kelvo.video.top.activity.name"));
