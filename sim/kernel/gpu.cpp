@@ -7,8 +7,8 @@
 namespace sim {
 namespace {
 
-// The timestamp last: removing it wakes its reader, which then finds the others gone.
-constexpr const char* kFiles[] = {Gpu::kControl, Gpu::kHashId, Gpu::kDump, Gpu::kTimestamp};
+constexpr std::initializer_list<const char*> kFiles{Gpu::kControl, Gpu::kHashId, Gpu::kDump,
+                                                       Gpu::kTimestamp};
 
 }  // namespace
 
@@ -30,7 +30,7 @@ void Gpu::setControl(const std::string& control) {
 }
 
 void Gpu::vanish() {
-    for (const char* file : kFiles) mAttributes.remove(file);
+    mAttributes.remove(kFiles);
 }
 
 void Gpu::appear() {

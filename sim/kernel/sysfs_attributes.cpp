@@ -117,18 +117,22 @@ void Attributes::notify(const std::string& path) {
     mChanged.notifyAll();
 }
 
+void Attributes::remove(std::initializer_list<const char*> paths) {
+    Lock lock(mMutex);
+    for (const char* path : paths) remove(std::string(path + 1));
+    mChanged.notifyAll();
+}
+
 // Closing kernelEnd, where the byte that makeOpen() sent is unread, fails the reader's next read.
 void Attributes::remove(const std::string& path) {
-    Lock lock(mMutex);
-    mAttributes[path.substr(1)].content = nullptr;
+    mAttributes[path].content = nullptr;
     for (const auto& [key, open] : mOpen) {
-        if (open->path != path.substr(1)) continue;
+        if (open->path != path) continue;
         open->gone = true;
         open->takeBack();
         open->kernelEnd = Fd();
         open->makeReady();
     }
-    mChanged.notifyAll();
 }
 
 void Attributes::setFaults(const std::string& path, Faults faults) {

@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <functional>
+#include <initializer_list>
 #include <map>
 #include <memory>
 #include <optional>
@@ -64,8 +65,9 @@ class Attributes {
     // attribute of size 0 is binary.
     void setSize(const std::string& path, off_t size) SIM_EXCLUDES(mMutex);
     void notify(const std::string& path) SIM_EXCLUDES(mMutex);
-    // Lets the path be missing (ENOENT) until it is set again.
-    void remove(const std::string& path) SIM_EXCLUDES(mMutex);
+    // Lets the paths be missing (ENOENT) until they are set again. All go at once: a reader that
+    // finds one missing finds none of the others.
+    void remove(std::initializer_list<const char*> paths) SIM_EXCLUDES(mMutex);
     void setFaults(const std::string& path, Faults faults) SIM_EXCLUDES(mMutex);
 
     // The reader's side: as the C function of that name; -1 or null and errno on failure.
@@ -97,6 +99,7 @@ class Attributes {
     Attribute* find(const std::string& path) SIM_REQUIRES(mMutex);
     std::shared_ptr<Open> findOpen(int fd) SIM_REQUIRES(mMutex);
     int makeOpen(const std::string& path, const Attribute& attribute) SIM_REQUIRES(mMutex);
+    void remove(const std::string& path) SIM_REQUIRES(mMutex);
     void dropClosed() SIM_REQUIRES(mMutex);
     bool startFeeder() SIM_REQUIRES(mMutex);
     void runFeeder() SIM_EXCLUDES(mMutex);
