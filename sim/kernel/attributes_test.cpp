@@ -95,7 +95,15 @@ TEST_F(AttributesTest, FollowsAReplacedDeviceAndEndsWithAVanishedOne) {
     const std::string first(12000, '1'), second(10000, '2');
     std::string block(4096, '\0');
     phone().gpu().fault({"1\n", "", "0", first});
+    const int next = open(Gpu::kDump).get();
     Fd copied = open(Gpu::kDump);
+    phone().gpu().vanish();
+    phone().gpu().appear();
+    copied = Fd();
+    EXPECT_EQ(next, open(Gpu::kDump).get()) << "no descriptor stays behind";
+
+    phone().gpu().fault({"1\n", "", "0", first});
+    copied = open(Gpu::kDump);
     EXPECT_EQ(4096, read(copied.get(), block.data(), block.size()));
     phone().gpu().fault({"2\n", "", "0", second});
     EXPECT_EQ(second.substr(4096), readPlainly(copied)) << "what the device holds by then";
@@ -106,13 +114,6 @@ TEST_F(AttributesTest, FollowsAReplacedDeviceAndEndsWithAVanishedOne) {
     EXPECT_FALSE(open(Gpu::kTimestamp).valid());
     EXPECT_EQ("ok", tell("gpu appear"));
     EXPECT_EQ(0, read(copied.get(), block.data(), block.size())) << "it stays dead";
-    copied = Fd();
-    const int next = open(Gpu::kDump).get();
-    copied = open(Gpu::kDump);
-    phone().gpu().vanish();
-    phone().gpu().appear();
-    copied = Fd();
-    EXPECT_EQ(next, open(Gpu::kDump).get()) << "no descriptor stays behind";
 
     const Fd fd = open(Gpu::kTimestamp);
     phone().gpu().fault({"3\n", "", "0", Gpu::snapshotOf(60000)});
