@@ -71,10 +71,14 @@ std::optional<Daemon::Running> Daemon::running() const {
 }
 
 sim::Fd Daemon::lockRecords() const {
-    mkdir(mFolder.c_str(), 0700);
+    if (mkdir(mFolder.c_str(), 0700) != 0 && errno != EEXIST)
+        throw Failure(kFailed, mFolder + ": " + strerror(errno));
     const std::string path = mFolder + "/.lock";
     sim::Fd file(open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
     if (!file.valid()) throw Failure(kFailed, path + ": " + strerror(errno));
+    // Another client may hold the lock for the whole patience of its start or stop.
+    if (!sim::lockWithin(file.get(), std::chrono::milliseconds(kTimeoutMillis + 10000)))
+        throw Failure(kTimeout, path + ": another process starts or stops the service");
     return file;
 }
 
@@ -86,13 +90,13 @@ void Daemon::record(const ProcessId& process) const {
     file.close();
     if (!file || rename(fresh.c_str(), path.c_str()) != 0) {
         kill(process.pid, SIGTERM);  // our child, not reaped: the number is still its own
-        throw Failure(kFailed, path + ": cannot be written; " + mName + " was ended again");
+        throw Failure(kFailed, path + ": cannot be written (" + strerror(errno) + "); " + mName +
+                                   " was ended again");
     }
 }
 
 ProcessId Daemon::start(const std::vector<std::string>& command) {
-    const sim::Fd records = lockRecords();
-    const sim::FileLock lock(records.get());
+    const sim::Fd lock = lockRecords();
     if (const auto found = running()) return found->process;
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
@@ -143,8 +147,7 @@ std::string Daemon::lastLine() const {
 }
 
 std::optional<ProcessId> Daemon::stop() {
-    const sim::Fd records = lockRecords();
-    const sim::FileLock lock(records.get());
+    const sim::Fd lock = lockRecords();
     const auto found = running();
     if (!found) return std::nullopt;
     syscall(SYS_pidfd_send_signal, found->handle.get(), SIGTERM, nullptr, 0);

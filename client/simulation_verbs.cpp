@@ -70,8 +70,8 @@ void addKernelLog(CLI::App& kernel, Client& client) {
     CLI::App* verb = kernel.add_subcommand("log", "Add a line to the kernel's messages");
     verb->add_option("TEXT", *line, "")->required();
     client.onVerb(verb, [&client, line] {
-        client.phone().kernelLog().append(*line);
-        return kDone;
+        if (client.phone().kernelLog().append(*line)) return kDone;
+        throw Failure(kFailed, std::string("kernel log: not written: ") + strerror(errno));
     });
 }
 

@@ -14,8 +14,7 @@ int stats_write(int32_t code, int32_t eventId, const char* event, const char* ki
     const std::string line = std::to_string(code) + '\t' + std::to_string(eventId) + '\t' + event +
                              '\t' + kind + '\t' + std::to_string(wallMillis) + '\t' +
                              std::to_string(result) + '\t' + std::to_string(count) + '\t' + source;
-    sim::Phone::get().stats().append(line);
-    return static_cast<int>(line.size());
+    return sim::Phone::get().stats().append(line) ? static_cast<int>(line.size()) : -errno;
 }
 
 }  // namespace KelvoFramework

@@ -9,7 +9,11 @@ namespace sim {
 bool lockWithin(int fd, std::chrono::milliseconds timeout) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     while (flock(fd, LOCK_EX | LOCK_NB) < 0) {
-        if (std::chrono::steady_clock::now() >= deadline) return false;
+        if (errno != EWOULDBLOCK && errno != EINTR) return false;
+        if (std::chrono::steady_clock::now() >= deadline) {
+            errno = EBUSY;
+            return false;
+        }
         usleep(1000);
     }
     return true;

@@ -33,24 +33,28 @@ class Fd {
     int mFd;
 };
 
-// Holds the advisory lock of an open file against other processes; the descriptor stays open.
+// Takes the file's advisory lock and keeps it until the file is closed. False with errno set on
+// failure: EBUSY when `timeout` passes first, since a stopped process would hold the lock for ever.
+bool lockWithin(int fd, std::chrono::milliseconds timeout);
+
+// Holds the advisory lock of an open file against every other opening of that file, in this process
+// too; the descriptor stays open. Waits a second at most.
 class FileLock {
   public:
-    explicit FileLock(int fd) : mFd(fd) {
-        while (flock(mFd, LOCK_EX) < 0 && errno == EINTR) {
-        }
+    explicit FileLock(int fd) : mFd(fd), mHeld(lockWithin(fd, std::chrono::seconds(1))) {}
+    ~FileLock() {
+        if (mHeld) flock(mFd, LOCK_UN);
     }
-    ~FileLock() { flock(mFd, LOCK_UN); }
     FileLock(const FileLock&) = delete;
     FileLock& operator=(const FileLock&) = delete;
 
+    // False, with the constructor's errno, when the lock could not be taken.
+    bool held() const { return mHeld; }
+
   private:
     const int mFd;
+    const bool mHeld;
 };
-
-// Takes the file's advisory lock and keeps it until the file is closed. False when `timeout` passes
-// first: a stopped process would hold the lock for ever.
-bool lockWithin(int fd, std::chrono::milliseconds timeout);
 
 // Writes all of `size` bytes; false with errno set as soon as the file takes no more.
 bool writeAll(int fd, const char* data, size_t size);

@@ -1,53 +1,60 @@
 #include "sim/base/line_file.h"
 
 #include <fcntl.h>
-#include <string.h>
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <stdexcept>
+
+#include "sim/base/fd.h"
 
 namespace sim {
+namespace {
 
-LineFile::LineFile(const std::string& path)
-    : mFd(open(path.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0600)) {
-    if (!mFd.valid()) throw std::runtime_error(path + ": " + strerror(errno));
+Fd openFile(const std::string& path, int flags) {
+    return Fd(open(path.c_str(), flags | O_NOFOLLOW | O_CLOEXEC, 0600));
 }
 
-void LineFile::append(std::string_view line) {
+// Drops half of a file that has grown too long, so that it is rarely rewritten.
+bool shorten(int fd, size_t size) {
+    if (size <= LineFile::kMaxBytes) return true;
+    std::string kept = readAll(fd);
+    kept.erase(0, kept.find('\n', kept.size() - LineFile::kMaxBytes / 2) + 1);
+    return ftruncate(fd, 0) == 0 && writeAll(fd, kept.data(), kept.size());
+}
+
+}  // namespace
+
+bool LineFile::append(std::string_view line) {
     std::string text(line.substr(0, kMaxLineBytes));
     std::replace(text.begin(), text.end(), '\n', ' ');
     text += '\n';
 
-    Lock lock(mMutex);
-    FileLock fileLock(mFd.get());
+    const Fd file = openFile(mPath, O_RDWR | O_CREAT | O_APPEND);
+    if (!file.valid()) return false;
+    const FileLock lock(file.get());
     struct stat status {};
-    if (fstat(mFd.get(), &status) == 0 && static_cast<size_t>(status.st_size) > kMaxBytes) {
-        // Drops half of the file at a time, so that it is rarely rewritten.
-        std::string kept = content();
-        kept.erase(0, kept.find('\n', kept.size() - kMaxBytes / 2) + 1);
-        if (ftruncate(mFd.get(), 0) == 0) writeAll(mFd.get(), kept.data(), kept.size());
-    }
-    writeAll(mFd.get(), text.data(), text.size());
+    if (!lock.held() || fstat(file.get(), &status) < 0 ||
+        !shorten(file.get(), static_cast<size_t>(status.st_size)))
+        return false;
+    const off_t end = lseek(file.get(), 0, SEEK_END);
+    if (writeAll(file.get(), text.data(), text.size())) return true;
+    const int error = errno;
+    if (ftruncate(file.get(), end) < 0) return false;
+    errno = error;
+    return false;
 }
 
-std::string LineFile::read() {
-    Lock lock(mMutex);
-    FileLock fileLock(mFd.get());
-    return content();
+std::string LineFile::read() const {
+    const Fd file = openFile(mPath, O_RDONLY);
+    const FileLock lock(file.get());
+    return lock.held() ? readAll(file.get()) : "";
 }
 
 std::string LineFile::readAndClear() {
-    Lock lock(mMutex);
-    FileLock fileLock(mFd.get());
-    std::string text = content();
-    if (ftruncate(mFd.get(), 0) < 0) return "";
-    return text;
-}
-
-std::string LineFile::content() {
-    lseek(mFd.get(), 0, SEEK_SET);
-    return readAll(mFd.get());
+    const Fd file = openFile(mPath, O_RDWR);
+    const FileLock lock(file.get());
+    std::string text = lock.held() ? readAll(file.get()) : "";
+    return ftruncate(file.get(), 0) < 0 ? "" : text;
 }
 
 }  // namespace sim

@@ -2,34 +2,30 @@
 
 #include <string>
 #include <string_view>
-
-#include "sim/base/fd.h"
-#include "sim/base/mutex.h"
+#include <utility>
 
 namespace sim {
 
 // A file of text lines shared by every process of the phone. Beyond kMaxBytes the oldest lines are
-// dropped.
-// Threads: any. Errors: a line that cannot be written is lost; the constructor throws
-// std::runtime_error when the file cannot be opened.
+// dropped. It is opened anew by each call, and made by the first line.
+// Threads: any. Errors: those of the file, and EBUSY when another process keeps it locked.
 class LineFile {
   public:
     static constexpr size_t kMaxBytes = 256 * 1024;
     static constexpr size_t kMaxLineBytes = 1024;
 
-    explicit LineFile(const std::string& path);
+    explicit LineFile(std::string path) : mPath(std::move(path)) {}
 
-    // Cuts a line after kMaxLineBytes; newlines in it become blanks.
-    void append(std::string_view line) SIM_EXCLUDES(mMutex);
-    std::string read() SIM_EXCLUDES(mMutex);
+    // Cuts a line after kMaxLineBytes; newlines in it become blanks. False with errno set, and
+    // nothing of the line in the file, when it cannot be written whole.
+    bool append(std::string_view line);
+    std::string read() const;
     // Reads and empties the file in one step, so that no line is read twice or lost in between.
-    std::string readAndClear() SIM_EXCLUDES(mMutex);
+    // Returns "" when it cannot be emptied.
+    std::string readAndClear();
 
   private:
-    std::string content() SIM_REQUIRES(mMutex);
-
-    Mutex mMutex;
-    const Fd mFd;
+    const std::string mPath;
 };
 
 }  // namespace sim

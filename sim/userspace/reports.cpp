@@ -6,11 +6,9 @@
 #include <stdio.h>
 #include <string.h>
 #include <sys/inotify.h>
-#include <sys/stat.h>
 
 #include <algorithm>
 #include <memory>
-#include <stdexcept>
 
 #include "sim/base/text.h"
 
@@ -80,16 +78,11 @@ std::string Report::text() const {
     return printable(line);
 }
 
-Reports::Reports(std::string directory) : mDirectory(std::move(directory)) {
-    mkdir(mDirectory.c_str(), 0700);
-    mLock = Fd(open(mDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!mLock.valid()) throw std::runtime_error(mDirectory + ": " + strerror(errno));
-}
-
 uint64_t Reports::add(std::string_view record) {
     if (mRefused.load() || record.size() != kRecordBytes) return 0;
-    Lock lock(mMutex);
-    FileLock fileLock(mLock.get());
+    const Fd directory(open(mDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const FileLock lock(directory.get());
+    if (!lock.held()) return 0;
     std::vector<uint64_t> there = numbers();
     const uint64_t number = there.empty() ? 1 : there.back() + 1;
     if (!write(number, record)) return 0;

@@ -5,10 +5,10 @@
 #include <atomic>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "sim/base/fd.h"
-#include "sim/base/mutex.h"
 
 namespace sim {
 
@@ -32,17 +32,18 @@ struct Report {
 // record, byte for byte. The latest kMaxKept are kept.
 //
 // Threads: any; several processes may add and read at once. Errors: a record that cannot be
-// written whole leaves no file; files that are not records are skipped.
+// written whole, or not within a second while another process holds the directory's lock, leaves no
+// file; files that are not records are skipped.
 class Reports {
   public:
     static constexpr size_t kRecordBytes = 288;
     static constexpr size_t kMaxKept = 1000;
 
-    // Makes the directory if it is missing; throws std::runtime_error when that fails.
-    explicit Reports(std::string directory);
+    // `directory` exists.
+    explicit Reports(std::string directory) : mDirectory(std::move(directory)) {}
 
     // The record's number, or 0 when it was refused or could not be written.
-    uint64_t add(std::string_view record) SIM_EXCLUDES(mMutex);
+    uint64_t add(std::string_view record);
     // The reports with a number above `number`, oldest first.
     std::vector<Report> after(uint64_t number) const;
 
@@ -60,8 +61,6 @@ class Reports {
     std::string path(uint64_t number) const;
 
     const std::string mDirectory;
-    Mutex mMutex;
-    Fd mLock;  // of the directory, against other processes
     std::atomic<bool> mRefused{false};
 };
 

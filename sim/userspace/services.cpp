@@ -28,6 +28,10 @@ class Services::Run {
         : mDirectory(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
           mTell(std::move(tell)) {
         const FileLock change(mDirectory.get());
+        if (!change.held()) {
+            mError = errno;
+            return;
+        }
         mFile = Fd(open((directory + "/" + name).c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC,
                         0600));
         mError = mFile.valid() && flock(mFile.get(), LOCK_EX | LOCK_NB) == 0 ? 0 : errno;

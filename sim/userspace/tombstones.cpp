@@ -67,6 +67,7 @@ std::string textOf(const Crash& crash) {
 std::string writeTombstone(const Root& root, const Crash& crash) {
     const Fd directory(root.open(kDirectory, O_RDONLY | O_DIRECTORY | O_CLOEXEC, 0));
     const FileLock lock(directory.get());
+    if (!lock.held()) return "";
     const std::string path = nextPath(root), text = textOf(crash);
     const Fd fd(root.open(kFresh, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0640));
     if (fd.valid() && writeAll(fd.get(), text.data(), text.size()) &&

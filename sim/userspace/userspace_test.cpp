@@ -1,8 +1,10 @@
 // The parts of the phone that a capture of logs uses: the reporting library, tombstones, the audio
 // dump service, a full disk.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 
 #include "phone/phone.h"
+#include "sim/base/fd.h"
 #include "sim/base/root.h"
 #include "sim/shell/shell.h"
 #include "sim/userspace/reports.h"
@@ -31,6 +33,11 @@ TEST_F(CaptureSideTest, ReportsAreKeptByteForByteUpToABound) {
     EXPECT_EQ("ok", tell("fault reports refuse"));
     EXPECT_EQ(0u, reports().add(record("n")));
     EXPECT_EQ("ok", tell("fault reports take"));
+    {
+        const sim::Fd hung(::open((phone().runDir() + "/reports").c_str(), O_RDONLY));
+        const sim::FileLock lock(hung.get());
+        EXPECT_EQ(0u, reports().add(record("n"))) << "another process keeps the lock";
+    }
 
     auto all = reports().after(0);
     ASSERT_EQ(2u, all.size());
