@@ -2,6 +2,7 @@
 #include <sim/userspace/log.h>
 #include <sim/userspace/logcat.h>
 #include <stdio.h>
+#include <string.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -83,7 +84,7 @@ int logcat(Client& client, const LogcatVerb& verb) {
     sim::Log& log = client.phone().log();
     if (options.clear) {
         if (log.clear()) return kDone;
-        throw Failure(kFailed, "logcat: another process keeps the log locked");
+        throw Failure(kFailed, std::string("logcat: not cleared: ") + strerror(errno));
     }
     if (!verb.until.empty()) return followUntil(log.directory(), verb, options);
     if (sim::runLogcat(log.directory(), options, STDOUT_FILENO) == 0) return kDone;

@@ -1,6 +1,7 @@
 #include "sim/shell/phone_programs.h"
 
 #include <fcntl.h>
+#include <string.h>
 
 #include "sim/base/clock.h"
 #include "sim/base/fd.h"
@@ -30,7 +31,8 @@ int logcat(Log& log, const Words& words, int outputFd) {
     if (std::string wrong = options.parse(words); !wrong.empty())
         return complain(log, "logcat: " + wrong);
     if (options.clear) {
-        return log.clear() ? 0 : complain(log, "logcat: another process keeps the log locked");
+        return log.clear() ? 0
+                           : complain(log, std::string("logcat: not cleared: ") + strerror(errno));
     }
     // Without -d it would block the caller for ever.
     if (!options.dump)

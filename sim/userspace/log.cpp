@@ -3,12 +3,10 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <string.h>
-#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <stdexcept>
 
 #include "sim/base/clock.h"
 #include "sim/base/fd.h"
@@ -35,25 +33,9 @@ const char* secondText(int64_t second) {
 
 }  // namespace
 
-Log::Log(std::string directory, uint32_t fileBytes)
+Log::Log(std::string directory, off_t fileBytes)
     : mDirectory(std::move(directory)), mFileBytes(fileBytes) {
-    static_assert(sizeof(Shared) == 8 && std::atomic<uint32_t>::is_always_lock_free,
-                  "shared between processes");
-    const std::string statePath = mDirectory + "/state";
-    mLockFd = open(statePath.c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
-    if (mLockFd < 0 || ftruncate(mLockFd, sizeof(Shared)) < 0)
-        throw std::runtime_error(statePath + ": " + strerror(errno));
-    void* mapped = mmap(nullptr, sizeof(Shared), PROT_READ | PROT_WRITE, MAP_SHARED, mLockFd, 0);
-    if (mapped == MAP_FAILED) throw std::runtime_error(statePath + ": " + strerror(errno));
-    mShared = static_cast<Shared*>(mapped);
-
-    Lock lock(mRotation);
-    FileLock fileLock(mLockFd);
-    openMain(mShared->generation.load());
-    if (mFd < 0) throw std::runtime_error(mDirectory + "/main: " + strerror(errno));
-    struct stat status {};
-    if (mShared->bytes.load() == 0 && fstat(mFd, &status) == 0)
-        mShared->bytes += static_cast<uint32_t>(status.st_size);
+    openCurrent();
 }
 
 char Log::letter(int priority) {
@@ -80,70 +62,76 @@ bool Log::write(int priority, std::string_view tag, std::string_view message) {
 }
 
 bool Log::writeLine(const Record& record, std::string_view text) {
-    char line[kMaxMessageBytes + kMaxTagBytes + 64];
+    char line[kMaxMessageBytes + kMaxTagBytes + 64] = "\n";  // before the line: see append()
     const int64_t second = record.wallNanos / 1000000000;
     const int millis = static_cast<int>(record.wallNanos / 1000000 % 1000);
     int head =
-        snprintf(line, sizeof(line), "%s.%03d %5d %5d %c %-8.*s: ", secondText(second), millis,
-                 getpid(), record.tid, letter(record.priority),
+        snprintf(line + 1, sizeof(line) - 1, "%s.%03d %5d %5d %c %-8.*s: ", secondText(second),
+                 millis, getpid(), record.tid, letter(record.priority),
                  static_cast<int>(std::min(record.tag.size(), kMaxTagBytes)), record.tag.data());
     if (head < 0) return false;
-    size_t size = static_cast<size_t>(head);
+    size_t size = 1 + static_cast<size_t>(head);
     memcpy(line + size, text.data(), text.size());
     size += text.size();
     line[size++] = '\n';
-    return append(line, size);
+    return append({line, size});
 }
 
-bool Log::append(const char* line, size_t size) {
-    const uint32_t generation = mShared->generation.load(std::memory_order_acquire);
-    if (generation != mGeneration.load(std::memory_order_relaxed)) reopen(generation);
-    if (::write(mFd, line, size) != static_cast<ssize_t>(size)) return false;
-    const uint32_t added = static_cast<uint32_t>(size);
-    if (mShared->bytes.fetch_add(added, std::memory_order_relaxed) + added > mFileBytes) rotate();
-    return true;
+// `line` begins with a newline of the line before, in case that one was cut short.
+bool Log::append(std::string_view line) {
+    struct stat status {};
+    if (!isCurrent(status)) {
+        openCurrent();
+        if (fstat(mFd.load(std::memory_order_relaxed), &status) < 0) return false;
+    }
+    const int fd = mFd.load(std::memory_order_relaxed);
+    if (!endsInsideLine(fd, status.st_size)) line.remove_prefix(1);
+    const ssize_t size = static_cast<ssize_t>(line.size());
+    mEnd.store(status.st_size + size, std::memory_order_relaxed);
+    return ::write(fd, line.data(), line.size()) == size;
 }
 
-void Log::reopen(uint32_t generation) {
-    Lock lock(mRotation);
-    if (mGeneration.load(std::memory_order_relaxed) != generation) openMain(generation);
+// Whether lines still go into the opened file. One that was rotated is past its size.
+bool Log::isCurrent(struct stat& status) const {
+    return fstat(mFd.load(std::memory_order_relaxed), &status) == 0 && status.st_nlink > 0 &&
+           status.st_size <= mFileBytes;
 }
 
-void Log::openMain(uint32_t generation) {
-    const std::string path = mDirectory + "/main";
-    int fd = open(path.c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600);
-    if (fd < 0) return;  // lines go on into the old file
-    if (mFd < 0) {
-        mFd = fd;
+bool Log::endsInsideLine(int fd, off_t size) const {
+    char last = '\n';
+    return size > 0 && size != mEnd.load(std::memory_order_relaxed) &&
+           pread(fd, &last, 1, size - 1) == 1 && last != '\n';
+}
+
+void Log::openCurrent() {
+    Lock lock(mOpening);
+    rotate();
+    Fd opened(
+        open(path("main").c_str(), O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!opened.valid()) return;  // lines go on into the old file
+    const int fd = mFd.load(std::memory_order_relaxed);
+    if (fd < 0) {
+        mFd.store(opened.release(), std::memory_order_relaxed);
     } else {
-        dup3(fd, mFd, O_CLOEXEC);
-        close(fd);
+        dup3(opened.get(), fd, O_CLOEXEC);
     }
-    mGeneration.store(generation, std::memory_order_relaxed);
 }
 
-void Log::rotate() {
-    Lock lock(mRotation);
-    // A stopped process may hold the lock; the next line tries again.
-    if (flock(mLockFd, LOCK_EX | LOCK_NB) < 0) return;
-    if (mShared->bytes.load() > mFileBytes) {  // not rotated by another meanwhile
-        rename((mDirectory + "/main").c_str(), (mDirectory + "/main.old").c_str());
-        mShared->bytes.store(0);
-        openMain(mShared->generation.fetch_add(1, std::memory_order_release) + 1);
-    }
-    flock(mLockFd, LOCK_UN);
+// Renames "main" when it is full. A stopped process may hold the lock; the next line tries again.
+void Log::rotate() const {
+    const Fd directory(open(mDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (flock(directory.get(), LOCK_EX | LOCK_NB) < 0) return;
+    struct stat status {};
+    if (stat(path("main").c_str(), &status) == 0 && status.st_size > mFileBytes)
+        rename(path("main").c_str(), path("main.old").c_str());
 }
 
 bool Log::clear() {
-    // Opens the lock file again: flock() then also excludes rotate() in this process, and waiting
-    // does not hold mRotation, which writers need.
-    const Fd state(open((mDirectory + "/state").c_str(), O_RDWR | O_CLOEXEC));
-    if (!lockWithin(state.get(), std::chrono::seconds(1))) return false;
-    Lock lock(mRotation);
-    unlink((mDirectory + "/main").c_str());
-    unlink((mDirectory + "/main.old").c_str());
-    mShared->bytes.store(0);
-    openMain(mShared->generation.fetch_add(1, std::memory_order_release) + 1);
+    const Fd directory(open(mDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!directory.valid() || !lockWithin(directory.get(), std::chrono::seconds(1))) return false;
+    for (const char* name : {"main.old", "main"}) {
+        if (unlink(path(name).c_str()) < 0 && errno != ENOENT) return false;
+    }
     return true;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <stdint.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <atomic>
@@ -18,7 +19,8 @@ enum Priority { kVerbose = 2, kDebug, kInfo, kWarn, kError, kFatal, kSilent };
 // The phone's log: run/log/main, one line a record in the form
 //   MM-DD HH:MM:SS.mmm PID TID P TAG: message
 // shared by every process that opened the phone. Past kMaxFileBytes the file is renamed to
-// main.old, over the former main.old.
+// main.old, over the former main.old. A line goes into a new file when the file was removed, and on
+// a line of its own when the disk took only a part of the one before it.
 //
 // Threads: any. A line is one write() with O_APPEND; a lock is taken for a rotation only.
 // Errors: a line that cannot be written is lost; the caller never waits. errno is kept.
@@ -35,10 +37,10 @@ class Log {
 
     static constexpr size_t kMaxMessageBytes = 4096;
     static constexpr size_t kMaxTagBytes = 128;
-    static constexpr uint32_t kMaxFileBytes = 4u << 20;
+    static constexpr off_t kMaxFileBytes = 4 << 20;
 
-    // `directory` exists; throws std::runtime_error when the log in it cannot be opened.
-    explicit Log(std::string directory, uint32_t fileBytes = kMaxFileBytes);
+    // `directory` exists. Opens or makes the file in it; when that fails, each line tries again.
+    explicit Log(std::string directory, off_t fileBytes = kMaxFileBytes);
 
     // Writes one log line per line of the message; false when one is lost.
     bool write(int priority, std::string_view tag, std::string_view message);
@@ -47,35 +49,31 @@ class Log {
     // logging thread, one record at a time. It must not log. An empty function ends this.
     void observe(Observer observer) SIM_EXCLUDES(mObserverMutex);
 
-    // Drops every line, for every process. False, with nothing dropped, when another process has
-    // held the rotation's lock for a second.
-    bool clear() SIM_EXCLUDES(mRotation);
+    // Drops every line, for every process. False with errno set on failure: EBUSY, with nothing
+    // dropped, when another process has held the rotation's lock for a second.
+    bool clear();
 
     const std::string& directory() const { return mDirectory; }
     // The letter of a priority: 'V', 'D', ...; '?' for a number that is none.
     static char letter(int priority);
 
   private:
-    // Mapped from run/log/state by every process, so that a writer notices a rotation without a
-    // system call.
-    struct Shared {
-        std::atomic<uint32_t> generation;  // counts the files that have been "main"
-        std::atomic<uint32_t> bytes;       // size of that file
-    };
-
     bool writeLine(const Record& record, std::string_view text);
-    bool append(const char* line, size_t size);
-    void reopen(uint32_t generation) SIM_EXCLUDES(mRotation);
-    void openMain(uint32_t generation) SIM_REQUIRES(mRotation);
-    void rotate() SIM_EXCLUDES(mRotation);
+    bool append(std::string_view line);
+    bool isCurrent(struct stat& status) const;
+    bool endsInsideLine(int fd, off_t size) const;
+    void openCurrent() SIM_EXCLUDES(mOpening);
+    void rotate() const;
+    std::string path(const char* name) const { return mDirectory + "/" + name; }
 
     const std::string mDirectory;
-    const uint32_t mFileBytes;
-    Shared* mShared = nullptr;
-    int mLockFd = -1;
-    int mFd = -1;  // keeps its number: a new file is put under it while others may be writing
-    std::atomic<uint32_t> mGeneration{0};
-    Mutex mRotation;
+    const off_t mFileBytes;
+    // Keeps its number: a new file is put under it while others may be writing.
+    std::atomic<int> mFd{-1};
+    // The file's size after this process's last line. Relaxed: another size costs a look at the
+    // file's last byte.
+    std::atomic<off_t> mEnd{0};
+    Mutex mOpening;
     std::atomic<bool> mObserved{false};
     Mutex mObserverMutex;
     Observer mObserver SIM_GUARDED_BY(mObserverMutex);

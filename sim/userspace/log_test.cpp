@@ -3,6 +3,9 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 
+#include <filesystem>
+#include <fstream>
+
 #include "sim/base/fd.h"
 #include "sim/userspace/logcat.h"
 #include "tests/support/phone_fixture.h"
@@ -67,8 +70,8 @@ TEST_F(LogTest, AReaderGoesOnAcrossRotationsAndWritersPastOneThatHangs) {
     };
     write(9);
     {
-        const sim::Fd state(open((directory() + "/state").c_str(), O_RDWR | O_CLOEXEC));
-        const sim::FileLock rotation(state.get());
+        const sim::Fd folder(open(directory().c_str(), O_RDONLY | O_CLOEXEC));
+        const sim::FileLock rotation(folder.get());
         write(20);
         EXPECT_FALSE(one.clear());
     }
@@ -76,6 +79,26 @@ TEST_F(LogTest, AReaderGoesOnAcrossRotationsAndWritersPastOneThatHangs) {
     write(25);
     EXPECT_EQ(seen, " 0 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16 17 18 19 20 21 22 23 24");
     EXPECT_LT(messages().size(), 11u);
+}
+
+TEST_F(LogTest, GoesOnInANewFileAfterATornLineAndATruncation) {
+    sim::LogReader reader(directory());
+    std::string seen;
+    const auto logAndRead = [&](const char* text) {
+        __android_log_write(ANDROID_LOG_INFO, "t", text);
+        reader.read([&](std::string_view line) { seen += line.substr(line.find_last_of(" 1")); });
+    };
+    const std::string main = directory() + "/main";
+    logAndRead("one");
+    std::ofstream(main, std::ios::app) << "11";  // as on a disk that had no more room
+    logAndRead("two");
+    EXPECT_THAT(contents("/../run/log/main"), testing::HasSubstr(" one\n11\n"));
+    std::filesystem::resize_file(main, 0);
+    logAndRead("three");
+    std::filesystem::remove(main);
+    logAndRead("four");
+    EXPECT_EQ(seen, " one1 two three four");
+    EXPECT_THAT(messages(), ElementsAre("four"));
 }
 
 TEST_F(LogTest, FiltersAreThoseOfLogcat) {

@@ -106,8 +106,8 @@ LogReader::LogReader(const std::string& directory)
 }
 
 void LogReader::openFiles() {
-    Fd state(open((mDirectory + "/state").c_str(), O_RDONLY | O_CLOEXEC));
-    FileLock lock(state.get());  // no rotation between the two
+    const Fd directory(open(mDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const FileLock lock(directory.get());  // no rotation between the two
     mOld = Fd(open((mDirectory + "/main.old").c_str(), O_RDONLY | O_CLOEXEC));
     mMain = Fd(open((mDirectory + "/main").c_str(), O_RDONLY | O_CLOEXEC));
 }
@@ -134,6 +134,11 @@ void LogReader::read(const std::function<void(std::string_view)>& take) {
 }
 
 void LogReader::drain(const std::function<void(std::string_view)>& take) {
+    struct stat status {};
+    if (fstat(mMain.get(), &status) == 0 && status.st_size < lseek(mMain.get(), 0, SEEK_CUR)) {
+        lseek(mMain.get(), 0, SEEK_SET);  // truncated: starts again
+        mPartial.clear();
+    }
     for (std::string block; !(block = readAll(mMain.get(), 1 << 16)).empty();) {
         mPartial += block;
         size_t start = 0;
