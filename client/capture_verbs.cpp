@@ -1,6 +1,9 @@
 // Verbs that request an exception report or a dump by sending an event.
+#include <sim/base/fd.h>
 #include <sim/userspace/properties.h>
 #include <stdio.h>
+#include <string.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <map>
@@ -30,11 +33,21 @@ struct Capture {
     bool print = false;
 };
 
+// Refuses when the phone's disk is full: the service could neither write what it is asked for nor
+// log that.
+void needsSpace(const sim::Phone& phone) {
+    const std::string probe = phone.runDir() + "/.space-" + std::to_string(getpid());
+    if (!sim::writeFile(probe, std::string(4096, ' ')))
+        throw Failure(kFailed, phone.folder() + " cannot be written: " + strerror(errno));
+    unlink(probe.c_str());
+}
+
 int send(Client& client, const std::string& type, const std::string& info) {
     if (type.size() + 1 + info.size() > kMaxEventBytes) {
         throw Failure(kUsage, type + ": too long; with its type an event has at most " +
                                   std::to_string(kMaxEventBytes) + " bytes");
     }
+    needsSpace(client.phone());
     client.call(type, [&](auto& calls) {
         return calls.setEvent(android::String8(type), android::String8(info));
     });

@@ -43,8 +43,10 @@ std::vector<std::string> hostCommand(const sim::Phone& phone, const StartOptions
 sim::Phone& createPhone(const std::string& folder) {
     try {
         return sim::Phone::create(folder);
-    } catch (const std::runtime_error& failure) {
+    } catch (const sim::NoPhone& failure) {
         throw Failure(kFailed, std::string(failure.what()) + "; give a new or empty folder");
+    } catch (const std::runtime_error& failure) {
+        throw Failure(kFailed, failure.what());
     }
 }
 

@@ -13,7 +13,7 @@ namespace {
 
 std::string defaultFolder() {
     const char* const runtime = getenv("XDG_RUNTIME_DIR");
-    if (runtime != nullptr && *runtime != '\0') return std::string(runtime) + "/pelto-phone";
+    if (runtime != nullptr && *runtime == '/') return std::string(runtime) + "/pelto-phone";
     return "/tmp/pelto-phone-" + std::to_string(getuid());
 }
 
@@ -59,8 +59,10 @@ void Client::needsVerb(CLI::App* app) {
 sim::Phone& Client::phone() {
     try {
         return sim::Phone::open(mFolder);
-    } catch (const std::runtime_error& failure) {
+    } catch (const sim::NoPhone& failure) {
         throw Failure(kNoPhone, std::string(failure.what()) + "; make one with: pelto phone start");
+    } catch (const std::runtime_error& failure) {
+        throw Failure(kNoPhone, failure.what());
     }
 }
 

@@ -2,6 +2,8 @@
 
 #include <errno.h>
 #include <stdio.h>
+#include <string.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <stdexcept>
@@ -23,11 +25,16 @@ int parseCommandLine(CLI::App& app, int argc, char** argv) {
 
 bool openPhone(const std::string& folder) {
     try {
-        sim::Phone::open(folder);
-        return true;
-    } catch (const std::runtime_error& failure) {
+        const std::string run = sim::Phone::open(folder).runDir();
+        if (access(run.c_str(), W_OK) == 0) return true;
+        fprintf(stderr, "%s: %s: %s\n", program_invocation_short_name, run.c_str(),
+                strerror(errno));
+        return false;
+    } catch (const sim::NoPhone& failure) {
         fprintf(stderr, "%s: %s; make a phone with: pelto --phone DIR phone start\n",
                 program_invocation_short_name, failure.what());
-        return false;
+    } catch (const std::runtime_error& failure) {
+        fprintf(stderr, "%s: %s\n", program_invocation_short_name, failure.what());
     }
+    return false;
 }

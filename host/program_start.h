@@ -20,5 +20,5 @@ enum HostExit {
 // about what is wrong, has been printed, and the result is the exit code.
 int parseCommandLine(CLI::App& app, int argc, char** argv);
 
-// Opens the phone in that folder; false after one line on stderr.
+// Opens the phone in that folder, which must be writable; false after one line on stderr.
 bool openPhone(const std::string& folder);

@@ -53,8 +53,26 @@ constexpr const char* kDirectories[] = {
 
 std::atomic<Phone*> gPhone{nullptr};
 
+template <typename Failure = std::runtime_error>
 [[noreturn]] void refuse(const std::string& folder, const std::string& why) {
-    throw std::runtime_error(folder + ": " + why);
+    throw Failure(folder + ": " + why);
+}
+
+// Refuses a folder whose entries another user could exchange: the product's paths and the phone's
+// state are only as safe as the folder. Closes one that others can merely read.
+void checkTrust(const std::string& folder) {
+    const Fd opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const int error = opened.valid() ? 0 : errno;
+    struct stat status {};
+    if (::lstat(folder.c_str(), &status) < 0) refuse<NoPhone>(folder, strerror(errno));
+    if (S_ISLNK(status.st_mode)) refuse(folder, "is a link; give the folder that it leads to");
+    if (!S_ISDIR(status.st_mode)) refuse(folder, "is not a directory");
+    if (status.st_uid != geteuid())
+        refuse(folder, "belongs to another user, " + std::to_string(status.st_uid));
+    if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0)
+        refuse(folder, "can be written by other users; if they left nothing in it: chmod 700");
+    if (error != 0) refuse(folder, strerror(error));
+    if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0) fchmod(opened.get(), S_IRWXU);
 }
 
 std::string markerPath(const fs::path& folder) {
@@ -66,11 +84,23 @@ bool isPhone(const fs::path& folder) {
     return fd.valid() && readAll(fd.get(), sizeof(kMarker)) == kMarker;
 }
 
+// Whether the folder holds no more than a creation that was cut short leaves.
+bool isUnfinished(const fs::path& folder) {
+    for (const auto& entry : fs::directory_iterator(folder)) {
+        if (entry.path().filename() != "fs" && entry.path().filename() != "run") return false;
+    }
+    for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+        if (!fs::is_directory(entry.symlink_status()) && entry.path() != markerPath(folder))
+            return false;
+    }
+    return true;
+}
+
 void makeDirectories(const fs::path& folder) {
     for (const char* directory : kDirectories) fs::create_directories(folder / "fs" / directory);
     fs::create_directories(folder / "run");
     fs::permissions(folder / "run", fs::perms::owner_all);
-    for (const char* directory : {"init", "log", "properties", "services"})
+    for (const char* directory : {"init", "log", "properties", "reports", "services"})
         fs::create_directories(folder / "run" / directory);
 }
 
@@ -82,17 +112,25 @@ void writeMarker(const fs::path& folder) {
 // One process at a time makes the phone; those that waited find it made.
 void makePhone(const fs::path& folder) {
     try {
-        fs::create_directories(folder);
+        fs::create_directories(fs::absolute(folder).parent_path());
+        if (::mkdir(folder.c_str(), S_IRWXU) < 0 && errno != EEXIST)
+            refuse(folder, strerror(errno));
+        checkTrust(folder);
         const Fd made(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-        if (!made.valid()) refuse(folder, strerror(errno));
         if (!lockWithin(made.get(), kTimeout)) refuse(folder, "another process works on it");
         if (isPhone(folder)) return;
-        if (!fs::is_empty(folder)) refuse(folder, "is neither empty nor a phone");
+        if (!isUnfinished(folder)) refuse<NoPhone>(folder, "is neither empty nor a phone");
         makeDirectories(folder);
         writeMarker(folder);
     } catch (const fs::filesystem_error& failure) {
         refuse(folder, failure.code().message());
     }
+}
+
+// Without slashes at the end, after which a link would be followed.
+std::string withoutSlashes(std::string folder) {
+    while (folder.size() > 1 && folder.back() == '/') folder.pop_back();
+    return folder;
 }
 
 }  // namespace
@@ -123,21 +161,24 @@ Phone::Phone(const std::string& folder)
     addFaultCommand(*mControl, *mFaults, *mRoot, *mReports);
 }
 
-Phone& Phone::create(const std::string& folder) {
+Phone& Phone::create(const std::string& given) {
+    const std::string folder = withoutSlashes(given);
     if (!isPhone(folder)) makePhone(folder);
     return open(folder);
 }
 
-Phone& Phone::open(const std::string& folder) {
+Phone& Phone::open(const std::string& given) {
+    const std::string folder = withoutSlashes(given);
+    checkTrust(folder);
     std::error_code error;
     const std::string path = fs::canonical(folder, error).string();
     if (error) refuse(folder, error.message());
-    if (!isPhone(path)) refuse(folder, "is not a phone's folder");
+    if (!isPhone(path)) refuse<NoPhone>(folder, "is not a phone's folder");
     for (const char* directory : {"/fs", "/run"}) {
         struct stat status {};
         if (::lstat((path + directory).c_str(), &status) < 0 || !S_ISDIR(status.st_mode))
-            refuse(folder, "is not a phone's folder");
-        if (status.st_uid != geteuid()) refuse(folder, "belongs to another user");
+            refuse<NoPhone>(folder, "is not a phone's folder");
+        if (status.st_uid != geteuid()) refuse(folder + directory, "belongs to another user");
     }
     if (Phone* phone = find()) {
         if (phone->mFolder != path) refuse(folder, "this process runs in " + phone->mFolder);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <stdexcept>
 #include <string>
 
 namespace sim {
@@ -20,19 +21,29 @@ class Root;
 class Services;
 class Shell;
 
+// Thrown for a folder that is missing, or holds other things than a phone.
+class NoPhone : public std::runtime_error {
+    using runtime_error::runtime_error;
+};
+
 // The simulated phone of this process: one folder, whose FOLDER/fs is the phone's "/" and whose
-// FOLDER/run (0700) holds the phone's state beside its files: log, properties, sockets. Commands
-// and paths of the product never reach run/. The parts are made here, each handed the parts it
-// uses.
+// FOLDER/run holds the phone's state beside its files: log, properties, sockets. Commands and paths
+// of the product never reach run/. The parts are made here, each handed the parts it uses.
 //
+// Trust: the folder (0700) keeps other users out. One that is a link, belongs to another user or
+//   can be written by others is refused. A process of the same user that exchanges names meanwhile
+//   is not kept out.
 // Ownership: one object a process, never destroyed. Several processes may open one folder at once.
 // Threads: create() or open() once, before other threads use the phone; the rest from any thread.
-// Errors: create() and open() throw std::runtime_error with one line that names the folder and the
-//   reason; get() without an open phone ends the process with one line.
+// Errors: create() and open() throw NoPhone or another std::runtime_error with one line that names
+//   the folder and the reason; get() without an open phone ends the process with one line. A phone
+//   that cannot be written is opened all the same: what it holds can be read, and each part reports
+//   what it could not write.
 class Phone {
   public:
-    // Makes a phone in a new or empty folder and opens it. A folder that is a phone already is
-    // opened as it is; while another process makes it, this waits.
+    // Makes a phone in a new or empty folder, or one where that was cut short, and opens it. A
+    // folder that is a phone already is opened as it is; while another process makes it, this
+    // waits.
     static Phone& create(const std::string& folder);
     // Opens a folder that create() made.
     static Phone& open(const std::string& folder);

@@ -8,7 +8,7 @@ namespace sim {
 namespace {
 
 constexpr std::initializer_list<const char*> kFiles{Gpu::kControl, Gpu::kHashId, Gpu::kDump,
-                                                       Gpu::kTimestamp};
+                                                    Gpu::kTimestamp};
 
 }  // namespace
 
