@@ -1,4 +1,5 @@
 // Shows the events that the service sends to its native clients.
+#include <binder/Parcel.h>
 #include <binder/ProcessState.h>
 #include <ipeltoservice/IPeltoNativeClient.h>
 #include <ipeltoservice/PeltoServiceCalls.h>
@@ -33,17 +34,11 @@ class Watcher : public android::BnPeltoNativeClient, public android::IBinder::De
     explicit Watcher(const WatchOptions& options) : mOptions(options) {}
 
     android::status_t onNativeEvent(const char* type, const char* info) override EXCLUDES(mLock) {
-        Mutex::Autolock lock(mLock);
-        if (mOptions.limits.reached(mSeen) || mUnwritten) return android::OK;
-        const std::string line =
-            mOptions.json ? jsonLine({{"time_ms", sim::Clock::get().wallNanos() / 1000000},
-                                      {"type", type},
-                                      {"info", info}})
-                          : escaped(type) + " " + escaped(info);
-        puts(line.c_str());
-        mUnwritten = fflush(stdout) != 0;
-        ++mSeen;
-        mChanged.signal();
+        print(mOptions.json ? jsonLine({{"time_ms", sim::Clock::get().wallNanos() / 1000000},
+                                        {"type", type},
+                                        {"info", info}})
+                            : escaped(type) + " " + escaped(info),
+              1);
         return android::OK;
     }
 
@@ -69,7 +64,27 @@ class Watcher : public android::BnPeltoNativeClient, public android::IBinder::De
         return kDone;
     }
 
+  protected:
+    android::status_t onTransact(uint32_t code, const android::Parcel& data, android::Parcel* reply,
+                                 uint32_t flags) override EXCLUDES(mLock) {
+        if (code != LOST_CALLS_TRANSACTION)
+            return BnPeltoNativeClient::onTransact(code, data, reply, flags);
+        const int32_t lost = data.readInt32();
+        print(mOptions.json ? jsonLine({{"lost", lost}}) : std::to_string(lost) + " events lost",
+              0);
+        return android::OK;
+    }
+
   private:
+    void print(const std::string& line, uint64_t events) EXCLUDES(mLock) {
+        Mutex::Autolock lock(mLock);
+        if (mOptions.limits.reached(mSeen) || mUnwritten) return;
+        puts(line.c_str());
+        mUnwritten = fflush(stdout) != 0;
+        mSeen += events;
+        mChanged.signal();
+    }
+
     const WatchOptions mOptions;
     Mutex mLock;
     android::Condition mChanged;
@@ -93,9 +108,11 @@ int watch(Client& client, const WatchOptions& options) {
 void addWatchVerb(CLI::App& app, Client& client) {
     auto options = std::make_shared<WatchOptions>();
     CLI::App* verb = app.add_subcommand(
-        "watch", "Show the events that reach native clients, one a line: \"TYPE INFO\"");
+        "watch",
+        "Show the events that reach native clients, one a line: \"TYPE INFO\"; where some did not "
+        "arrive since this client fell behind: \"N events lost\"");
     verb->add_flag("--json", options->json,
-                   "A JSON object a line: time_ms (when it arrived), type, info");
+                   "A JSON object a line: time_ms (when it arrived), type, info; or lost");
     options->limits.addTo(verb);
     verb->add_option("--ready-fd", options->readyFd,
                      "Descriptor that gets the line \"ready\" once no event is missed any more")

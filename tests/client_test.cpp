@@ -91,6 +91,32 @@ TEST_F(ClientTest, WatchesWhatIsSent) {
     EXPECT_THAT(plain.errors(), HasSubstr("the service has ended"));
 }
 
+TEST_F(ClientTest, SaysHowManyEventsAWatcherHasLost) {
+    ReadyProgram host(hostCommand());
+    ReadyProgram plain(watchCommand()), json(watchCommand({"--json"}));
+    const std::string input = phone().folder() + "/input";
+    constexpr int kEvents = 4000;
+    for (std::ofstream file(input); file.tellp() < kEvents * 1002;)
+        file << "kind " << std::string(996, 'x') << '\n';
+    for (ReadyProgram* watcher : {&plain, &json}) watcher->signal(SIGSTOP);
+    EXPECT_EQ(run(command({"send", "--stdin"}), input).code, 0);
+    for (ReadyProgram* watcher : {&plain, &json}) watcher->signal(SIGCONT);
+    EXPECT_EQ(pelto({"send", "last"}).code, 0);
+    int events = 0, lost = 0, more = 0;
+    for (std::string line; (line = plain.line()) != "last ";) {
+        if (sscanf(line.c_str(), "%d events lost", &more) == 1) {
+            lost += more;
+        } else {
+            ++events;
+        }
+    }
+    EXPECT_GT(lost, 0);
+    EXPECT_EQ(kEvents, events + lost);
+    for (lost = 0; lost == 0;) lost = nlohmann::json::parse(json.line()).value("lost", 0);
+    EXPECT_THAT(pelto({"logcat", "-d", "Binder:W", "*:S"}).output,
+                MatchesRegex("[^\n]*\n([^\n]* (does not read|reads again)[^\n]*\n)+"));
+}
+
 TEST_F(ClientTest, ReadsAndSetsProperties) {
     EXPECT_EQ(pelto({"setprop", "ro.one", "a\nb"}).code, 0);
     EXPECT_EQ(pelto({"setprop", "two", ""}).code, 0);

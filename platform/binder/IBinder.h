@@ -27,6 +27,9 @@ class IBinder : public virtual RefBase {
         FIRST_CALL_TRANSACTION = 0x00000001,
         PING_TRANSACTION = 0x5f504e47,       // "_PNG"
         INTERFACE_TRANSACTION = 0x5f4e5446,  // "_NTF"
+        // One-way, sent by the library: an int32, how many one-way calls to the object were lost
+        // at this place in their order, since its process did not read them.
+        LOST_CALLS_TRANSACTION = 0x5f4c5354,  // "_LST"
 
         // The caller never waits, not even for room to send, and gets no reply or result. One-way
         // calls to one object run one at a time, in the order they were sent.

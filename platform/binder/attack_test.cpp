@@ -69,12 +69,13 @@ class RawClient {
         shutdown(mSocket.get(), SHUT_WR);
     }
 
-    // Waits for the next frame of that kind; skips its data.
-    FrameHeader next(uint32_t kind) {
+    // Waits for the next frame of that kind; skips its data after the first number.
+    FrameHeader next(uint32_t kind, int32_t* number = nullptr) {
         FrameHeader header{};
         while (recv(mSocket.get(), &header, kHeader, MSG_WAITALL) == ssize_t{kHeader}) {
             std::string rest(header.size, 0);
             if (!rest.empty()) recv(mSocket.get(), &rest[0], rest.size(), MSG_WAITALL);
+            if (number != nullptr && rest.size() >= 4) memcpy(number, rest.data(), 4);
             if (header.kind == kind) return header;
         }
         return FrameHeader{};
@@ -175,10 +176,19 @@ TEST_F(AttackTest, AClientThatDoesNotReadCostsFailedCallsAlone) {
     while (note(proxy, sent, 1024) == OK) ASSERT_LT(++sent, 10000);
     EXPECT_TRUE(echoes(mRemote));
     EXPECT_TRUE(proxy->isBinderAlive());
-    // Once it reads, it receives every call that was accepted, and new ones.
-    for (int32_t i = 0; i < sent; ++i) ASSERT_EQ(9u, client.next(CALL).handle);
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(FAILED_TRANSACTION, note(proxy, sent, 1024));
+    // Once it reads, it receives every call that was accepted, the number of lost ones, new calls.
+    for (int32_t i = 0; i < sent; ++i) ASSERT_EQ(TestService::NOTE, client.next(CALL).code);
+    int32_t lost = 0;
+    EXPECT_EQ(IBinder::LOST_CALLS_TRANSACTION, client.next(CALL, &lost).code);
+    EXPECT_EQ(3, lost);
+    const std::string process = "process " + std::to_string(getpid());
+    EXPECT_TRUE(
+        waitLogged("W Binder: " + process + " reads again: 3 one-way calls to it were lost"));
+    EXPECT_EQ(process + " does not read its calls: one-way ones are lost", logLines("Binder")[0]);
+    EXPECT_EQ(2u, logLines("Binder").size());
     EXPECT_EQ(OK, note(proxy, sent));
-    EXPECT_EQ(9u, client.next(CALL).handle);
+    EXPECT_EQ(TestService::NOTE, client.next(CALL).code);
 }
 
 // While a thread waits for a reply of the client, reading goes on past a full backlog: calls

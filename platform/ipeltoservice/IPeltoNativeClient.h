@@ -9,7 +9,8 @@ namespace android {
 //
 // The call is one-way: the service does not wait for it and learns nothing of its result. Events
 //   come in the order the service sent them, one at a time, on a thread of the client's binder
-//   pool, which it has to start: without one nothing arrives.
+//   pool, which it has to start: without one nothing arrives. A client that does not keep up loses
+//   events; IBinder::LOST_CALLS_TRANSACTION gives their number where they are missing.
 // Registration is permanent: a dead client costs the service about 1.6 KiB (64-bit) and each event
 //   the test of a flag. One connection, which is one process, may register 1024 clients: the call
 //   for one more fails with FAILED_TRANSACTION and leaves the others as they are.

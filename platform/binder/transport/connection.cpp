@@ -90,7 +90,7 @@ status_t Connection::transact(uint32_t handle, uint32_t code, const Parcel& data
         header.callId = oneWay ? 0 : ++mLastCall;
         header.handle = handle;
         header.code = code;
-        const status_t status = sendLocked(header, &data, kMaxCallQueue);
+        const status_t status = sendCallLocked(header, data);
         if (oneWay || status != OK) return status;
         mPending.emplace(header.callId, &call);
         updateInterestLocked();

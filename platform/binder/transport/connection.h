@@ -13,6 +13,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <unordered_map>
@@ -33,7 +34,9 @@ class Process;
 // Sending never waits. Bytes that the kernel does not take at once go to mOut, and the loop sends
 //   them as the other side reads. A call that does not fit into mOut fails at once with
 //   FAILED_TRANSACTION and the connection stays open; a reply that does not fit ends the
-//   connection, since its caller would wait for ever.
+//   connection, since its caller would wait for ever. An object that has lost one-way calls so is
+//   told their number (LOST_CALLS_TRANSACTION) before the next call or once mOut has drained; the
+//   log gets a line when the first is lost and one with the number of all when mOut has drained.
 //
 // Backpressure: reading pauses while the calls that wait for a thread exceed kPauseBacklog. The
 //   other side's socket and queue then fill up, its calls fail or wait there, and nothing that was
@@ -104,6 +107,9 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
 
     // Sending.
     status_t checkSendable(const Parcel& parcel) const;
+    status_t sendCallLocked(const FrameHeader& header, const Parcel& data) REQUIRES(mLock);
+    void noteLostLocked(uint32_t handle) REQUIRES(mLock);
+    void tellLostLocked() REQUIRES(mLock);
     status_t sendLocked(const FrameHeader& header, const Parcel* parcel, size_t limit)
         REQUIRES(mLock);
     ObjectEntry giveOutLocked(const Parcel::Object& object) REQUIRES(mLock);
@@ -151,6 +157,10 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
     bool mBroken GUARDED_BY(mLock) = false;  // to be torn down, even with bytes left to read
     bool mClosed GUARDED_BY(mLock) = false;
     ByteQueue mOut GUARDED_BY(mLock);
+    // One-way calls that did not fit into mOut: those not told yet by object, and all since mOut
+    // was empty.
+    std::map<uint32_t, int32_t> mLost GUARDED_BY(mLock);
+    uint64_t mLostInAll GUARDED_BY(mLock) = 0;
     size_t mBacklog GUARDED_BY(mLock) = 0;
     bool mPaused GUARDED_BY(mLock) = false;
     bool mDropping GUARDED_BY(mLock) = false;

@@ -3,12 +3,19 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cinttypes>
 #include <cstring>
 #include <vector>
 
 namespace android::transport {
 
 namespace {
+
+size_t frameSize(const Parcel* parcel) {
+    if (parcel == nullptr) return sizeof(FrameHeader);
+    return sizeof(FrameHeader) + parcel->objects().size() * sizeof(ObjectEntry) +
+           parcel->dataSize();
+}
 
 iovec span(const uint8_t* bytes, size_t size) {
     return {const_cast<uint8_t*>(bytes), size};
@@ -52,13 +59,47 @@ ObjectEntry Connection::giveOutLocked(const Parcel::Object& object) {
     return {object.offset, SENDER, handle};
 }
 
+// A call is sent behind the numbers of those lost before it, or not at all.
+status_t Connection::sendCallLocked(const FrameHeader& header, const Parcel& data) {
+    const size_t room = kMaxCallQueue - mLost.size() * (sizeof(FrameHeader) + sizeof(int32_t));
+    if (mOut.size() + frameSize(&data) <= room) tellLostLocked();
+    const status_t status = sendLocked(header, &data, mLost.empty() ? kMaxCallQueue : room);
+    if (status == FAILED_TRANSACTION && header.callId == 0) noteLostLocked(header.handle);
+    return status;
+}
+
+void Connection::noteLostLocked(uint32_t handle) {
+    if (mLostInAll++ == 0) {
+        __android_log_print(ANDROID_LOG_WARN, "Binder",
+                            "process %d does not read its calls: one-way ones are lost",
+                            static_cast<int>(mPeer.pid));
+    }
+    int32_t& lost = mLost[handle];
+    if (lost < INT32_MAX) ++lost;
+}
+
+// Tells each object the number of its lost calls.
+void Connection::tellLostLocked() {
+    FrameHeader header{};
+    header.kind = CALL;
+    header.flags = IBinder::FLAG_ONEWAY;
+    header.code = IBinder::LOST_CALLS_TRANSACTION;
+    for (const auto& [handle, lost] : mLost) {
+        Parcel count;
+        count.writeInt32(lost);
+        header.handle = handle;
+        sendLocked(header, &count, kMaxReplyQueue);
+    }
+    mLost.clear();
+}
+
 // Sends or queues a frame; FAILED_TRANSACTION, nothing sent, if mOut would exceed `limit`.
 status_t Connection::sendLocked(const FrameHeader& header, const Parcel* parcel, size_t limit) {
     if (!alive()) return DEAD_OBJECT;
+    if (mOut.size() + frameSize(parcel) > limit) return FAILED_TRANSACTION;
     const size_t objects = parcel != nullptr ? parcel->objects().size() : 0;
     const size_t dataSize = parcel != nullptr ? parcel->dataSize() : 0;
     const size_t headSize = sizeof(FrameHeader) + objects * sizeof(ObjectEntry);
-    if (mOut.size() + headSize + dataSize > limit) return FAILED_TRANSACTION;
 
     FrameHeader whole = header;
     whole.magic = kMagic;
@@ -112,7 +153,16 @@ void Connection::flushLocked() {
         if (sent == 0) break;
         mOut.consume(sent);
     }
-    if (mOut.empty()) mDrained.broadcast();
+    if (mOut.empty()) {
+        mDrained.broadcast();
+        tellLostLocked();
+        if (mLostInAll > 0) {
+            __android_log_print(ANDROID_LOG_WARN, "Binder",
+                                "process %d reads again: %" PRIu64 " one-way calls to it were lost",
+                                static_cast<int>(mPeer.pid), mLostInAll);
+        }
+        mLostInAll = 0;
+    }
     updateInterestLocked();
 }
 
