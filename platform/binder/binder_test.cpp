@@ -108,6 +108,7 @@ TEST_F(BinderTest, AServiceKilledInACallIsDeadAndReplaced) {
     EXPECT_FALSE(remote->isBinderAlive());
     EXPECT_EQ(DEAD_OBJECT, remote->pingBinder());
     EXPECT_EQ(DEAD_OBJECT, remote->linkToDeath(watcher));
+    EXPECT_EQ(-SIGKILL, server.wait()) << "its descriptors close one after the other";
     EXPECT_EQ(nullptr, find("there"));
     EXPECT_EQ(OK, defaultServiceManager()->addService(String16("there"), mService));
 }
