@@ -1,6 +1,8 @@
 #include <gmock/gmock.h>
 #include <sys/socket.h>
 
+#include <future>
+
 #include "sim/base/fd.h"
 #include "sim/control/server.h"
 #include "sim/kernel/display_kernel.h"
@@ -66,6 +68,14 @@ TEST_F(ControlTest, DropsHostileClientsAndEvictsTheOldest) {
         others.push_back(connectToControl(phone().runDir()));
     send(others.back().get(), "big\0004000000", 11, 0);  // more than its socket holds, never read
     EXPECT_EQ("ok:a", request({"echo", "a"})) << "in the place of the oldest";
+    for (Fd& other : others) {
+        other = connectToControl(phone().runDir());
+        send(other.get(), "big\0004000000", 11, 0);
+    }
+    auto late = std::async(std::launch::async, [&] { return request({"echo", "b"}); });
+    for (std::string block(kMaxRequestBytes + 1, ' '); block[0] != '.';)
+        ASSERT_LT(0, recv(others.front().get(), block.data(), block.size(), 0)) << "not closed";
+    EXPECT_EQ("ok:b", late.get()) << "in the place of the only one that has its answer";
 }
 
 TEST_F(ControlTest, CommandsRefuseWrongArguments) {

@@ -5,6 +5,7 @@
 #include <string.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <deque>
 #include <memory>
 #include <stdexcept>
@@ -65,11 +66,25 @@ class ControlServer {
             if (!unsent.empty()) return POLLOUT;
             return pending.empty() ? POLLIN : 0;
         }
+        // Whether nobody waits for an answer here, or no longer.
+        bool idle() const {
+            return (pending.empty() && unsent.empty()) ||
+                   std::chrono::steady_clock::now() - asked > kReplyTimeout;
+        }
     };
 
+    // Closes the oldest idle connection when all places are taken; false when there is none.
+    bool makeRoom() {
+        if (mConnections.size() < Control::kMaxConnections) return true;
+        const auto idle = std::find_if(mConnections.begin(), mConnections.end(),
+                                       [](const Connection& each) { return each.idle(); });
+        if (idle != mConnections.end()) mConnections.erase(idle);
+        return idle != mConnections.end();
+    }
+
     void turn() {
-        std::vector<pollfd> polled{{mSocket.listening.get(), POLLIN, 0}};
-        int timeout = -1;
+        std::vector<pollfd> polled{{mFull ? -1 : mSocket.listening.get(), POLLIN, 0}};
+        int timeout = mFull ? 1000 : -1;
         for (const Connection& connection : mConnections) {
             polled.push_back({connection.fd.get(), connection.events(), 0});
             if (!connection.pending.empty()) timeout = kRetryMillis;
@@ -79,10 +94,13 @@ class ControlServer {
             if (!serve(mConnections[i - 1], polled[i].revents))
                 mConnections.erase(mConnections.begin() + static_cast<ptrdiff_t>(i - 1));
         }
-        if (polled[0].revents != 0) accept();
+        if (polled[0].revents != 0 || mFull) accept();
     }
 
+    // New clients wait in the kernel while each of those accepted waits for an answer.
     void accept() {
+        mFull = !makeRoom();
+        if (mFull) return;
         Fd fd(accept4(mSocket.listening.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
         if (!fd.valid()) {
             // Probably out of descriptors: pauses, as poll() would report the client again at once.
@@ -90,7 +108,6 @@ class ControlServer {
         } else if (const auto peer = peerOf(fd.get()); !peer || !isTrusted(*peer)) {
             mLog.write(kWarn, kTag, "a process of another user is refused");
         } else {
-            if (mConnections.size() >= Control::kMaxConnections) mConnections.pop_front();
             mConnections.push_back({std::move(fd), {}, {}, {}});
         }
     }
@@ -141,6 +158,7 @@ class ControlServer {
     const PublishedSocket mSocket;
     std::vector<char> mRequest;
     std::deque<Connection> mConnections;  // the oldest first
+    bool mFull = false;
 };
 
 void Control::add(const std::string& name, Command command) {

@@ -24,7 +24,7 @@ class Control {
     using Arguments = std::vector<std::string>;
     using Command = std::function<Reply(const Arguments& arguments)>;  // without the command's name
 
-    // A further connection closes the oldest one.
+    // A further connection closes the oldest one that waits for no answer; while all wait, it does.
     static constexpr size_t kMaxConnections = 32;
 
     // `log` must outlive this object.
