@@ -111,6 +111,8 @@ void check(android::status_t status, const std::string& what) {
         case android::DEAD_OBJECT:
             throw Failure(kNoService,
                           what + ": the service has ended; start it with: pelto phone start");
+        case android::WOULD_BLOCK:
+            throw Failure(kFailed, what + ": the service takes no more clients; try again later");
         case android::FAILED_TRANSACTION:
             throw Failure(kFailed, what + ": too big for a call, or the service takes none now");
         default:

@@ -1,11 +1,16 @@
 // The client program as scripts see it: output, exit codes, one line per error.
+#include <binder/transport/frame.h>
+#include <fcntl.h>
 #include <gmock/gmock.h>
+#include <ipeltoservice/IPeltoService.h>
 
 #include <filesystem>
 #include <fstream>
 #include <nlohmann/json.hpp>
 #include <regex>
 
+#include "sim/base/fd.h"
+#include "sim/base/unix_socket.h"
 #include "tests/support/service_fixture.h"
 
 using testing::HasSubstr;
@@ -48,6 +53,26 @@ TEST_F(ClientTest, CallsAServiceThatStartsAgainHoweverItEnded) {
         EXPECT_EQ(host.wait(), signal == SIGKILL ? -SIGKILL : 0);
         EXPECT_EQ(host.errors(), "");
         EXPECT_EQ(pelto({"send", "any"}).code, 4);
+    }
+}
+
+TEST_F(ClientTest, IsToldOfAServiceThatIsFull) {
+    Words fewPlaces{"sh", "-c", "ulimit -n 64; exec \"$@\"", "sh"};
+    const Words host = hostCommand();
+    fewPlaces.insert(fewPlaces.end(), host.begin(), host.end());
+    const ReadyProgram full(fewPlaces);
+    using namespace android::transport;
+    const FrameHeader hello{kMagic, 0, HELLO, 0, 0, 0, kVersion, 0, 0};
+    const sim::Fd folder(open((phone().runDir() + "/services").c_str(), O_PATH));
+    std::vector<sim::Fd> idle(64 / 4);
+    for (sim::Fd& place : idle) {
+        place = sim::connectSocket(folder, android::kPeltoServiceName, SOCK_STREAM);
+        ASSERT_TRUE(
+            sim::writeAll(place.get(), reinterpret_cast<const char*>(&hello), sizeof hello));
+    }
+    refuses({"send", "any"}, 1, "takes no more clients");
+    idle.pop_back();
+    while (pelto({"send", "any"}).code != 0) {
     }
 }
 

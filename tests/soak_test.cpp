@@ -119,7 +119,7 @@ class SoakTest : public ServiceTest {
     }
 
     std::unique_ptr<Program> mHost, mFollower;
-    size_t mSent = 0;                                  // the next place of every sender
+    size_t mSent = 0;  // the next place of every sender
     Places mDispatched{}, mFollowed{};
 };
 

@@ -257,6 +257,17 @@ TEST_F(AttackTest, BoundsTheLiveObjectsOfAClient) {
     while (more->getStrongCount() > 1) ASSERT_LT(std::chrono::steady_clock::now(), deadline);
     kept.erase(kept.begin());
     EXPECT_EQ(OK, keep(more));
+    kept.clear();
+    // Of those ever given, over all its connections.
+    status_t status = OK;
+    size_t given = Connection::kMaxProxies + 1;
+    while ((status = keep(sp<TestService>::make())) == OK) ++given;
+    EXPECT_EQ(FAILED_TRANSACTION, status);
+    EXPECT_EQ(ObjectQuota::kMaxObjects, given);
+    RawClient other(mFolder);
+    other.send(withObject(TestService::KEEP, {0, SENDER, 9}));
+    EXPECT_EQ(FAILED_TRANSACTION, other.next(REPLY).status);
+    EXPECT_EQ(2u, logLines("Binder").size()) << logLines("Binder").back();
 }
 
 TEST_F(AttackTest, EvictsSilentClientsAndRefusesOnesPastTheBound) {
@@ -267,16 +278,30 @@ TEST_F(AttackTest, EvictsSilentClientsAndRefusesOnesPastTheBound) {
     std::deque<RawClient> silent, greeted;
     for (size_t i = 0; i < kPlaces; ++i) silent.emplace_back(mFolder, false);
     EXPECT_TRUE(silent.front().ended());
-    for (size_t i = 1; i < kPlaces; ++i) {
+    RawClient waiting(mFolder), keeping(mFolder);
+    waiting.send(frame(CALL, 0, TestService::WAIT));
+    ASSERT_TRUE(wait(mService->entered));
+    keeping.send(withObject(TestService::KEEP, {0, SENDER, 9}));
+    ASSERT_EQ(1u, keeping.next(REPLY).callId);
+    for (size_t i = 3; i < kPlaces; ++i) {
         ASSERT_TRUE(greeted.emplace_back(mFolder).served());
     }
     EXPECT_TRUE(silent.back().ended());
-    for (int i = 0; i < 2; ++i) EXPECT_FALSE(RawClient(mFolder).served());
+    for (int i = 0; i < 2; ++i) EXPECT_EQ(WOULD_BLOCK, RawClient(mFolder).next(HELLO).status);
     EXPECT_EQ("test refuses more clients: all places taken", logLines("Binder").back());
     EXPECT_EQ(kPlaces + 1, logLines("Binder").size());
     greeted.pop_back();
-    while (!RawClient(mFolder).served()) {
-    }
+    RawClient last(mFolder);
+    while (!last.served()) last = RawClient(mFolder);
+
+    // The one that has not called for longest gives its place, but none that waits or has given
+    // an object.
+    advance(std::chrono::nanoseconds(AcceptedConnections::kIdleNanos));
+    EXPECT_TRUE(echoes(mRemote) && greeted.front().served());
+    EXPECT_TRUE(RawClient(mFolder).served());
+    EXPECT_TRUE(greeted[1].ended());
+    mService->released.set_value();
+    EXPECT_TRUE(waiting.next(REPLY).callId == 1 && keeping.served() && greeted.front().served());
 }
 
 TEST_F(AttackTest, AcceptsNobodyWhileDescriptorsAreShort) {

@@ -12,8 +12,9 @@ namespace android {
 //   pool, which it has to start: without one nothing arrives. A client that does not keep up loses
 //   events; IBinder::LOST_CALLS_TRANSACTION gives their number where they are missing.
 // Registration is permanent: a dead client costs the service about 1.6 KiB (64-bit) and each event
-//   the test of a flag. One connection, which is one process, may register 1024 clients: the call
-//   for one more fails with FAILED_TRANSACTION and leaves the others as they are.
+//   the test of a flag. One connection, which is one process, may have 1024 clients registered at a
+//   time, and one process 4096 ever: the call for one more fails with FAILED_TRANSACTION and leaves
+//   the others as they are.
 // A client in the service's own process is called directly, with the service's lock held: it must
 //   not call back into the service from onNativeEvent(), or the two wait for each other for ever.
 class IPeltoNativeClient : public IInterface {

@@ -3,6 +3,7 @@
 #include <binder/transport/call_pool.h>
 #include <binder/transport/io_loop.h>
 #include <binder/transport/notice_thread.h>
+#include <binder/transport/object_quota.h>
 #include <binder/transport/service_directory.h>
 
 namespace android::transport {
@@ -20,6 +21,7 @@ class Process {
     NoticeThread& notices() { return mNotices; }
     // Loop's thread only.
     AcceptedConnections& accepted() { return mAccepted; }
+    ObjectQuota& quota() { return mQuota; }
     ServiceDirectory& services() { return mServices; }
 
   private:
@@ -29,6 +31,7 @@ class Process {
     CallPool mCalls;
     NoticeThread mNotices;
     AcceptedConnections mAccepted;
+    ObjectQuota mQuota;
     ServiceDirectory mServices;
 };
 

@@ -2,6 +2,7 @@
 #include <binder/transport/binder_process.h>
 #include <binder/transport/connection.h>
 #include <sys/epoll.h>
+#include <utils/Timers.h>
 
 namespace android::transport {
 
@@ -13,7 +14,11 @@ struct Connection::Remains {
 };
 
 Connection::Connection(Process& process, sim::Fd socket, const ucred& peer, sp<BBinder> root)
-    : mProcess(process), mPeer(peer), mRoot(std::move(root)), mSocket(std::move(socket)) {}
+    : mProcess(process),
+      mPeer(peer),
+      mLastCallNanos(systemTime(SYSTEM_TIME_MONOTONIC)),
+      mRoot(std::move(root)),
+      mSocket(std::move(socket)) {}
 
 bool Connection::open() {
     Mutex::Autolock lock(mLock);
@@ -29,7 +34,7 @@ bool Connection::open() {
 
 sp<IBinder> Connection::root() {
     Mutex::Autolock lock(mLock);
-    if (mClosed) return nullptr;
+    if (mClosed && mEnd == DEAD_OBJECT) return nullptr;
     return proxyLocked(0);
 }
 
@@ -91,6 +96,7 @@ status_t Connection::transact(uint32_t handle, uint32_t code, const Parcel& data
         header.handle = handle;
         header.code = code;
         const status_t status = sendCallLocked(header, data);
+        if (status == DEAD_OBJECT) return endLocked();
         if (oneWay || status != OK) return status;
         mPending.emplace(header.callId, &call);
         updateInterestLocked();
@@ -98,6 +104,16 @@ status_t Connection::transact(uint32_t handle, uint32_t code, const Parcel& data
     }
     if (reply != nullptr) *reply = std::move(call.result);
     return call.status;
+}
+
+// What a call on a dead connection gets. One that ends in its handshake may have been refused: the
+// loop reads that soon.
+status_t Connection::endLocked() {
+    constexpr nsecs_t kPatience = 1000000000;
+    while (!mHandshakeDone && !mClosed) {
+        if (mDrained.waitRelative(mLock, kPatience) != OK) break;
+    }
+    return mEnd;
 }
 
 void Connection::begun(size_t charge) {
@@ -117,6 +133,7 @@ void Connection::reply(uint64_t callId, status_t status, const Parcel& parcel) {
     // A call that failed has no results.
     const Parcel* const results = header.status == OK ? &parcel : nullptr;
     Mutex::Autolock lock(mLock);
+    --mUnanswered;
     if (sendLocked(header, results, kMaxReplyQueue) == FAILED_TRANSACTION) {
         breakLocked("it does not take its replies");
     }
@@ -162,6 +179,18 @@ bool Connection::endWithoutHandshake() {
     return true;
 }
 
+int64_t Connection::idleSince() {
+    Mutex::Autolock lock(mLock);
+    const bool idle = mUnanswered == 0 && mBacklog == 0 && mPending.empty() && mProxies.empty() &&
+                      mOut.empty() && mExports.empty();
+    return idle ? mLastCallNanos : INT64_MAX;
+}
+
+void Connection::evict() {
+    logEnd("it was idle and others want in");
+    tearDown();
+}
+
 void Connection::tearDown() {
     const auto remains = std::make_shared<Remains>();
     {
@@ -176,6 +205,7 @@ void Connection::tearDown() {
         mDrained.broadcast();
         for (const auto& entry : mPending) {
             entry.second->done = true;
+            entry.second->status = mEnd;
             entry.second->answered.signal();
         }
         mPending = {};

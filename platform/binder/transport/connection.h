@@ -7,6 +7,7 @@
 #include <binder/transport/frame.h>
 #include <binder/transport/io_loop.h>
 #include <sim/base/fd.h>
+#include <sim/base/process_id.h>
 #include <sys/socket.h>
 #include <utils/Condition.h>
 #include <utils/Mutex.h>
@@ -15,6 +16,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -47,7 +49,8 @@ class Process;
 //   processes deadlock each other, and a slow one is never disconnected.
 //
 // A frame that breaks the protocol ends the connection with one log line. At the end, whichever
-//   side caused it, waiting callers get DEAD_OBJECT, death recipients are notified once, objects
+//   side caused it, waiting and later callers get DEAD_OBJECT, or WOULD_BLOCK when the other side
+//   takes no more clients (a HELLO with that status); death recipients are notified once, objects
 //   given out are released; calls already read are still executed. A proxy of a dead connection
 //   still uses about 1.4 KiB (64-bit), including this object without its buffers.
 class Connection : public IoSource, public std::enable_shared_from_this<Connection> {
@@ -67,7 +70,8 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
     // Joins the loop and sends a HELLO; false when the loop cannot watch the socket.
     bool open() EXCLUDES(mLock);
 
-    // The published object of the other side; null when the connection is dead.
+    // The published object of the other side; null when the connection is dead, but not when it was
+    // refused: its calls say so.
     sp<IBinder> root() EXCLUDES(mLock);
     status_t transact(uint32_t handle, uint32_t code, const Parcel& data, Parcel* reply,
                       uint32_t flags) EXCLUDES(mLock);
@@ -81,6 +85,11 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
 
     // Loop's thread only: ends the connection if its handshake is not done; true when it was ended.
     bool endWithoutHandshake() EXCLUDES(mLock);
+    // Loop's thread only: when the last call came, if the other side waits for nothing of ours, has
+    // read all and keeps no object here; else INT64_MAX.
+    int64_t idleSince() EXCLUDES(mLock);
+    // Loop's thread only: ends the connection in favour of others.
+    void evict() EXCLUDES(mLock);
     // Whether it is torn down; one that is not alive() may still read what has arrived.
     bool ended() EXCLUDES(mLock);
 
@@ -126,12 +135,13 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
     void receive() EXCLUDES(mLock);
     const char* consumeFrames() EXCLUDES(mLock);
     const char* take(const Frame& frame) EXCLUDES(mLock);
+    const char* refused() EXCLUDES(mLock);
     const char* takeCall(const Frame& frame) EXCLUDES(mLock);
     const char* takeReply(const Frame& frame) EXCLUDES(mLock);
     const char* takeRelease(const Frame& frame) EXCLUDES(mLock);
     const char* adoptLocked(const Frame& frame, std::vector<Parcel::Object>* objects)
         REQUIRES(mLock);
-    void refuseObjectLocked(uint32_t handle) REQUIRES(mLock);
+    bool hasRoomForObjectLocked() REQUIRES(mLock);
     void releaseLocked(uint32_t handle, uint32_t count) REQUIRES(mLock);
     bool noteBacklogLocked(size_t charge) REQUIRES(mLock);
     sp<BBinder> localLocked(uint32_t handle) REQUIRES(mLock);
@@ -139,6 +149,7 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
 
     void logEnd(const char* why) const;
     void tearDown() EXCLUDES(mLock);
+    status_t endLocked() REQUIRES(mLock);
 
     Process& mProcess;
     const ucred mPeer;
@@ -146,7 +157,10 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
 
     // The loop's thread only.
     ByteQueue mIn;
-    bool mHandshakeDone = false;
+    std::optional<sim::ProcessId> mGiver;  // the other side, once it has given an object
+    int64_t mLastCallNanos = 0;            // when its last call came, on the phone's clock
+
+    std::atomic<bool> mHandshakeDone{false};  // set on the loop's thread, under no lock
 
     Mutex mLock;
     sp<BBinder> mRoot GUARDED_BY(mLock);
@@ -156,6 +170,8 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
     uint32_t mInterest GUARDED_BY(mLock) = 0;
     bool mBroken GUARDED_BY(mLock) = false;  // to be torn down, even with bytes left to read
     bool mClosed GUARDED_BY(mLock) = false;
+    status_t mEnd GUARDED_BY(mLock) = DEAD_OBJECT;  // what calls get once it is dead
+    size_t mUnanswered GUARDED_BY(mLock) = 0;       // calls taken and not replied to
     ByteQueue mOut GUARDED_BY(mLock);
     // One-way calls that did not fit into mOut: those not told yet by object, and all since mOut
     // was empty.

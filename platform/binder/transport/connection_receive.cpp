@@ -3,6 +3,7 @@
 #include <binder/transport/call_pool.h>
 #include <binder/transport/connection.h>
 #include <sys/epoll.h>
+#include <utils/Timers.h>
 
 #include <cerrno>
 #include <cstring>
@@ -77,8 +78,11 @@ const char* Connection::consumeFrames() {
 
 const char* Connection::take(const Frame& frame) {
     if (!mHandshakeDone) {
-        mHandshakeDone = frame.header.kind == HELLO && frame.header.code == kVersion;
-        return mHandshakeDone ? nullptr : "no greeting of our version";
+        if (frame.header.kind != HELLO || frame.header.code != kVersion)
+            return "no greeting of our version";
+        if (frame.header.status != OK) return refused();
+        mHandshakeDone = true;
+        return nullptr;
     }
     switch (frame.header.kind) {
         case CALL:
@@ -92,7 +96,14 @@ const char* Connection::take(const Frame& frame) {
     }
 }
 
+const char* Connection::refused() {
+    Mutex::Autolock lock(mLock);
+    mEnd = WOULD_BLOCK;
+    return "it takes no more clients now";
+}
+
 const char* Connection::takeCall(const Frame& frame) {
+    mLastCallNanos = systemTime(SYSTEM_TIME_MONOTONIC);
     IncomingCall call;
     std::vector<Parcel::Object> objects;
     bool keep = false;
@@ -103,6 +114,7 @@ const char* Connection::takeCall(const Frame& frame) {
         if (const char* fault = adoptLocked(frame, &objects)) return fault;
         call.charge = chargeOf(frame);
         keep = objects.size() == frame.objects.size() && noteBacklogLocked(call.charge);
+        if (frame.header.callId != 0) ++mUnanswered;
     }
     if (!keep) {
         if (frame.header.callId != 0) reply(frame.header.callId, FAILED_TRANSACTION, Parcel());
@@ -177,14 +189,19 @@ const char* Connection::takeRelease(const Frame& frame) {
     return nullptr;
 }
 
-void Connection::refuseObjectLocked(uint32_t handle) {
-    if (!mRefusing) {
-        __android_log_print(ANDROID_LOG_WARN, "Binder",
-                            "calls of process %d with objects fail: it has given %zu", mPeer.pid,
-                            kMaxProxies);
+// Whether the other side may give one more object; counts it.
+bool Connection::hasRoomForObjectLocked() {
+    if (mProxies.size() >= kMaxProxies) {
+        if (!mRefusing) {
+            __android_log_print(ANDROID_LOG_WARN, "Binder",
+                                "calls of process %d with objects fail: it has given %zu",
+                                mPeer.pid, kMaxProxies);
+        }
+        mRefusing = true;
+        return false;
     }
-    mRefusing = true;
-    releaseLocked(handle, 1);
+    if (!mGiver) mGiver = sim::ProcessId::of(mPeer.pid).value_or(sim::ProcessId{mPeer.pid, 0});
+    return mProcess.quota().take(*mGiver);
 }
 
 // The objects of a frame: our own, or proxies of the other side's; fewer when there is no room for
@@ -199,8 +216,8 @@ const char* Connection::adoptLocked(const Frame& frame, std::vector<Parcel::Obje
             // Only the publishing side has an object 0.
             if (entry.handle == 0 && mRoot != nullptr) return "an object it cannot have";
             const auto known = mProxies.find(entry.handle);
-            if (known == mProxies.end() && mProxies.size() >= kMaxProxies) {
-                refuseObjectLocked(entry.handle);
+            if (known == mProxies.end() && !hasRoomForObjectLocked()) {
+                releaseLocked(entry.handle, 1);
                 continue;
             }
             if (known != mProxies.end() && known->second.count == UINT32_MAX)

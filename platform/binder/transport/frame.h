@@ -23,7 +23,7 @@ struct FrameHeader {
     uint64_t callId;       // CALL, REPLY: the same in both; 0 when one-way
     uint32_t handle;       // CALL, RELEASE: an object of the receiver
     uint32_t code;         // CALL: the operation; RELEASE: the count; HELLO: the version
-    int32_t status;        // REPLY: the result
+    int32_t status;        // REPLY: the result; HELLO: OK, or WOULD_BLOCK to refuse a client
     uint32_t objectCount;  // CALL, REPLY: entries of the table
 };
 

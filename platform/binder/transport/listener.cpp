@@ -5,6 +5,7 @@
 #include <sys/epoll.h>
 #include <sys/resource.h>
 #include <unistd.h>
+#include <utils/Timers.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -35,13 +36,45 @@ void AcceptedConnections::forgetEnded() {
 bool AcceptedConnections::makeRoom() {
     if (mConnections.size() < maxConnections()) return true;
     forgetEnded();
-    if (mConnections.size() < maxConnections()) return true;
+    return mConnections.size() < maxConnections() || endSilent() || endIdle();
+}
+
+bool AcceptedConnections::endSilent() {
     for (const auto& entry : mConnections) {
         const auto connection = entry.lock();
         if (connection != nullptr && connection->endWithoutHandshake()) return true;
     }
     return false;
 }
+
+bool AcceptedConnections::endIdle() {
+    int64_t longest = INT64_MAX;
+    std::shared_ptr<Connection> idlest;
+    for (const auto& entry : mConnections) {
+        const auto connection = entry.lock();
+        const int64_t since = connection != nullptr ? connection->idleSince() : INT64_MAX;
+        if (since >= longest) continue;
+        longest = since;
+        idlest = connection;
+    }
+    if (idlest == nullptr || systemTime(SYSTEM_TIME_MONOTONIC) - longest < kIdleNanos) return false;
+    idlest->evict();
+    return true;
+}
+
+namespace {
+
+// A client that has sent nothing yet reads this before the end of the connection.
+void sendRefusal(const sim::Fd& socket) {
+    FrameHeader refusal{};
+    refusal.magic = kMagic;
+    refusal.kind = HELLO;
+    refusal.code = kVersion;
+    refusal.status = WOULD_BLOCK;
+    send(socket.get(), &refusal, sizeof(refusal), MSG_DONTWAIT | MSG_NOSIGNAL);
+}
+
+}  // namespace
 
 bool mayTalkTo(const ucred& peer, const std::string& name) {
     if (sim::isTrusted(peer)) return true;
@@ -119,7 +152,7 @@ void Listener::welcome(sim::Fd socket) {
                             "%s refuses more clients: all places taken", mName.c_str());
     }
     mFull = full;
-    if (full) return;
+    if (full) return sendRefusal(socket);
     const auto connection =
         std::make_shared<Connection>(mProcess, std::move(socket), *peer, std::move(root));
     if (connection->open()) mProcess.accepted().add(connection);

@@ -27,13 +27,17 @@ bool mayTalkTo(const ucred& peer, const std::string& name);
 class AcceptedConnections {
   public:
     static constexpr size_t kMaxConnections = 256;
+    static constexpr int64_t kIdleNanos = 60'000'000'000;  // on the phone's clock
 
-    // Closes the oldest connection without a handshake when full; false when there is none.
+    // When full, closes the oldest connection without a handshake, else the one that has been idle
+    // longest if it has been so for kIdleNanos; false when there is none.
     bool makeRoom();
     void add(const std::shared_ptr<Connection>& connection) { mConnections.push_back(connection); }
 
   private:
     void forgetEnded();
+    bool endSilent();
+    bool endIdle();
 
     std::vector<std::weak_ptr<Connection>> mConnections;  // oldest first; some have ended
 };
@@ -43,8 +47,8 @@ class AcceptedConnections {
 // Threads: open() and close() from any thread.
 // Errors: without free descriptors it backs off until a connection ends or a second has passed,
 //   while new clients wait in the kernel; logged once until all of them are accepted. When every
-//   place in AcceptedConnections is taken, a new client is disconnected; logged once until one is
-//   accepted.
+//   place in AcceptedConnections is taken, a new client is told so and disconnected; logged once
+//   until one is accepted.
 class Listener : public IoSource, public std::enable_shared_from_this<Listener> {
   public:
     Listener(Process& process, sim::Fd socket, std::string name, sp<BBinder> root);
