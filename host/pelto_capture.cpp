@@ -1,6 +1,8 @@
 // Captures logs into an archive:  pelto-capture [--phone DIR] INFO
 // Runs the steps of the log-capture thread once, in their order, on the main thread.
+#include <fcntl.h>
 #include <stdio.h>
+#include <string.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -8,6 +10,9 @@
 #include "host/program_start.h"
 #include "logcapture/KelvoPeltoLogThread.h"
 #include "logcapture/log_information.h"
+#include "sim/base/clock.h"
+#include "sim/base/fd.h"
+#include "sim/base/text.h"
 #include "sim/phone.h"
 #include "sim/shell/shell.h"
 #include "sim/userspace/log.h"
@@ -44,6 +49,38 @@ int parse(int argc, char** argv, std::string& phoneFolder, std::string& informat
     return parseCommandLine(app, argc, argv);
 }
 
+// One capture at a time, each in a second of its own: an archive is named by its second, and two of
+// one name would share it. The file holds the last capture's second.
+class Turn {
+  public:
+    explicit Turn(const std::string& path)
+        : mFile(open(path.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600)) {
+        constexpr std::chrono::seconds kPatience{60};
+        if (!mFile.valid() || !sim::lockWithin(mFile.get(), kPatience)) return;
+        mGot = true;
+        const int64_t last = sim::numberIn(sim::readAll(mFile.get(), 20), 0, INT64_MAX).value_or(0);
+        if (second() == last) sim::Clock::get().sleep(std::chrono::nanoseconds(untilNext()));
+    }
+    ~Turn() {
+        const std::string text = std::to_string(second());
+        if (mGot && ftruncate(mFile.get(), 0) == 0)
+            pwrite(mFile.get(), text.data(), text.size(), 0);
+    }
+    Turn(const Turn&) = delete;
+    Turn& operator=(const Turn&) = delete;
+
+    // False with errno set when another capture goes on and on.
+    bool got() const { return mGot; }
+
+  private:
+    static constexpr int64_t kSecond = 1000000000;
+    static int64_t second() { return sim::Clock::get().wallNanos() / kSecond; }
+    static int64_t untilNext() { return kSecond - sim::Clock::get().wallNanos() % kSecond; }
+
+    const sim::Fd mFile;
+    bool mGot = false;
+};
+
 struct Packing {
     std::string archive;  // its path in the packing command; "" when no such command was run
     std::string failure;  // the log line that says why packing failed; "" when it did not
@@ -74,6 +111,9 @@ int capture(const std::string& information) {
     if (!android::splitLogInformation(android::String8(information), fields)) {
         return complain(kHostUsage, "INFO takes five fields with ',' between; see --help");
     }
+    const Turn turn(sim::Phone::get().runDir() + "/capture");
+    if (!turn.got())
+        return complain(kHostFailed, std::string("it is not its turn: ") + strerror(errno));
     const Packing packing = runSteps(information);
     // The file alone is no proof: a failed tar may leave one.
     if (packing.failure.empty() && !packing.archive.empty()) {
