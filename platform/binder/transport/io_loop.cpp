@@ -3,12 +3,15 @@
 #include <binder/transport/notice_thread.h>
 #include <sys/epoll.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 
 namespace android::transport {
 
 namespace {
+
+using std::chrono::steady_clock;
 
 bool control(int epoll, int operation, uint64_t id, int fd, uint32_t events) {
     epoll_event event{};
@@ -71,6 +74,11 @@ std::vector<std::shared_ptr<IoSource>> IoLoop::sources() {
     return result;
 }
 
+void IoLoop::retryLater(std::weak_ptr<IoSource> source) {
+    if (mRetrying.empty()) mRetryTime = steady_clock::now() + std::chrono::seconds(1);
+    mRetrying.push_back(std::move(source));
+}
+
 void IoLoop::retryNow() {
     std::vector<std::weak_ptr<IoSource>> retrying;
     retrying.swap(mRetrying);
@@ -79,17 +87,22 @@ void IoLoop::retryNow() {
     }
 }
 
+int IoLoop::millisToRetry() const {
+    if (mRetrying.empty()) return -1;
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(mRetryTime - steady_clock::now());
+    return static_cast<int>(std::max<int64_t>(left.count(), 0));
+}
+
 void IoLoop::run() {
-    constexpr int kMaxBackoffMillis = 1000;
     constexpr int kMaxEvents = 64;
     epoll_event events[kMaxEvents];
     for (;;) {
-        const int count = epoll_wait(mEpoll.get(), events, kMaxEvents,
-                                     mRetrying.empty() ? -1 : kMaxBackoffMillis);
-        if (count == 0) retryNow();
+        const int count = epoll_wait(mEpoll.get(), events, kMaxEvents, millisToRetry());
         for (int i = 0; i < count; ++i) {
             if (const auto source = find(events[i].data.u64)) source->onReady(events[i].events);
         }
+        if (millisToRetry() == 0) retryNow();
     }
 }
 

@@ -3,6 +3,7 @@
 #include <sim/base/fd.h>
 #include <utils/Mutex.h>
 
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <unordered_map>
@@ -35,9 +36,9 @@ class IoLoop {
     void change(uint64_t id, int fd, uint32_t before, uint32_t after);
     void remove(uint64_t id, int fd) EXCLUDES(mLock);
 
-    // Loop's thread only: calls the source's onRetry() at the next retryNow(), or when the loop was
-    // idle for a second.
-    void retryLater(std::weak_ptr<IoSource> source) { mRetrying.push_back(std::move(source)); }
+    // Loop's thread only: calls the source's onRetry() at the next retryNow(), at the latest a
+    // second later.
+    void retryLater(std::weak_ptr<IoSource> source);
     void retryNow();
 
     std::vector<std::shared_ptr<IoSource>> sources() EXCLUDES(mLock);
@@ -45,13 +46,17 @@ class IoLoop {
   private:
     bool startLocked() REQUIRES(mLock);
     void run();
+    // How long until retryNow() is due; -1 when no source waits for it.
+    int millisToRetry() const;
     std::shared_ptr<IoSource> find(uint64_t id) EXCLUDES(mLock);
 
     Mutex mLock;
     sim::Fd mEpoll;  // set once under the lock, before the thread and any watch
     uint64_t mLastId GUARDED_BY(mLock) = 0;
     std::unordered_map<uint64_t, std::shared_ptr<IoSource>> mSources GUARDED_BY(mLock);
-    std::vector<std::weak_ptr<IoSource>> mRetrying;  // the loop's thread only
+    // The loop's thread only.
+    std::vector<std::weak_ptr<IoSource>> mRetrying;
+    std::chrono::steady_clock::time_point mRetryTime;  // of the first in mRetrying
 };
 
 }  // namespace android::transport
