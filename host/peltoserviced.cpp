@@ -13,7 +13,7 @@ constexpr char kExitCodes[] =
     "  0  stopped by SIGTERM or SIGINT (a second one ends it at once, with 1)\n"
     "  1  the service could not be published\n"
     "  2  wrong usage\n"
-    "  3  the folder is missing or is no phone's\n"
+    "  3  the folder is missing or is no phone's, or was deleted or moved meanwhile\n"
     "  4  a service of that name is already published on that phone\n";
 
 int parse(int argc, char** argv, HostOptions& options) {

@@ -12,6 +12,7 @@
 
 #include <thread>
 
+#include "host/folder_watch.h"
 #include "service/PeltoService.h"
 #include "sim/base/fd.h"
 #include "sim/control/server.h"
@@ -89,6 +90,7 @@ int runServiceHost(const HostOptions& options, StopSignals& signals) {
     // decides.
     if (defaultServiceManager()->checkService(name) != nullptr) return refuseSecond();
 
+    endWithFolderOf(sim::Phone::get());
     preparePhone(options);
     const sp<PeltoService> service = makeService();
     const status_t published = defaultServiceManager()->addService(name, service);

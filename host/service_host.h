@@ -30,7 +30,8 @@ class StopSignals {
 
 // Constructs the service, publishes it on the open phone and executes calls until the first stop
 // signal. Then withdraws its name, lets running calls finish and returns an exit code. Failures
-// are one line on stderr. An exception that a component throws at start-up is not caught.
+// are one line on stderr. An exception that a component throws at start-up is not caught. Without
+// the phone's folder the process ends at once (folder_watch.h).
 //
 // The caller ends the process by _exit(): a service that ran is never destroyed.
 int runServiceHost(const HostOptions& options, StopSignals& signals);

@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <regex>
 
@@ -73,6 +74,23 @@ TEST_F(ClientTest, IsToldOfAServiceThatIsFull) {
     refuses({"send", "any"}, 1, "takes no more clients");
     idle.pop_back();
     while (pelto({"send", "any"}).code != 0) {
+    }
+}
+
+TEST_F(ClientTest, TheServiceEndsWithThePhonesFolder) {
+    const std::string data = phone().fsDir() + "/data", folder = data + "/above/phone";
+    const std::function<void()> removals[] = {
+        [&] { std::filesystem::remove_all(folder); },
+        [&] { std::filesystem::rename(folder, data + "/moved"); },
+        [&] { std::filesystem::rename(data + "/above", data + "/moved_above"); },
+    };
+    for (const auto& remove : removals) {
+        ASSERT_EQ(pelto({"phone", "start", "--no-service", "--phone", folder}).code, 0);
+        ReadyProgram host(hostCommand({}, "/fs/data/above/phone"));
+        remove();
+        EXPECT_EQ(host.wait(), 3);
+        EXPECT_EQ(host.errors(),
+                  "peltoserviced: " + folder + ": the phone's folder was deleted or moved\n");
     }
 }
 
