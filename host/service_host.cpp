@@ -18,6 +18,8 @@
 #include "sim/control/server.h"
 #include "sim/kernel/generic_netlink.h"
 #include "sim/phone.h"
+#include "sim/userspace/properties.h"
+#include "sim/userspace/reports.h"
 #include "sim/userspace/services.h"
 
 using namespace android;
@@ -44,10 +46,13 @@ void startPool(int threads) {
     ProcessState::self()->startThreadPool();
 }
 
-// Sets up the parts of the phone that live in this process, before the service uses them: the
-// kernel's sockets and the display compositor.
+// Clears what a killed service has left, and sets up the parts of the phone that live in this
+// process, before the service uses them: the kernel's sockets and the display compositor.
 void preparePhone(const HostOptions& options) {
-    if (options.workstationKernel) sim::Phone::get().netlink().useWorkstationKernel();
+    sim::Phone& phone = sim::Phone::get();
+    phone.properties().clearLeftovers();
+    phone.reports().clearLeftovers();
+    if (options.workstationKernel) phone.netlink().useWorkstationKernel();
     if (startCompositor() == nullptr) {
         __android_log_write(ANDROID_LOG_WARN, kTag, "another process has the compositor's name");
     }

@@ -77,6 +77,33 @@ TEST_F(ClientTest, IsToldOfAServiceThatIsFull) {
     }
 }
 
+TEST_F(ClientTest, AStartClearsWhatAKilledServiceHasLeft) {
+    const std::string run = "/../run/", half = run + "properties/.set-";
+    ReadyProgram killed(hostCommand());
+    EXPECT_EQ(pelto({"control", "fault", "program", "audiodumpinfo", "hang"}).code, 0);
+    EXPECT_EQ(pelto({"audio-dump", "mic"}).code, 0);
+    const auto deadline = std::chrono::steady_clock::now() + kTimeout;
+    while (property("init.svc.audiodumpinfo") != "running")
+        ASSERT_LT(std::chrono::steady_clock::now(), deadline);
+    const std::string dead = half + std::to_string(killed.pid()) + "-1",
+                      living = half + std::to_string(getpid()) + "-99";
+    for (const std::string& name : {dead, living, run + "reports/.new"}) file(name, "ha");
+    phone().services().add("other", [] { return 0; });
+    phone().faults().hang("other");
+    EXPECT_TRUE(setProperty("ctl.start", "other"));
+    killed.signal(SIGKILL);
+    EXPECT_EQ(killed.wait(), -SIGKILL);
+
+    const ReadyProgram host(hostCommand());
+    EXPECT_EQ(property("init.svc.audiodumpinfo"), "stopped");
+    EXPECT_EQ(property("init.svc.other"), "running");
+    EXPECT_FALSE(exists(dead) || exists(run + "reports/.new"));
+    EXPECT_TRUE(exists(living));
+    EXPECT_EQ(pelto({"audio-dump", "mic"}).code, 0);
+    EXPECT_EQ(
+        pelto({"logcat", "-s", "audiodumpinfo", "--until", "^wrote ", "--timeout", "40"}).code, 0);
+}
+
 TEST_F(ClientTest, TheServiceEndsWithThePhonesFolder) {
     const std::string data = phone().fsDir() + "/data", folder = data + "/above/phone";
     const std::function<void()> removals[] = {

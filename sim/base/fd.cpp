@@ -6,6 +6,10 @@
 
 namespace sim {
 
+Fd openDirectory(const std::string& path) {
+    return Fd(open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+}
+
 bool lockWithin(int fd, std::chrono::milliseconds timeout) {
     const auto deadline = std::chrono::steady_clock::now() + timeout;
     while (flock(fd, LOCK_EX | LOCK_NB) < 0) {

@@ -33,6 +33,9 @@ class Fd {
     int mFd;
 };
 
+// Opens a directory, to lock it. Invalid with errno set on failure.
+Fd openDirectory(const std::string& path);
+
 // Takes the file's advisory lock and keeps it until the file is closed. False with errno set on
 // failure: EBUSY when `timeout` passes first, since a stopped process would hold the lock for ever.
 bool lockWithin(int fd, std::chrono::milliseconds timeout);

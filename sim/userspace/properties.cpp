@@ -2,7 +2,10 @@
 
 #include <ctype.h>
 #include <dirent.h>
+#include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
+#include <signal.h>
 #include <stdio.h>
 #include <string.h>
 
@@ -11,6 +14,7 @@
 #include <memory>
 
 #include "sim/base/fd.h"
+#include "sim/base/text.h"
 #include "sim/userspace/log.h"
 #include "sim/userspace/services.h"
 
@@ -18,6 +22,9 @@ namespace sim {
 namespace {
 
 constexpr size_t kMaxKeyBytes = 128;
+constexpr char kServiceState[] = "init.svc.";
+// How the names of half-written values start; process and count follow. No key starts with ".".
+constexpr char kFresh[] = ".set-";
 
 bool startsWith(const std::string& text, const char* start) {
     return text.compare(0, strlen(start), start) == 0;
@@ -30,6 +37,14 @@ bool isKey(const std::string& key) {
     return std::all_of(key.begin(), key.end(), [](unsigned char c) {
         return isalnum(c) != 0 || (c != 0 && strchr("._@:-", c) != nullptr);
     });
+}
+
+// Whether it is a value that a process was writing when it ended.
+bool isLeftover(const std::string& name) {
+    if (!startsWith(name, kFresh)) return false;
+    const std::string rest = name.substr(strlen(kFresh));
+    const auto pid = numberIn(rest.substr(0, rest.find('-')), 1, INT_MAX);
+    return pid && kill(static_cast<pid_t>(*pid), 0) < 0 && errno == ESRCH;
 }
 
 }  // namespace
@@ -47,7 +62,7 @@ bool Properties::set(const std::string& key, const std::string& value) {
     if (value.find('\0') != value.npos) return refuse(key, "property value has a NUL");
     if (key == "ctl.start") {
         return mServices.start(
-            value, [this, value](const char* state) { set("init.svc." + value, state); });
+            value, [this, value](const char* state) { set(kServiceState + value, state); });
     }
     if (startsWith(key, "ctl.")) return refuse(key, "unknown control message");
     return store(key, value) || refuse(key, strerror(errno));
@@ -60,11 +75,11 @@ bool Properties::refuse(const std::string& key, const char* why) {
 }
 
 // Writes the value to another file and renames that once whole. A read-only property is linked
-// instead, which fails when it exists. The other file's name starts with ".", as no key does.
+// instead, which fails when it exists.
 bool Properties::store(const std::string& key, const std::string& value) {
     static std::atomic<unsigned> count{0};
     const std::string fresh =
-        mDirectory + "/.set-" + std::to_string(getpid()) + "-" + std::to_string(++count);
+        path(kFresh + std::to_string(getpid()) + "-" + std::to_string(++count));
     if (!writeFile(fresh, value)) return false;
     const bool once = startsWith(key, "ro.");
     const bool done = (once ? link : rename)(fresh.c_str(), path(key).c_str()) == 0;
@@ -74,13 +89,29 @@ bool Properties::store(const std::string& key, const std::string& value) {
     return done;
 }
 
+std::vector<std::string> Properties::names() const {
+    std::vector<std::string> found;
+    std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(mDirectory.c_str()), closedir);
+    while (const dirent* entry = directory ? readdir(directory.get()) : nullptr)
+        found.emplace_back(entry->d_name);
+    return found;
+}
+
 std::map<std::string, std::string> Properties::all() const {
     std::map<std::string, std::string> found;
-    std::unique_ptr<DIR, int (*)(DIR*)> directory(opendir(mDirectory.c_str()), closedir);
-    while (const dirent* entry = directory ? readdir(directory.get()) : nullptr) {
-        if (auto value = get(entry->d_name)) found[entry->d_name] = *value;
+    for (const std::string& name : names()) {
+        if (auto value = get(name)) found[name] = *value;
     }
     return found;
+}
+
+void Properties::clearLeftovers() {
+    for (const std::string& name : names()) {
+        if (isLeftover(name)) unlink(path(name).c_str());
+        if (!startsWith(name, kServiceState) || get(name) != "running") continue;
+        mServices.tellIfKilled(name.substr(strlen(kServiceState)),
+                               [&](const char* state) { set(name, state); });
+    }
 }
 
 }  // namespace sim

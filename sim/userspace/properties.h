@@ -3,6 +3,7 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace sim {
 
@@ -31,10 +32,15 @@ class Properties {
     bool set(const std::string& key, const std::string& value);
     std::map<std::string, std::string> all() const;
 
+    // Clears what killed processes have left: a service that none runs any more is "stopped", and
+    // a value that none is writing any more is dropped.
+    void clearLeftovers();
+
   private:
     // Logs one line; returns false.
     bool refuse(const std::string& key, const char* why);
     bool store(const std::string& key, const std::string& value);
+    std::vector<std::string> names() const;  // of all files
     std::string path(const std::string& key) const { return mDirectory + "/" + key; }
 
     const std::string mDirectory;

@@ -80,7 +80,7 @@ std::string Report::text() const {
 
 uint64_t Reports::add(std::string_view record) {
     if (mRefused.load() || record.size() != kRecordBytes) return 0;
-    const Fd directory(open(mDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const Fd directory = openDirectory(mDirectory);
     const FileLock lock(directory.get());
     if (!lock.held()) return 0;
     std::vector<uint64_t> there = numbers();
@@ -92,10 +92,16 @@ uint64_t Reports::add(std::string_view record) {
 
 // Written under another name and renamed once whole.
 bool Reports::write(uint64_t number, std::string_view record) const {
-    const std::string fresh = mDirectory + "/.new";
+    const std::string fresh = freshPath();
     if (writeFile(fresh, record) && rename(fresh.c_str(), path(number).c_str()) == 0) return true;
     unlink(fresh.c_str());
     return false;
+}
+
+void Reports::clearLeftovers() {
+    const Fd directory = openDirectory(mDirectory);
+    const FileLock lock(directory.get());
+    if (lock.held()) unlink(freshPath().c_str());
 }
 
 std::vector<uint64_t> Reports::numbers() const {

@@ -47,6 +47,9 @@ class Reports {
     // The reports with a number above `number`, oldest first.
     std::vector<Report> after(uint64_t number) const;
 
+    // Removes the half-written record of a process that was killed.
+    void clearLeftovers();
+
     // A descriptor that is readable once a report has been added since it was last read. To miss
     // none, call this before the first after().
     Fd watch() const;
@@ -59,6 +62,8 @@ class Reports {
     std::vector<uint64_t> numbers() const;
     bool write(uint64_t number, std::string_view record) const;
     std::string path(uint64_t number) const;
+    // The file that a record is written to before it is given its number.
+    std::string freshPath() const { return mDirectory + "/.new"; }
 
     const std::string mDirectory;
     std::atomic<bool> mRefused{false};

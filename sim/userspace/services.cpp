@@ -25,8 +25,7 @@ constexpr char kTag[] = "init";
 class Services::Run {
   public:
     Run(const std::string& directory, const std::string& name, Teller tell)
-        : mDirectory(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)),
-          mTell(std::move(tell)) {
+        : mDirectory(openDirectory(directory)), mTell(std::move(tell)) {
         const FileLock change(mDirectory.get());
         if (!change.held()) {
             mError = errno;
@@ -84,6 +83,14 @@ bool Services::start(const std::string& name, Teller tell) try {
     return true;
 } catch (const std::system_error& failure) {
     return refuse("start '" + name + "': " + failure.what());
+}
+
+void Services::tellIfKilled(const std::string& name, const Teller& tell) {
+    const Fd directory = openDirectory(mDirectory);
+    const FileLock change(directory.get());
+    if (!change.held()) return;
+    const Fd file(open((mDirectory + "/" + name).c_str(), O_RDWR | O_NOFOLLOW | O_CLOEXEC));
+    if (file.valid() && flock(file.get(), LOCK_EX | LOCK_NB) == 0) tell("stopped");
 }
 
 bool Services::refuse(const std::string& why) {

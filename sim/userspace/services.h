@@ -34,6 +34,8 @@ class Services {
     // Starts the service and returns at once. True and a log line when it runs already; false and a
     // log line when no service has that name, or it cannot be started.
     bool start(const std::string& name, Teller tell) SIM_EXCLUDES(mMutex);
+    // Calls `tell` with "stopped" when the service has run but no process runs it now.
+    void tellIfKilled(const std::string& name, const Teller& tell);
     // Waits for the services that this process has started, since its end would cut them short.
     // Releases those that hang.
     void awaitStopped() SIM_EXCLUDES(mMutex);
