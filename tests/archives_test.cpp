@@ -1,8 +1,12 @@
 // Archives that pelto-capture makes and the client reads; no service runs.
 #include <gmock/gmock.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <nlohmann/json.hpp>
+#include <random>
 
 #include "tests/support/service_fixture.h"
 
@@ -35,6 +39,26 @@ TEST_F(ArchivesTest, ReadsAnArchiveThatACaptureMade) {
     EXPECT_THAT(pelto({"archives", "cat", path, "_dmesg.txt"}).output, HasSubstr("mic stuck\n"));
     refuses({"archives", "cat", name, ".txt"}, 1, "4 members end in '.txt'");
     refuses({"archives", "cat", name, "none"}, 1, "0 members");
+}
+
+TEST_F(ArchivesTest, PackingEndsWithTheProcessThatCaptures) {
+    ASSERT_EQ(prctl(PR_SET_CHILD_SUBREAPER, 1), 0);  // makes this process the parent of orphans
+    std::string noise(1 << 20, '\0');                // of which some packed bytes are written soon
+    std::generate(noise.begin(), noise.end(), std::mt19937());
+    const std::string big = "/data/x/A0345/big";
+    file(big, noise);
+    std::filesystem::resize_file(host(big), uint64_t{4} << 30);
+    const auto archive = [&] {
+        const auto found = names("/data/x");
+        return found.size() < 2 ? "" : contents("/data/x/" + found[1]);
+    };
+    Program capture(captureCommand({"A0345,1,/data/x/A0345/,/data/x/,name"}));
+    const auto deadline = std::chrono::steady_clock::now() + kTimeout;
+    while (archive().empty()) ASSERT_LT(std::chrono::steady_clock::now(), deadline);
+    capture.signal(SIGKILL);
+    EXPECT_EQ(capture.wait(), -SIGKILL);
+    for (int status = 0; waitpid(-1, &status, 0) > 0;)
+        EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGIO) << status;
 }
 
 TEST_F(ArchivesTest, RefusesOtherFiles) {

@@ -63,13 +63,27 @@ void ProcessStarter::setEnvironment(std::vector<std::string> environment) {
     mOwnEnvironment = true;
 }
 
+// The kernel signals the owner of the pipe's reading end once nobody has the writing end open.
+void ProcessStarter::endWithUs() {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) < 0) return noteError(errno);
+    mChildsEnd = Fd(ends[0]);
+    mLifeline = Fd(ends[1]);
+    if (fcntl(mChildsEnd.get(), F_SETFL, O_ASYNC) < 0) noteError(errno);
+    setFd(STDIN_FILENO, mChildsEnd.get());
+    mFlags |= POSIX_SPAWN_SETPGROUP;
+}
+
 int ProcessStarter::start(const std::string& file, const std::vector<std::string>& arguments,
                           pid_t& pid) {
     if (mError != 0) return mError;
     const std::vector<char*> words = pointersTo(arguments), variables = pointersTo(mEnvironment);
     posix_spawnattr_setflags(&mAttributes, mFlags);
-    return posix_spawnp(&pid, file.c_str(), &mActions, &mAttributes, words.data(),
-                        mOwnEnvironment ? variables.data() : environ);
+    const int error = posix_spawnp(&pid, file.c_str(), &mActions, &mAttributes, words.data(),
+                                   mOwnEnvironment ? variables.data() : environ);
+    // The child leads its process group.
+    if (error == 0 && mLifeline.valid()) fcntl(mChildsEnd.get(), F_SETOWN, -pid);
+    return error;
 }
 
 int waitForExit(pid_t pid) {

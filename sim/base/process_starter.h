@@ -34,6 +34,10 @@ class ProcessStarter {
     // The child leads a session of its own.
     void newSession() { mFlags |= POSIX_SPAWN_SETSID; }
 
+    // Has SIGIO end the child, and the processes it starts, when this object is destroyed or this
+    // process ends in any way. The child's standard input is a pipe that stays empty.
+    void endWithUs();
+
     // Starts the program in `file`, searched on our PATH when the name has no slash; arguments[0]
     // is the name that it sees. Returns 0, or an errno value with `pid` untouched.
     int start(const std::string& file, const std::vector<std::string>& arguments, pid_t& pid);
@@ -49,7 +53,8 @@ class ProcessStarter {
     bool mOwnEnvironment = false;
     std::vector<std::string> mEnvironment;
     std::vector<Fd> mCopies;
-    int mError = 0;  // the first error while configuring
+    Fd mLifeline, mChildsEnd;  // the pipe of endWithUs()
+    int mError = 0;            // the first error while configuring
 };
 
 // Waits for a child process to end: its wait status, -1 when it is no child of ours.

@@ -33,7 +33,7 @@ int runWorkstationProgram(const Root& root, Log& log, const WorkstationCommand& 
     const std::string& program = command.arguments.front();
     Fd complaints(openComplaints());
     ProcessStarter starter;
-    starter.openFd(STDIN_FILENO, "/dev/null", O_RDONLY);
+    starter.endWithUs();
     starter.setFd(STDOUT_FILENO, outputFd);
     if (complaints.valid()) starter.setFd(STDERR_FILENO, complaints.get());
     starter.setDirectory(root.fd());

@@ -10,7 +10,8 @@ class Log;
 class Root;
 
 // The workstation's programs that the phone's shell may run: tar, rm, cp, chmod, touch. They are
-// started without a shell, with a fixed environment, in the phone's "/".
+// started without a shell, with a fixed environment, in the phone's "/"; they end with this
+// process.
 
 // Runs the command to its end; returns its wait status. The first page of its error output goes to
 // `log`.
