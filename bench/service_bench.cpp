@@ -6,15 +6,14 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "bench/attackers.h"
 #include "bench/service_workloads.h"
 #include "sim/phone.h"
 
 int main(int argc, char** argv) {
     const std::map<std::string, bench::ServiceWorkload> workloads = {
-        {"start-up", bench::startUp},
-        {"dispatch", bench::dispatch},
-        {"client", bench::client},
-        {"socket", bench::socketFloor},
+        {"start-up", bench::startUp},  {"dispatch", bench::dispatch},  {"client", bench::client},
+        {"attacked", bench::attacked}, {"socket", bench::socketFloor},
     };
     CLI::App app{"Measures the service and prints one line of JSON."};
     std::string workload;
@@ -29,11 +28,16 @@ int main(int argc, char** argv) {
     send->add_option("phone", folder)->required();
     send->add_option("events", options.events)->required();
     send->add_option("gap-micros", options.gapMicros)->required();
+    std::string kind;
+    CLI::App* attack = app.add_subcommand("attack", "What the workload attacked starts");
+    attack->add_option("phone", folder)->required();
+    attack->add_option("kind", kind)->required();
     app.add_subcommand("make-phone")->add_option("phone", folder)->required();
     app.require_subcommand(1);
     CLI11_PARSE(app, argc, argv);
 
     sim::Phone::create(folder);
+    if (*attack) _exit(bench::attack(kind));
     if (*send) _exit(bench::sendEvents(options));
     if (*run) {
         nlohmann::json line = {{"peer", "pelto"},

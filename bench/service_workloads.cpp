@@ -4,6 +4,7 @@
 #include <binder/ProcessState.h>
 #include <ipeltoservice/PeltoServiceCalls.h>
 #include <semaphore.h>
+#include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -85,16 +86,17 @@ class Listener : public EventListener {
     Arrivals& mArrivals;
 };
 
-// Starts this program again, as a client of the phone's service.
-pid_t startClient(const ServiceOptions& options) {
+// Starts this program again on the same phone, with these words after the phone's folder.
+pid_t startAgain(const std::string& command, const std::vector<std::string>& more) {
+    std::vector<std::string> words{"service_bench", command, sim::Phone::get().folder()};
+    words.insert(words.end(), more.begin(), more.end());
     pid_t pid = -1;
-    const int error = sim::ProcessStarter().start(
-        "/proc/self/exe",
-        {"service_bench", "send", sim::Phone::get().folder(), std::to_string(options.events),
-         std::to_string(options.gapMicros)},
-        pid);
-    if (error != 0) _exit(1);
+    if (sim::ProcessStarter().start("/proc/self/exe", words, pid) != 0) _exit(1);
     return pid;
+}
+
+pid_t startClient(const ServiceOptions& options) {
+    return startAgain("send", {std::to_string(options.events), std::to_string(options.gapMicros)});
 }
 
 size_t namedThreads() {
@@ -134,6 +136,25 @@ Figures client(const ServiceOptions& options) {
     if (defaultServiceManager()->addService(String16(kPeltoServiceName), service) != OK) _exit(1);
     ProcessState::self()->startThreadPool();
     if (sim::waitForExit(startClient(options)) != 0) _exit(1);
+    return arrivals.await();
+}
+
+Figures attacked(const ServiceOptions& options) {
+    constexpr std::pair<const char*, int> kAttackers[] = {
+        {"deaf", 50}, {"slow", 200}, {"flood", 8}};
+    Arrivals arrivals(options.events);
+    static const sp<PeltoService>& service = *new sp<PeltoService>(new PeltoService());
+    PeltoEventDisptch::getInstance().registerEventListener(new Listener(arrivals));
+    if (defaultServiceManager()->addService(String16(kPeltoServiceName), service) != OK) _exit(1);
+    ProcessState::self()->startThreadPool();
+    std::vector<pid_t> attackers;
+    for (const auto& [kind, count] : kAttackers) {
+        for (int i = 0; i < count; ++i) attackers.push_back(startAgain("attack", {kind}));
+    }
+    const int failed = sim::waitForExit(startClient(options));
+    for (const pid_t attacker : attackers) kill(attacker, SIGKILL);
+    for (const pid_t attacker : attackers) sim::waitForExit(attacker);
+    if (failed != 0) _exit(1);
     return arrivals.await();
 }
 

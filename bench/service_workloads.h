@@ -17,6 +17,7 @@ using ServiceWorkload = Figures (*)(const ServiceOptions& options);
 Figures startUp(const ServiceOptions& options);      // the service's constructor, and its threads
 Figures dispatch(const ServiceOptions& options);     // the dispatcher's setEvent() to a listener
 Figures client(const ServiceOptions& options);       // another process's setEvent() to a listener
+Figures attacked(const ServiceOptions& options);     // client() with misusing clients beside it
 Figures socketFloor(const ServiceOptions& options);  // the same bytes between threads over a socket
 
 // The sending process of client(); returns 0 when every event was accepted.

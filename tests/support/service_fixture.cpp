@@ -59,6 +59,10 @@ Program::Words ServiceTest::listeningHostCommand(const Words& types) {
                   joined({phone().folder(), kReadyFd}, types));
 }
 
+Program::Words ServiceTest::attackerCommand(const std::string& kind) {
+    return joined(programOf(emulator(), ATTACKER_PROGRAM), {phone().folder(), kind});
+}
+
 ServiceTest::Result ServiceTest::run(const Words& command, const std::string& input) {
     Program program(command, input);
     const int code = program.wait();

@@ -26,6 +26,7 @@ class ServiceTest : public PhoneTest {
     Words captureCommand(const Words& words);
     Words watchCommand(const Words& more = {});
     Words listeningHostCommand(const Words& types);
+    Words attackerCommand(const std::string& kind);
 
     struct Result {
         int code;
