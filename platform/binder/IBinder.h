@@ -20,7 +20,8 @@ class Parcel;
 //   to its process stands.
 // Threads: every operation from any thread.
 // Errors: DEAD_OBJECT when the other process is gone, FAILED_TRANSACTION when a call is too big or
-//   the other side does not read, else what the object's onTransact() returned.
+//   the other side does not read, TIMED_OUT when ProcessState::setCallTimeout() limits the wait for
+//   a reply and none comes, else what the object's onTransact() returned.
 class IBinder : public virtual RefBase {
   public:
     enum : uint32_t {

@@ -4,6 +4,7 @@
 #include <utils/RefBase.h>
 
 #include <cstddef>
+#include <cstdint>
 
 namespace android {
 
@@ -22,6 +23,11 @@ class ProcessState : public virtual RefBase {
     // Starts the first thread; further ones follow when calls wait and no thread is free. Their
     // names are "Binder:PID_N".
     void startThreadPool();
+
+    // The longest that a two-way call made by this process waits for its reply; 0, the default,
+    // waits without limit. A late call returns TIMED_OUT and ends its connection, so its reply is
+    // taken for no other call's; the other side may still execute it.
+    void setCallTimeout(int64_t nanos);
 
     // Ends this process's part as a server for good: its names are withdrawn (socket files
     // removed), no connection is accepted, calls that have not begun are answered DEAD_OBJECT, and

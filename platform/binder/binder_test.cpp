@@ -113,6 +113,17 @@ TEST_F(BinderTest, AServiceKilledInACallIsDeadAndReplaced) {
     EXPECT_EQ(OK, defaultServiceManager()->addService(String16("there"), mService));
 }
 
+TEST_F(BinderTest, ALateReplyIsTakenForNoOtherCalls) {
+    publishAndServe(mService);
+    ProcessState::self()->setCallTimeout(20000000);
+    EXPECT_EQ(TIMED_OUT, waiting(mRemote).get());
+    EXPECT_EQ(DEAD_OBJECT, mRemote->pingBinder());
+    ProcessState::self()->setCallTimeout(0);
+    ASSERT_TRUE(wait(mService->entered)) << "is executed all the same";
+    mService->released.set_value();
+    EXPECT_TRUE(echoes(transport::Process::get().services().connect("test")));
+}
+
 TEST_F(BinderTest, NamesAreCheckedHeldAndTakenOver) {
     const auto manager = defaultServiceManager();
     const std::string longest(64, 'n');

@@ -34,6 +34,10 @@ void ProcessState::startThreadPool() {
     Process::get().calls().start();
 }
 
+void ProcessState::setCallTimeout(int64_t nanos) {
+    Process::get().callTimeoutNanos() = nanos;
+}
+
 void ProcessState::shutDown() {
     Process::get().services().withdrawAll();
     Process::get().calls().stop();

@@ -6,6 +6,9 @@
 #include <binder/transport/object_quota.h>
 #include <binder/transport/service_directory.h>
 
+#include <atomic>
+#include <cstdint>
+
 namespace android::transport {
 
 // The parts of binder that exist once per process. Never destroyed.
@@ -23,6 +26,8 @@ class Process {
     AcceptedConnections& accepted() { return mAccepted; }
     ObjectQuota& quota() { return mQuota; }
     ServiceDirectory& services() { return mServices; }
+    // See ProcessState::setCallTimeout().
+    std::atomic<int64_t>& callTimeoutNanos() { return mCallTimeoutNanos; }
 
   private:
     Process() : mServices(*this) {}
@@ -33,6 +38,7 @@ class Process {
     AcceptedConnections mAccepted;
     ObjectQuota mQuota;
     ServiceDirectory mServices;
+    std::atomic<int64_t> mCallTimeoutNanos{0};
 };
 
 }  // namespace android::transport

@@ -4,6 +4,8 @@
 #include <sys/epoll.h>
 #include <utils/Timers.h>
 
+#include <chrono>
+
 namespace android::transport {
 
 // For the notice thread: the proxies to report the death to, and the objects to release.
@@ -100,7 +102,7 @@ status_t Connection::transact(uint32_t handle, uint32_t code, const Parcel& data
         if (oneWay || status != OK) return status;
         mPending.emplace(header.callId, &call);
         updateInterestLocked();
-        while (!call.done) call.answered.wait(mLock);
+        awaitReplyLocked(header.callId, call);
     }
     if (reply != nullptr) *reply = std::move(call.result);
     return call.status;
@@ -114,6 +116,27 @@ status_t Connection::endLocked() {
         if (mDrained.waitRelative(mLock, kPatience) != OK) break;
     }
     return mEnd;
+}
+
+// Past the process's limit the connection is given up: a late reply would answer no call.
+void Connection::awaitReplyLocked(uint64_t callId, PendingCall& call) {
+    using Clock = std::chrono::steady_clock;
+    const std::chrono::nanoseconds limit(mProcess.callTimeoutNanos());
+    const Clock::time_point end = Clock::now() + limit;
+    while (!call.done) {
+        if (limit.count() == 0) {
+            call.answered.wait(mLock);
+            continue;
+        }
+        const std::chrono::nanoseconds left = end - Clock::now();
+        if (left.count() > 0) {
+            call.answered.waitRelative(mLock, left.count());
+            continue;
+        }
+        call.status = TIMED_OUT;
+        mPending.erase(callId);
+        return breakLocked("it does not answer in time");
+    }
 }
 
 void Connection::begun(size_t charge) {

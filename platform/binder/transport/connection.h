@@ -48,9 +48,10 @@ class Process;
 //   and one-way ones dropped, as by a full queue; logged once until the backlog drains. So no two
 //   processes deadlock each other, and a slow one is never disconnected.
 //
-// A frame that breaks the protocol ends the connection with one log line. At the end, whichever
-//   side caused it, waiting and later callers get DEAD_OBJECT, or WOULD_BLOCK when the other side
-//   takes no more clients (a HELLO with that status); death recipients are notified once, objects
+// A frame that breaks the protocol ends the connection with one log line, and so does a call that
+//   gets no reply in time (ProcessState::setCallTimeout()). At the end, whichever side caused it,
+//   waiting and later callers get DEAD_OBJECT, or WOULD_BLOCK when the other side takes no more
+//   clients (a HELLO with that status); death recipients are notified once, objects
 //   given out are released; calls already read are still executed. A proxy of a dead connection
 //   still uses about 1.4 KiB (64-bit), including this object without its buffers.
 class Connection : public IoSource, public std::enable_shared_from_this<Connection> {
@@ -127,6 +128,7 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
     size_t sendNowLocked(const uint8_t* head, size_t headSize, const uint8_t* body, size_t bodySize)
         REQUIRES(mLock);
     void flushLocked() REQUIRES(mLock);
+    void awaitReplyLocked(uint64_t callId, PendingCall& call) REQUIRES(mLock);
     void breakLocked(const char* why) REQUIRES(mLock);
     void updateInterestLocked() REQUIRES(mLock);
     bool readingLocked() const REQUIRES(mLock);
