@@ -59,9 +59,8 @@ class Expression {
 
 // Prints the lines that pass the filters, oldest first, up to the first that matches --until.
 int followUntil(const std::string& directory, const LogcatVerb& verb,
-                const sim::LogcatOptions& options) {
+                const sim::LogcatOptions& options, const Deadline& deadline) {
     const Expression wanted(verb.until);
-    const Deadline deadline(verb.timeoutSeconds);
     sim::LogReader reader(directory);
     bool found = false;
     for (;;) {
@@ -80,13 +79,14 @@ int followUntil(const std::string& directory, const LogcatVerb& verb,
 }
 
 int logcat(Client& client, const LogcatVerb& verb) {
+    const Deadline deadline(verb.timeoutSeconds);
     const sim::LogcatOptions options = logcatOptions(verb);
     sim::Log& log = client.phone().log();
     if (options.clear) {
         if (log.clear()) return kDone;
         throw Failure(kFailed, std::string("logcat: not cleared: ") + strerror(errno));
     }
-    if (!verb.until.empty()) return followUntil(log.directory(), verb, options);
+    if (!verb.until.empty()) return followUntil(log.directory(), verb, options, deadline);
     if (sim::runLogcat(log.directory(), options, STDOUT_FILENO) == 0) return kDone;
     throw Failure(kFailed, "logcat: the log could not be read or the output not be written");
 }

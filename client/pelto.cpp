@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 
 #include "client/verbs.h"
+#include "sim/base/text.h"
 
 using namespace pelto;
 
@@ -17,7 +18,7 @@ constexpr char kExitCodes[] =
     "  2  wrong usage\n"
     "  3  there is no phone in the folder\n"
     "  4  no service is published on the phone, or it ended\n"
-    "  5  timeout\n"
+    "  5  the service does not answer, or what a verb waits for does not come in time\n"
     "An argument that begins with '-' goes after '--'.\n";
 
 void addVerbs(CLI::App& app, Client& client) {
@@ -35,6 +36,14 @@ void addVerbs(CLI::App& app, Client& client) {
     addControlVerb(app, client);
 }
 
+// The library's own message names unexpected words from the last to the first.
+std::string messageOf(const CLI::App& app, const CLI::Error& error) {
+    if (dynamic_cast<const CLI::ExtrasError*>(&error) == nullptr) return error.what();
+    std::string words;
+    for (const std::string& word : app.remaining(true)) words += " " + word;
+    return "not expected:" + words;
+}
+
 int run(int argc, char** argv) {
     CLI::App app("Works with a simulated phone and its multimedia diagnostics service.", "pelto");
     app.footer(kExitCodes);
@@ -45,7 +54,7 @@ int run(int argc, char** argv) {
             verb += " " + named.front()->get_name();
             named = named.front()->get_subcommands();
         }
-        return std::string("pelto: ") + error.what() + "; see " + verb + " --help\n";
+        return "pelto: " + sim::brief(messageOf(*given, error)) + "; see " + verb + " --help\n";
     });
     Client client(app);
     Client::needsVerb(&app);
@@ -56,7 +65,7 @@ int run(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? kDone : kUsage;
     } catch (const Failure& failure) {
-        fprintf(stderr, "pelto: %s\n", failure.what());
+        fprintf(stderr, "pelto: %s\n", sim::printable(failure.what()).c_str());
         return failure.code();
     }
 }

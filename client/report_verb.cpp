@@ -40,9 +40,9 @@ bool awaitChange(const sim::Fd& changes, const Deadline& deadline) {
 }
 
 int showReports(Client& client, const ReportOptions& options) {
+    const Deadline deadline(options.limits.timeoutSeconds);
     const sim::Reports& reports = client.phone().reports();
     const sim::Fd changes = reports.watch();
-    const Deadline deadline(options.limits.timeoutSeconds);
     uint64_t last = 0;
     for (uint64_t seen = 0;;) {
         for (const sim::Report& report : reports.after(last)) {

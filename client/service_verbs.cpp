@@ -22,10 +22,13 @@ class Sender {
   public:
     Sender(Client& client, bool nativeOnly) : mService(client.service()), mNativeOnly(nativeOnly) {}
 
-    android::status_t send(const std::string& type, const std::string& info) {
+    // Throws what check() throws; `what` names the event.
+    void send(const std::string& type, const std::string& info, const std::string& what) {
         PeltoServiceCalls calls(mService.get());
-        return mNativeOnly ? calls.setEventToNative(String8(type), String8(info))
-                           : calls.setEvent(String8(type), String8(info));
+        const android::status_t status = mNativeOnly
+                                             ? calls.setEventToNative(String8(type), String8(info))
+                                             : calls.setEvent(String8(type), String8(info));
+        check(status, what, mService);
     }
 
   private:
@@ -36,7 +39,7 @@ class Sender {
 void sendLine(Sender& sender, const std::string& line, size_t number) {
     const size_t blank = std::min(line.find(' '), line.size());
     const std::string info = blank < line.size() ? line.substr(blank + 1) : "";
-    check(sender.send(line.substr(0, blank), info), "line " + std::to_string(number));
+    sender.send(line.substr(0, blank), info, "line " + std::to_string(number));
 }
 
 // Sends one event per line of the input, "TYPE INFO" or "TYPE", up to the first that fails.
@@ -57,7 +60,7 @@ int send(Client& client, const SendOptions& options) {
     }
     Sender sender(client, options.nativeOnly);
     if (options.fromStdin) return sendLines(sender);
-    check(sender.send(options.type, options.info), "send");
+    sender.send(options.type, options.info, "send");
     return kDone;
 }
 

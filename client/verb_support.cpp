@@ -1,12 +1,17 @@
 #include "client/verb_support.h"
 
+#include <binder/BpBinder.h>
 #include <binder/IServiceManager.h>
+#include <binder/ProcessState.h>
+#include <binder/transport/connection.h>
 #include <ipeltoservice/IPeltoService.h>
 #include <sim/control/request.h>
 #include <stdlib.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+
+#include "client/wait_options.h"
 
 namespace pelto {
 namespace {
@@ -15,6 +20,17 @@ std::string defaultFolder() {
     const char* const runtime = getenv("XDG_RUNTIME_DIR");
     if (runtime != nullptr && *runtime == '/') return std::string(runtime) + "/pelto-phone";
     return "/tmp/pelto-phone-" + std::to_string(getuid());
+}
+
+Exit exitFor(sim::Reply::Error error) {
+    switch (error) {
+        case sim::Reply::Error::kUsage:
+            return kUsage;
+        case sim::Reply::Error::kTimeout:
+            return kTimeout;
+        default:
+            return kFailed;
+    }
 }
 
 std::string escapeOf(char c) {
@@ -39,6 +55,17 @@ Client::Client(CLI::App& app) : mFolder(defaultFolder()) {
         ->type_name("DIR")
         ->take_last()
         ->capture_default_str();
+    mCallTimeout = app.add_option("--call-timeout", mCallSeconds,
+                                  "Exit code 5 when the service takes so long to answer")
+                       ->check(secondsFrom(0.001))
+                       ->type_name("S")
+                       ->take_last()
+                       ->capture_default_str();
+}
+
+std::chrono::nanoseconds Client::callLimit() const {
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(
+        std::chrono::duration<double>(mCallSeconds));
 }
 
 void Client::onVerb(CLI::App* verb, std::function<int()> act) {
@@ -68,6 +95,7 @@ sim::Phone& Client::phone() {
 
 android::sp<android::IBinder> Client::findService() {
     phone();
+    android::ProcessState::self()->setCallTimeout(callLimit().count());
     return android::defaultServiceManager()->checkService(
         android::String16(android::kPeltoServiceName));
 }
@@ -85,26 +113,34 @@ void Client::call(const std::string& what,
                   const std::function<android::status_t(android::PeltoServiceCalls&)>& operation) {
     const auto published = service();
     android::PeltoServiceCalls calls(published.get());
-    check(operation(calls), what);
+    check(operation(calls), what, published);
 }
 
 std::vector<std::string> Client::ask(const std::vector<std::string>& words) {
     service();
     try {
-        sim::Reply reply = sim::controlRequest(phone().folder(), words);
+        sim::Reply reply = sim::controlRequest(phone().folder(), words, callLimit());
         if (reply.ok) return std::move(reply.texts);
         reply.texts.resize(1);
         // Names the command in front, unless the error begins with its name.
         const bool named = reply.texts[0].rfind(words[0] + ": ", 0) == 0;
-        throw Failure(kFailed, (named ? "" : words[0] + ": ") + escaped(reply.texts[0]));
+        throw Failure(exitFor(reply.error),
+                      (named ? "" : words[0] + ": ") + escaped(reply.texts[0]));
     } catch (const Failure&) {
         throw;
+    } catch (const std::invalid_argument& wrong) {
+        throw Failure(kUsage, words[0] + ": " + wrong.what());
     } catch (const std::runtime_error& failure) {
         throw Failure(kFailed, words[0] + ": " + failure.what());
     }
 }
 
-void check(android::status_t status, const std::string& what) {
+pid_t processOf(const android::sp<android::IBinder>& service) {
+    return service->remoteBinder()->connection()->peerPid();
+}
+
+void check(android::status_t status, const std::string& what,
+           const android::sp<android::IBinder>& service) {
     switch (status) {
         case android::OK:
             return;
@@ -113,6 +149,9 @@ void check(android::status_t status, const std::string& what) {
                           what + ": the service has ended; start it with: pelto phone start");
         case android::WOULD_BLOCK:
             throw Failure(kFailed, what + ": the service takes no more clients; try again later");
+        case android::TIMED_OUT:
+            throw Failure(kTimeout, what + ": the service, process " +
+                                        std::to_string(processOf(service)) + ", does not answer");
         case android::FAILED_TRANSACTION:
             throw Failure(kFailed, what + ": too big for a call, or the service takes none now");
         default:

@@ -3,6 +3,8 @@
 #include <ipeltoservice/PeltoServiceCalls.h>
 #include <sim/phone.h>
 
+#include <algorithm>
+#include <chrono>
 #include <functional>
 #include <nlohmann/json.hpp>
 #include <stdexcept>
@@ -11,7 +13,8 @@
 
 namespace CLI {
 class App;
-}
+class Option;
+}  // namespace CLI
 
 namespace pelto {
 
@@ -50,6 +53,15 @@ class Client {
     static void needsVerb(CLI::App* app);
     int exitCode() const { return mExitCode; }
 
+    // How long the service may take to answer a call or a request: --call-timeout unless a verb
+    // sets another limit before it finds the service.
+    std::chrono::nanoseconds callLimit() const;
+    void limitCallsTo(double seconds) { mCallSeconds = std::min(mCallSeconds, seconds); }
+    // The limit when no --call-timeout is given.
+    void limitCallsByDefault(double seconds) {
+        if (mCallTimeout->count() == 0) mCallSeconds = seconds;
+    }
+
     const std::string& folder() const { return mFolder; }
     // Opens the phone. Throws Failure(kNoPhone).
     sim::Phone& phone();
@@ -57,21 +69,28 @@ class Client {
     android::sp<android::IBinder> findService();
     // The published service. Throws Failure(kNoPhone or kNoService).
     android::sp<android::IBinder> service();
-    // Calls an operation of the service. Throws what service() throws, and Failure with `what` for
-    // a status other than OK.
+    // Calls an operation of the service. Throws what service() and check() throw.
     void call(const std::string& what,
               const std::function<android::status_t(android::PeltoServiceCalls&)>& operation);
     // Sends a command to the phone's control socket in the service's process and returns the texts
-    // of the reply. Throws what service() throws, and Failure(kFailed) with the replied error.
+    // of the reply. Throws what service() throws, and Failure with the replied error: kUsage when
+    // the words are wrong, kTimeout when what the command waits for or the reply does not come,
+    // else kFailed.
     std::vector<std::string> ask(const std::vector<std::string>& words);
 
   private:
     std::string mFolder;
+    double mCallSeconds = 10;
+    CLI::Option* mCallTimeout = nullptr;
     int mExitCode = kDone;
 };
 
-// Throws Failure unless the status of a call is OK; `what` names the call.
-void check(android::status_t status, const std::string& what);
+// The process at the other end of a service that findService() has found.
+pid_t processOf(const android::sp<android::IBinder>& service);
+
+// Throws Failure unless the status of a call to the service is OK; `what` names the call.
+void check(android::status_t status, const std::string& what,
+           const android::sp<android::IBinder>& service);
 
 // The object on one line, its keys in the order given; bytes that are no UTF-8 become U+FFFD.
 std::string jsonLine(const nlohmann::ordered_json& object);

@@ -1,17 +1,20 @@
 #pragma once
 
 #include <stdint.h>
+#include <stdlib.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <chrono>
+#include <sstream>
 #include <string>
 
 #include "client/verb_support.h"
 
 namespace pelto {
 
-// The end of a wait: `seconds` from construction, or never when they are 0.
+// The end of a wait: `seconds` from construction, or never when they are 0. A verb makes it first:
+// the time to connect counts, too.
 class Deadline {
   public:
     explicit Deadline(double seconds)
@@ -38,10 +41,21 @@ class Deadline {
     const Clock::time_point mEnd;
 };
 
+// Accepts a number of seconds from `least` to 1e9.
+inline CLI::Validator secondsFrom(double least) {
+    const auto check = [least](const std::string& text) -> std::string {
+        char* end = nullptr;
+        const double seconds = strtod(text.c_str(), &end);
+        if (end != text.c_str() && *end == '\0' && seconds >= least && seconds <= 1e9) return "";
+        std::ostringstream why;
+        why << "'" << text << "' is no number of seconds from " << least << " to 1e9";
+        return why.str();
+    };
+    return CLI::Validator(check, "");
+}
+
 inline CLI::Option* addTimeout(CLI::App* verb, double& seconds, const char* does) {
-    return verb->add_option("--timeout", seconds, does)
-        ->check(CLI::Range(0.001, 1e9))
-        ->type_name("S");
+    return verb->add_option("--timeout", seconds, does)->check(secondsFrom(0.001))->type_name("S");
 }
 
 // The options --count and --timeout of a verb that waits for things to come.

@@ -48,8 +48,7 @@ class Watcher : public android::BnPeltoNativeClient, public android::IBinder::De
         mChanged.signal();
     }
 
-    int wait() EXCLUDES(mLock) {
-        const Deadline deadline(mOptions.limits.timeoutSeconds);
+    int wait(const Deadline& deadline) EXCLUDES(mLock) {
         Mutex::Autolock lock(mLock);
         while (!mOptions.limits.reached(mSeen)) {
             if (mUnwritten) throw Failure(kFailed, "watch: the output is not taken any more");
@@ -94,13 +93,16 @@ class Watcher : public android::BnPeltoNativeClient, public android::IBinder::De
 };
 
 int watch(Client& client, const WatchOptions& options) {
+    const Deadline deadline(options.limits.timeoutSeconds);
+    if (deadline.limited()) client.limitCallsTo(options.limits.timeoutSeconds);
     const sp<android::IBinder> service = client.service();
     android::ProcessState::self()->startThreadPool();
     const sp<Watcher> watcher = new Watcher(options);
-    check(service->linkToDeath(watcher), "watch");
-    check(android::PeltoServiceCalls(service.get()).registerNativeClient(watcher), "watch");
+    check(service->linkToDeath(watcher), "watch", service);
+    check(android::PeltoServiceCalls(service.get()).registerNativeClient(watcher), "watch",
+          service);
     sim::tellReady(options.readyFd);
-    return watcher->wait();
+    return watcher->wait(deadline);
 }
 
 }  // namespace

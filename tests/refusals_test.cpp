@@ -50,13 +50,13 @@ TEST_F(RefusalsTest, ClientNeedsCorrectWordsAndAService) {
 TEST_F(RefusalsTest, ClientReportsWhatThePhoneRefuses) {
     const ReadyProgram host(hostCommand());
     const Refusal cases[] = {
-        {{"kernel", "audio", "x", "1"}, 1, "pelto: audio: 'x' is not"},
-        {{"kernel", "display", "7", std::string(70000, 'x')}, 1, "'display' are too long"},
-        {{"kernel", "display", "7", std::string(3832, 'x')}, 1, "at most 3831 bytes"},
-        {{"clock", "advance", "--", "-1"}, 1, "pelto: clock: '-1' is no number"},
-        {{"clock", "advance", "1e9"}, 1, "'1e9' is no number"},
-        {{"clock", "advance", "nan"}, 1, "'nan' is no number"},
-        {{"control", "paint"}, 1, "no command 'paint'"},
+        {{"kernel", "audio", "x", "1"}, 2, "pelto: audio: 'x' is not"},
+        {{"kernel", "display", "7", std::string(70000, 'x')}, 2, "'display' are too long"},
+        {{"kernel", "display", "7", std::string(3832, 'x')}, 2, "at most 3831 bytes"},
+        {{"clock", "advance", "--", "-1"}, 2, "pelto: clock: '-1' is no number"},
+        {{"clock", "advance", "1e9"}, 2, "'1e9' is no number"},
+        {{"clock", "advance", "nan"}, 2, "'nan' is no number"},
+        {{"control", "paint"}, 2, "no command 'paint'"},
     };
     for (const Refusal& wrong : cases) refuses(wrong.words, wrong.code, wrong.why);
 }

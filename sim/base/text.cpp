@@ -27,7 +27,7 @@ std::string bytesOfHex(std::string_view hex) {
         unsigned char byte = 0;
         const auto read = std::from_chars(digits.data(), digits.data() + digits.size(), byte, 16);
         if (hex[0] != ' ' && (digits.size() < 2 || read.ptr != digits.data() + 2))
-            throw std::runtime_error("'" + std::string(digits) + "' is not a byte in hex");
+            throw std::invalid_argument("'" + std::string(digits) + "' is not a byte in hex");
         if (hex[0] != ' ') bytes += static_cast<char>(byte);
         hex.remove_prefix(hex[0] == ' ' ? 1 : 2);
     }
@@ -47,6 +47,12 @@ std::string printable(std::string text) {
     std::replace_if(
         text.begin(), text.end(), [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
     return text;
+}
+
+std::string brief(std::string text) {
+    constexpr size_t kMaxBytes = 200;
+    if (text.size() > kMaxBytes) text.replace(kMaxBytes, text.npos, "...");
+    return printable(std::move(text));
 }
 
 std::string localTime(const char* format, int64_t seconds) {

@@ -2,6 +2,7 @@
 
 #include <stdlib.h>
 
+#include <algorithm>
 #include <cmath>
 #include <stdexcept>
 
@@ -28,8 +29,8 @@ double readNumber(const std::string& text, double max) {
     char* end = nullptr;
     const double number = strtod(text.c_str(), &end);
     if (text.empty() || *end != '\0' || !(number > 0 && number <= max))
-        throw std::runtime_error("clock: '" + text + "' is no number above 0 and up to " +
-                                 std::to_string(static_cast<int64_t>(max)));
+        throw std::invalid_argument("clock: '" + text + "' is no number above 0 and up to " +
+                                    std::to_string(static_cast<int64_t>(max)));
     return number;
 }
 
@@ -46,16 +47,26 @@ Reply runClock(const Arguments& words) {
         return {true, {}};
     }
     if (words.size() == 2 && words[0] == "await-sleepers") return awaitSleepers(words[1]);
-    throw std::runtime_error("clock: takes advance SECONDS or await-sleepers N");
+    throw std::invalid_argument("clock: takes advance SECONDS or await-sleepers N");
 }
 
 int readStatus(const std::string& text) {
     if (const auto status = numberIn(text, 1, kMaxStatus)) return static_cast<int>(*status);
-    throw std::runtime_error("fault: '" + text + "' is no status from 1 to 255");
+    throw std::invalid_argument("fault: '" + text + "' is no status from 1 to 255");
+}
+
+void checkProgram(ProgramFaults& faults, const std::string& name) {
+    const std::vector<std::string> programs = faults.programs();
+    if (std::binary_search(programs.begin(), programs.end(), name)) return;
+    std::string known;
+    for (const std::string& program : programs) known += ' ' + program;
+    throw std::invalid_argument("fault: there is no program '" + name + "'; there are:" + known);
 }
 
 void setProgramFault(ProgramFaults& programs, const Arguments& words) {
-    const std::string name = words.size() >= 3 ? words[1] : "";
+    if (words.size() < 3) throw std::invalid_argument(kFaultUsage);
+    const std::string& name = words[1];
+    checkProgram(programs, name);
     if (words.size() == 4 && words[2] == "fail") {
         programs.fail(name, readStatus(words[3]));
     } else if (words.size() == 3 && words[2] == "hang") {
@@ -64,7 +75,7 @@ void setProgramFault(ProgramFaults& programs, const Arguments& words) {
         programs.fail(name, 0);
         programs.release(name);
     } else {
-        throw std::runtime_error(kFaultUsage);
+        throw std::invalid_argument(kFaultUsage);
     }
 }
 
@@ -88,7 +99,7 @@ void addFaultCommand(Control& control, ProgramFaults& programs, Root& root, Repo
         } else if (!words.empty() && words[0] == "program") {
             setProgramFault(programs, words);
         } else {
-            throw std::runtime_error(kFaultUsage);
+            throw std::invalid_argument(kFaultUsage);
         }
         return Reply{true, {}};
     });

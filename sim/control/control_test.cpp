@@ -20,17 +20,26 @@ class ControlTest : public PhoneTest {
         phone().control().add("big", [](const Texts& texts) {
             return Reply{true, {std::string(std::stoul(texts.at(0)), 'x')}};
         });
+        phone().control().add("wait", [](const Texts&) {
+            return Reply{false, {"nothing came"}, std::chrono::seconds(1)};
+        });
+        phone().control().add("hang", [this](const Texts&) {
+            mHung.get_future().wait();
+            return Reply{true, {}};
+        });
         ASSERT_TRUE(phone().control().serve());
     }
     // The reply in one text, or why there is none.
-    std::string request(const Texts& words) {
+    std::string request(const Texts& words, std::chrono::milliseconds timeout = kTimeout) {
         try {
-            const Reply reply = controlRequest(phone().folder(), words);
-            return (reply.ok ? "ok:" : "error:") + joinTexts(reply.texts);
-        } catch (const std::runtime_error& error) {
+            const Reply reply = controlRequest(phone().folder(), words, timeout);
+            const std::string kind = reply.ok ? "ok" : kErrorWords[static_cast<int>(reply.error)];
+            return kind + ":" + joinTexts(reply.texts);
+        } catch (const std::exception& error) {
             return error.what();
         }
     }
+    std::promise<void> mHung;  // ends "hang"
     // The longest argument of "echo".
     const std::string mLongest = std::string(kMaxRequestBytes - sizeof("echo"), 'x');
 };
@@ -45,12 +54,22 @@ TEST_F(ControlTest, AnswersOrSaysInOneLineWhyNot) {
     for (const size_t size : {65533, 65534, (4 << 20) - 3})
         EXPECT_EQ("ok:" + std::string(size, 'x'), request({"big", std::to_string(size)}));
     EXPECT_EQ("error:the answer is too long", request({"big", "4194302"}));
-    EXPECT_EQ("error:there is no command 'x'", request({"x", "y"}));
+    EXPECT_EQ("usage:there is no command 'x'", request({"x", "y"}));
     EXPECT_EQ("no command is named", request({""}));
     EXPECT_EQ("an argument of 'echo' holds a NUL", request({"echo", std::string(1, '\0')}));
     EXPECT_EQ("the arguments of 'echo' are too long", request({"echo", mLongest + "x"}));
     EXPECT_FALSE(phone().control().serve());
     EXPECT_TRUE(logged("E sim_control: " + path + ": is served already"));
+}
+
+TEST_F(ControlTest, LimitsHowLongAProcessIsSilentApartFromWhatACommandWaitsFor) {
+    constexpr std::chrono::milliseconds kShort{200};
+    serve();
+    EXPECT_EQ("timeout:nothing came", request({"wait"}, kShort));
+    const std::string silent = "process " + std::to_string(getpid()) + " does not answer";
+    EXPECT_EQ("timeout:" + silent, request({"hang"}, kShort));
+    mHung.set_value();
+    EXPECT_EQ("ok:a", request({"echo", "a"}));
 }
 
 TEST_F(ControlTest, DropsHostileClientsAndEvictsTheOldest) {
@@ -89,8 +108,9 @@ TEST_F(ControlTest, CommandsRefuseWrongArguments) {
     refuse("gpu: ", {"gpu", "gpu crash", "gpu fault --size", "gpu fault --size 67108865",
                      "gpu fault --size -1", "gpu fault --after 1", "gpu vanish --after x",
                      "gpu unreadable x", "gpu short-reads", "gpu appear x"});
-    refuse("fault: ", {"fault", "fault disk", "fault program dmesg fail 0",
-                       "fault program dmesg fail 256", "fault reports take more"});
+    refuse("fault: ",
+           {"fault", "fault disk", "fault program dmesg fail 0", "fault program dmesg fail 256",
+            "fault reports take more", "fault program paint run"});
     EXPECT_EQ("gpu: --hash is too long", tell("gpu fault --hash " + std::string(4097, 'h')));
     const auto channel = phone().displayKernel().open();
     for (size_t i = 0; i < DisplayChannel::kMaxRecords; ++i)

@@ -24,13 +24,13 @@ constexpr size_t kMaxSnapshotBytes = 64 << 20;
 
 const Arguments& expect(const Arguments& arguments, size_t count, const char* usage) {
     if (arguments.size() == count) return arguments;
-    throw std::runtime_error(std::string("usage: ") + usage);
+    throw std::invalid_argument(std::string("usage: ") + usage);
 }
 
 int32_t commandOf(const std::string& text) {
     if (const auto number = numberIn(text, INT32_MIN, INT32_MAX))
         return static_cast<int32_t>(*number);
-    throw std::runtime_error("'" + text + "' is not a 32-bit number");
+    throw std::invalid_argument("'" + text + "' is not a 32-bit number");
 }
 
 template <typename Outcome>
@@ -43,7 +43,8 @@ constexpr char kNotRegistered[] = "nobody has registered with the audio module";
 
 Reply pushAudio(GenericNetlink& netlink, const Arguments& arguments) {
     expect(arguments, 2, "audio CMD TEXT");
-    if (arguments[1].size() > kMaxText) return {false, {"a text has at most 65000 bytes"}};
+    if (arguments[1].size() > kMaxText)
+        throw std::invalid_argument("a text has at most 65000 bytes");
     return replyTo(netlink.push(commandOf(arguments[0]), arguments[1]), kNotRegistered);
 }
 
@@ -56,7 +57,7 @@ Reply awaitRegistration(GenericNetlink& netlink) {
 Reply pushRaw(GenericNetlink& netlink, const Arguments& arguments) {
     expect(arguments, 1, "audio-raw HEX");
     const std::string bytes = bytesOfHex(arguments[0]);
-    if (bytes.empty()) return {false, {"a netlink datagram has at least one byte"}};
+    if (bytes.empty()) throw std::invalid_argument("a netlink datagram has at least one byte");
     return replyTo(netlink.pushRaw(bytes), "nobody has a netlink socket");
 }
 
@@ -68,7 +69,8 @@ Reply setAnswer(GenericNetlink& netlink, const Arguments& arguments) {
     };
     expect(arguments, 1, "audio-answer family|none|nothing");
     const auto answer = kAnswers.find(arguments[0]);
-    if (answer == kAnswers.end()) return {false, {"'" + arguments[0] + "' is no such answer"}};
+    if (answer == kAnswers.end())
+        throw std::invalid_argument("'" + arguments[0] + "' is no such answer");
     netlink.setAnswer(answer->second);
     return {true, {}};
 }
@@ -82,12 +84,12 @@ Reply listReceived(GenericNetlink& netlink) {
 Reply sendDisplay(DisplayKernel& display, const Arguments& arguments) {
     expect(arguments, 2, "display ID PAYLOAD");
     if (arguments[0].size() > kMaxId || arguments[1].size() > kMaxPayload)
-        return {false, {"an ID has at most 131 bytes, a PAYLOAD at most 3831 bytes"}};
+        throw std::invalid_argument("an ID has at most 131 bytes, a PAYLOAD at most 3831 bytes");
     return replyTo(display.send({arguments[0], arguments[1]}), "nobody listens to the display");
 }
 
 [[noreturn]] void refuseGpu(const std::string& why) {
-    throw std::runtime_error("gpu: " + why);
+    throw std::invalid_argument("gpu: " + why);
 }
 
 size_t readSize(const std::string& text) {

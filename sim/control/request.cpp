@@ -1,9 +1,13 @@
 #include "sim/control/request.h"
 
 #include <fcntl.h>
+#include <limits.h>
+#include <poll.h>
 #include <string.h>
-#include <sys/time.h>
 
+#include <algorithm>
+#include <iterator>
+#include <optional>
 #include <stdexcept>
 
 #include "sim/base/unix_socket.h"
@@ -11,64 +15,93 @@
 namespace sim {
 namespace {
 
-constexpr timeval kTimeout{kReplyTimeout.count(), 0};
+using Steady = std::chrono::steady_clock;
 
 std::string requestOf(const std::vector<std::string>& words) {
     for (const std::string& word : words) {
         if (word.find('\0') != std::string::npos)
-            throw std::runtime_error("an argument of '" + words[0] + "' holds a NUL");
+            throw std::invalid_argument("an argument of '" + words[0] + "' holds a NUL");
     }
     const std::string request = joinTexts(words);
-    if (request.empty()) throw std::runtime_error("no command is named");
+    if (request.empty()) throw std::invalid_argument("no command is named");
     if (request.size() > kMaxRequestBytes)
-        throw std::runtime_error("the arguments of '" + words[0] + "' are too long");
+        throw std::invalid_argument("the arguments of '" + words[0] + "' are too long");
     return request;
 }
 
-void sendRequest(int fd, const std::string& request) {
-    setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &kTimeout, sizeof(kTimeout));
-    if (send(fd, request.data(), request.size(), MSG_NOSIGNAL) < 0)
-        throw std::runtime_error(std::string("the command is not sent: ") + strerror(errno));
+bool awaitReadable(int fd, Steady::time_point end) {
+    pollfd polled{fd, POLLIN, 0};
+    for (;;) {
+        const auto left = std::chrono::ceil<std::chrono::milliseconds>(end - Steady::now()).count();
+        const int ready = poll(&polled, 1, static_cast<int>(std::clamp<int64_t>(left, 0, INT_MAX)));
+        if (ready >= 0 || errno != EINTR) return ready > 0;
+    }
 }
 
-std::string receiveReply(int fd) {
-    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &kTimeout, sizeof(kTimeout));
+// The next datagram of the reply; nothing when none comes before `end`.
+std::optional<std::string> receive(int fd, Steady::time_point end) {
+    if (!awaitReadable(fd, end)) return std::nullopt;
+    std::string datagram(kMaxRequestBytes + 1, '\0');
+    const ssize_t got = recv(fd, datagram.data(), datagram.size(), 0);
+    if (got <= 0) throw std::runtime_error("the answer breaks off");
+    datagram.resize(static_cast<size_t>(got));
+    return datagram;
+}
+
+// Sends the request; the joined texts of the reply, nothing when the time passes first.
+std::optional<std::string> exchange(int fd, const std::string& request, Steady::time_point end) {
+    // A fresh socket has room for any request.
+    if (send(fd, request.data(), request.size(), MSG_NOSIGNAL | MSG_DONTWAIT) < 0)
+        throw std::runtime_error(std::string("the command is not sent: ") + strerror(errno));
     std::string reply;
-    std::vector<char> block(kMaxRequestBytes + 1);
-    do {
-        const ssize_t got = recv(fd, block.data(), block.size(), 0);
-        if (got < 0 && errno == EINTR) continue;
-        if (got <= 0 || reply.size() > kMaxReplyBytes) {
-            throw std::runtime_error(got < 0 && errno == EAGAIN ? "no answer within 90 s"
-                                                                : "the answer breaks off");
+    for (;;) {
+        const auto datagram = receive(fd, end);
+        if (!datagram) return std::nullopt;
+        if (datagram->front() == '~') {
+            end = Steady::now() + kReplyTimeout;
+            continue;
         }
-        reply.append(block.data() + 1, static_cast<size_t>(got) - 1);
-    } while (block[0] != '.');
+        if (reply.size() > kMaxReplyBytes) throw std::runtime_error("the answer breaks off");
+        reply.append(*datagram, 1);
+        if (datagram->front() == '.') return reply;
+    }
+}
+
+Reply replyOf(const std::string& joined) {
+    Reply reply;
+    reply.texts = splitTexts(joined);
+    const std::string word = reply.texts[0];
+    reply.texts.erase(reply.texts.begin());
+    reply.ok = word == "ok";
+    if (reply.ok) return reply;
+    const auto known = std::find(std::begin(kErrorWords), std::end(kErrorWords), word);
+    if (known == std::end(kErrorWords)) throw std::runtime_error("the answer is of no known kind");
+    reply.error = static_cast<Reply::Error>(known - std::begin(kErrorWords));
     return reply;
 }
 
 }  // namespace
 
-Reply controlRequest(const std::string& folder, const std::vector<std::string>& words) {
+Reply controlRequest(const std::string& folder, const std::vector<std::string>& words,
+                     std::chrono::nanoseconds timeout) {
+    const auto end = Steady::now() + timeout;
     const std::string request = requestOf(words);
     const Fd fd = connectToControl(folder + "/run");
-    sendRequest(fd.get(), request);
-    Reply reply;
-    reply.texts = splitTexts(receiveReply(fd.get()));
-    reply.ok = reply.texts[0] == "ok";
-    if (!reply.ok && reply.texts[0] != "error")
-        throw std::runtime_error("the answer is neither ok nor error");
-    reply.texts.erase(reply.texts.begin());
-    return reply;
+    if (const auto joined = exchange(fd.get(), request, end)) return replyOf(*joined);
+    const pid_t pid = peerOf(fd.get()).value_or(ucred{}).pid;
+    return {
+        false, {"process " + std::to_string(pid) + " does not answer"}, {}, Reply::Error::kTimeout};
 }
 
 Fd connectToControl(const std::string& runDirectory) {
     const Fd directory = openControlDirectory(runDirectory);
-    Fd fd = connectSocket(directory, "control", SOCK_SEQPACKET);
+    // Fails at once, rather than wait, when too many clients wait to be let in.
+    Fd fd = connectSocket(directory, "control", SOCK_SEQPACKET | SOCK_NONBLOCK);
     if (!fd.valid()) {
         const bool nobody = errno == ENOENT || errno == ECONNREFUSED;
         failControl(runDirectory, nobody ? "nobody serves this phone" : strerror(errno));
     }
+    fcntl(fd.get(), F_SETFL, 0);
     const auto peer = peerOf(fd.get());
     if (!peer || !isTrusted(*peer)) failControl(runDirectory, "is served by another user");
     return fd;

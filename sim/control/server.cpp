@@ -21,7 +21,7 @@ constexpr char kTag[] = "sim_control";
 constexpr int kRetryMillis = 20;
 
 std::deque<std::string> datagramsOf(const Reply& reply) {
-    std::vector<std::string> texts{reply.ok ? "ok" : "error"};
+    std::vector<std::string> texts{reply.ok ? "ok" : kErrorWords[static_cast<int>(reply.error)]};
     texts.insert(texts.end(), reply.texts.begin(), reply.texts.end());
     const std::string joined = joinTexts(texts);
     if (joined.size() > kMaxReplyBytes) return datagramsOf({false, {"the answer is too long"}});
@@ -132,12 +132,16 @@ class ControlServer {
         }
         connection.pending = splitTexts({mRequest.data(), size});
         connection.asked = std::chrono::steady_clock::now();
-        return execute(connection);
+        if (!execute(connection)) return false;
+        // If it is not taken, the client's own limit holds.
+        if (!connection.pending.empty()) send(fd, "~", 1, MSG_NOSIGNAL | MSG_DONTWAIT);
+        return true;
     }
 
     bool execute(Connection& connection) {
-        const Reply reply = mControl.run(connection.pending);
+        Reply reply = mControl.run(connection.pending);
         if (reply.retryFor > std::chrono::steady_clock::now() - connection.asked) return true;
+        if (reply.retryFor.count() > 0) reply.error = Reply::Error::kTimeout;
         connection.pending.clear();
         connection.unsent = datagramsOf(reply);
         return answer(connection);
@@ -192,9 +196,11 @@ Reply Control::run(const Arguments& words) {
         const auto found = mCommands.find(words[0]);
         if (found != mCommands.end()) command = found->second;
     }
-    if (!command) return {false, {"there is no command '" + words[0] + "'"}};
     try {
+        if (!command) throw std::invalid_argument("there is no command '" + words[0] + "'");
         return command({words.begin() + 1, words.end()});
+    } catch (const std::invalid_argument& wrong) {
+        return {false, {wrong.what()}, {}, Reply::Error::kUsage};
     } catch (const std::exception& failure) {
         return {false, {failure.what()}};
     }

@@ -18,7 +18,8 @@ class Log;
 // Threads: add() and serve() from any thread. Commands run one at a time on "sim_control" and must
 //   not wait: one that would returns an error with `retryFor`, and others run between its tries.
 // Errors: a datagram that cannot be a request costs one log line and its sender the connection. A
-//   command that throws is answered by "error" and what it threw.
+//   command that throws is answered by what it threw: as "usage" when that is a
+//   std::invalid_argument, else as "error". An error whose `retryFor` has passed becomes "timeout".
 class Control {
   public:
     using Arguments = std::vector<std::string>;

@@ -14,6 +14,12 @@
 #include "sim/userspace/program_faults.h"
 
 namespace sim {
+
+Shell::Shell(const Root& root, Log& log, ProgramFaults& faults)
+    : mRoot(root), mLog(log), mFaults(faults) {
+    for (const std::string& name : workstationPrograms()) mFaults.add(name);
+}
+
 int Shell::run(const char* command) {
     if (command == nullptr) return 1;
     // Keeps errno: a command's failure shows in its status alone.
@@ -68,6 +74,7 @@ int Shell::refuse(const std::string& command, const std::string& why, int exitSt
 }
 
 void Shell::add(const std::string& name, Program program) {
+    mFaults.add(name);
     Lock lock(mMutex);
     mPrograms[name] = std::move(program);
 }

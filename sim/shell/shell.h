@@ -28,8 +28,7 @@ class Shell {
     using Program = std::function<int(const std::vector<std::string>& words, int outputFd)>;
 
     // All three must outlive this object.
-    Shell(const Root& root, Log& log, ProgramFaults& faults)
-        : mRoot(root), mLog(log), mFaults(faults) {}
+    Shell(const Root& root, Log& log, ProgramFaults& faults);
 
     // Runs a line and returns its wait status, as system(); 1, "there is a shell", for null.
     int run(const char* command) SIM_EXCLUDES(mMutex);

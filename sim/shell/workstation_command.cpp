@@ -260,6 +260,12 @@ const HostProgram* find(const std::string& name) {
 
 }  // namespace
 
+std::vector<std::string> workstationPrograms() {
+    std::vector<std::string> names;
+    for (const HostProgram& program : kPrograms) names.emplace_back(program.name);
+    return names;
+}
+
 bool isWorkstationProgram(const std::string& name) {
     return find(name) != nullptr;
 }

@@ -31,7 +31,9 @@ struct WorkstationCommand {
     void nameDirectories(std::string& text) const;
 };
 
-// Whether it is one of tar, rm, cp, chmod and touch.
+// The names of the programs: tar, rm, cp, chmod and touch.
+std::vector<std::string> workstationPrograms();
+// Whether it is the name of one.
 bool isWorkstationProgram(const std::string& name);
 
 // Makes the command of a workstation program from the words after its name. Returns false and says

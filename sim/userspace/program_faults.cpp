@@ -2,6 +2,16 @@
 
 namespace sim {
 
+void ProgramFaults::add(const std::string& program) {
+    Lock lock(mMutex);
+    mPrograms.insert(program);
+}
+
+std::vector<std::string> ProgramFaults::programs() {
+    Lock lock(mMutex);
+    return {mPrograms.begin(), mPrograms.end()};
+}
+
 void ProgramFaults::fail(const std::string& program, int exitStatus) {
     Lock lock(mMutex);
     mFailing[program] = exitStatus;

@@ -3,6 +3,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <vector>
 
 #include "sim/base/mutex.h"
 
@@ -13,6 +14,11 @@ namespace sim {
 // Threads: any.
 class ProgramFaults {
   public:
+    // Notes that there is a program of that name.
+    void add(const std::string& program) SIM_EXCLUDES(mMutex);
+    // The names of the programs that there are, sorted.
+    std::vector<std::string> programs() SIM_EXCLUDES(mMutex);
+
     // Makes the program exit with that status instead of running; 0 ends the fault.
     void fail(const std::string& program, int exitStatus) SIM_EXCLUDES(mMutex);
     // Makes the program wait before it runs until release().
@@ -28,6 +34,7 @@ class ProgramFaults {
   private:
     Mutex mMutex;
     Condition mChanged;
+    std::set<std::string> mPrograms SIM_GUARDED_BY(mMutex);
     std::map<std::string, int> mFailing SIM_GUARDED_BY(mMutex);
     std::set<std::string> mHanging SIM_GUARDED_BY(mMutex);
     std::multiset<std::string> mWaiting SIM_GUARDED_BY(mMutex);  // those that wait in apply()

@@ -56,6 +56,7 @@ class Services::Run {
 };
 
 void Services::add(const std::string& name, Program program) {
+    mFaults.add(name);
     Lock lock(mMutex);
     mPrograms[name] = std::move(program);
 }
