@@ -9,16 +9,21 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <fstream>
 #include <sstream>
 
 #include "client/verb_support.h"
+#include "client/wait_options.h"
 #include "sim/base/process_starter.h"
 
 namespace pelto {
 namespace {
 
-constexpr int kTimeoutMillis = 60000;
+constexpr int kTimeoutMillis = 60000;  // of a start
+constexpr double kKillSeconds = 10;
+constexpr int kFollowMillis = 1000;
 
 // A pidfd of the process; none when it has ended. Reads the start time after opening the pidfd: if
 // it still matches, the pidfd refers to that process.
@@ -27,6 +32,12 @@ sim::Fd openProcess(const ProcessId& process) {
     if (!handle.valid()) return handle;
     const auto found = ProcessId::of(process.pid);
     return found && found->startTicks == process.startTicks ? std::move(handle) : sim::Fd();
+}
+
+// Signals our child and the rest of the process group that it leads. It is not reaped, so the
+// number is still its own.
+void endGroup(pid_t pid, int signal) {
+    kill(-pid, signal);
 }
 
 // Waits until the pipe has data or the pidfd's process has ended; false when time runs out.
@@ -61,13 +72,27 @@ double ProcessId::uptimeSeconds() const {
 Daemon::Daemon(const std::string& runDir, const std::string& name)
     : mName(name), mFolder(runDir + "/daemons"), mOutput(runDir + "/" + name + ".log") {}
 
-std::optional<Daemon::Running> Daemon::running() const {
+std::vector<Daemon::Running> Daemon::running() const {
+    std::vector<Running> found;
     std::ifstream file(mFolder + "/" + mName);
-    ProcessId process{};
-    if (!(file >> process.pid >> process.startTicks) || process.pid <= 0) return std::nullopt;
-    sim::Fd handle = openProcess(process);
-    if (!handle.valid() || awaitReadable(handle.get(), 0)) return std::nullopt;
-    return Running{process, std::move(handle)};
+    for (ProcessId process{}; file >> process.pid >> process.startTicks && process.pid > 0;) {
+        sim::Fd handle = openProcess(process);
+        if (handle.valid() && !awaitReadable(handle.get(), 0))
+            found.push_back({process.pid, std::move(handle)});
+    }
+    return found;
+}
+
+void Daemon::signal(const Running& process, int number) {
+    syscall(SYS_pidfd_send_signal, process.handle.get(), number, nullptr, 0);
+}
+
+// Waits for the end of all of them; false when time runs out.
+bool Daemon::awaitEnd(const std::vector<Running>& processes, double seconds) {
+    const Deadline deadline(seconds);
+    return std::all_of(processes.begin(), processes.end(), [&](const Running& process) {
+        return awaitReadable(process.handle.get(), deadline.limited() ? deadline.leftMillis() : 0);
+    });
 }
 
 sim::Fd Daemon::lockRecords() const {
@@ -83,21 +108,24 @@ sim::Fd Daemon::lockRecords() const {
 }
 
 // Writes another file and renames it, so that a record is read whole or not at all.
-void Daemon::record(const ProcessId& process) const {
+void Daemon::record(const std::vector<ProcessId>& processes) const {
     const std::string path = mFolder + "/" + mName, fresh = mFolder + "/." + mName;
     std::ofstream file(fresh);
-    file << process.pid << ' ' << process.startTicks << '\n';
+    for (const ProcessId& process : processes)
+        file << process.pid << ' ' << process.startTicks << '\n';
     file.close();
     if (!file || rename(fresh.c_str(), path.c_str()) != 0) {
-        kill(process.pid, SIGTERM);  // our child, not reaped: the number is still its own
-        throw Failure(kFailed, path + ": cannot be written (" + strerror(errno) + "); " + mName +
-                                   " was ended again");
+        const std::string why = strerror(errno);
+        endGroup(processes[0].pid, SIGTERM);
+        throw Failure(kFailed,
+                      path + ": cannot be written (" + why + "); " + mName + " was ended again");
     }
 }
 
-ProcessId Daemon::start(const std::vector<std::string>& command) {
+Daemon::Started Daemon::start(const std::vector<std::string>& command,
+                              const std::function<pid_t()>& serving) {
     const sim::Fd lock = lockRecords();
-    if (const auto found = running()) return found->process;
+    if (const auto found = running(); !found.empty()) return {found.back().pid, true};
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0)
         throw Failure(kFailed, std::string("pipe: ") + strerror(errno));
@@ -105,9 +133,12 @@ ProcessId Daemon::start(const std::vector<std::string>& command) {
     sim::Fd tell(ends[1]);
     const ProcessId process = spawn(command, tell.get());
     tell = sim::Fd();
-    record(process);
+    record({process});
     awaitReady(process, ready.get());
-    return process;
+    const auto server = ProcessId::of(serving());
+    if (!server || server->pid == process.pid) return {process.pid, false};
+    record({process, *server});
+    return {server->pid, false};
 }
 
 ProcessId Daemon::spawn(const std::vector<std::string>& command, int readyFd) const {
@@ -130,7 +161,7 @@ void Daemon::awaitReady(const ProcessId& process, int readyFd) const {
     char line[8];
     const bool inTime = awaitReadable(readyFd, kTimeoutMillis);
     if (inTime && read(readyFd, line, sizeof line) > 0) return;
-    if (!inTime) kill(process.pid, SIGKILL);  // our child, not reaped: the number is still its own
+    endGroup(process.pid, SIGKILL);
     sim::waitForExit(process.pid);
     const std::string said = lastLine();
     throw Failure(inTime ? kFailed : kTimeout,
@@ -146,17 +177,32 @@ std::string Daemon::lastLine() const {
     return last;
 }
 
-std::optional<ProcessId> Daemon::stop() {
+// Begins with the server: a tracer then ends by itself, unless it is stopped and holds the server.
+std::vector<pid_t> Daemon::killAll(const std::vector<Running>& processes) {
+    std::vector<pid_t> killed;
+    for (auto next = processes.rbegin(); next != processes.rend(); ++next) {
+        const bool traces = next != processes.rbegin();
+        if (awaitReadable(next->handle.get(), traces ? kFollowMillis : 0)) continue;
+        signal(*next, SIGKILL);
+        killed.push_back(next->pid);
+    }
+    return killed;
+}
+
+std::optional<Daemon::Stopped> Daemon::stop(double patienceSeconds) {
     const sim::Fd lock = lockRecords();
-    const auto found = running();
-    if (!found) return std::nullopt;
-    syscall(SYS_pidfd_send_signal, found->handle.get(), SIGTERM, nullptr, 0);
-    if (!awaitReadable(found->handle.get(), kTimeoutMillis)) {
-        throw Failure(kTimeout, mName + ", process " + std::to_string(found->process.pid) +
-                                    ", is still busy; asked again, it ends at once");
+    const std::vector<Running> processes = running();
+    if (processes.empty()) return std::nullopt;
+    const Running& server = processes.back();
+    if (patienceSeconds > 0) signal(server, SIGTERM);
+    Stopped stopped{server.pid, {}};
+    if (!awaitEnd(processes, patienceSeconds)) stopped.killed = killAll(processes);
+    if (!awaitEnd(processes, kKillSeconds)) {
+        throw Failure(kTimeout, mName + ", process " + std::to_string(server.pid) +
+                                    ", was killed and has not ended");
     }
     unlink((mFolder + "/" + mName).c_str());
-    return found->process;
+    return stopped;
 }
 
 }  // namespace pelto

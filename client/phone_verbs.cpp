@@ -1,6 +1,4 @@
 // Verbs that start, stop and describe a phone.
-#include <binder/BpBinder.h>
-#include <binder/transport/connection.h>
 #include <ipeltoservice/IPeltoService.h>
 #include <sim/userspace/properties.h>
 #include <stdio.h>
@@ -12,6 +10,7 @@
 
 #include "client/daemon_control.h"
 #include "client/verbs.h"
+#include "client/wait_options.h"
 
 namespace pelto {
 namespace {
@@ -22,6 +21,9 @@ struct StartOptions {
     bool noService = false;
     int threads = 16;
     std::string under;
+    CLI::Option* threadsGiven = nullptr;
+
+    bool shapeService() const { return !under.empty() || threadsGiven->count() > 0; }
 };
 
 Daemon serviceDaemon(const sim::Phone& phone) {
@@ -52,16 +54,30 @@ sim::Phone& createPhone(const std::string& folder) {
 
 int start(Client& client, const StartOptions& options) {
     const sim::Phone& phone = createPhone(client.folder());
+    if (options.noService) {
+        printf("phone in %s\n", phone.folder().c_str());
+        return kDone;
+    }
+    const Daemon::Started service = serviceDaemon(phone).start(hostCommand(phone, options), [&] {
+        const auto published = client.findService();
+        return published != nullptr ? processOf(published) : 0;
+    });
+    if (service.ranAlready && options.shapeService()) {
+        throw Failure(kUsage,
+                      "phone start: --threads and --under change nothing: the service runs "
+                      "already, process " +
+                          std::to_string(service.pid) + "; first: pelto phone stop");
+    }
     printf("phone in %s\n", phone.folder().c_str());
-    if (options.noService) return kDone;
-    const ProcessId service = serviceDaemon(phone).start(hostCommand(phone, options));
     printf("%s runs, process %d\n", android::kPeltoServiceName, service.pid);
     return kDone;
 }
 
-int stop(Client& client) {
-    const auto stopped = serviceDaemon(client.phone()).stop();
+int stop(Client& client, double patienceSeconds) {
+    const auto stopped = serviceDaemon(client.phone()).stop(patienceSeconds);
     if (stopped) {
+        for (const pid_t pid : stopped->killed)
+            printf("killed process %d%s\n", pid, patienceSeconds > 0 ? ": not ended in time" : "");
         printf("%s stopped, process %d\n", android::kPeltoServiceName, stopped->pid);
         return kDone;
     }
@@ -76,10 +92,15 @@ int stop(Client& client) {
 
 nlohmann::ordered_json serviceStatus(const android::sp<android::IBinder>& service) {
     if (service == nullptr) return {{"published", false}};
-    const pid_t pid = service->remoteBinder()->connection()->peerPid();
+    const android::status_t answer = service->pingBinder();
+    if (answer == android::DEAD_OBJECT) return {{"published", false}};
+    const pid_t pid = processOf(service);
     const auto process = ProcessId::of(pid);
     const double uptime = process ? process->uptimeSeconds() : 0;
-    return {{"published", true}, {"pid", pid}, {"uptime_s", static_cast<int64_t>(uptime)}};
+    return {{"published", true},
+            {"pid", pid},
+            {"uptime_s", static_cast<int64_t>(uptime)},
+            {"answers", answer != android::TIMED_OUT}};
 }
 
 uint64_t logBytes(const sim::Phone& phone) {
@@ -96,8 +117,9 @@ void printStatus(const nlohmann::ordered_json& status) {
     const auto& service = status["service"];
     printf("folder      %s\n", status["folder"].get<std::string>().c_str());
     if (service["published"].get<bool>()) {
-        printf("service     process %d, up %lld s\n", service["pid"].get<int>(),
-               static_cast<long long>(service["uptime_s"].get<int64_t>()));
+        printf("service     process %d, up %lld s%s\n", service["pid"].get<int>(),
+               static_cast<long long>(service["uptime_s"].get<int64_t>()),
+               service["answers"].get<bool>() ? "" : ", does not answer");
     } else {
         printf("service     not published\n");
     }
@@ -107,10 +129,10 @@ void printStatus(const nlohmann::ordered_json& status) {
 }
 
 int status(Client& client, bool json) {
+    client.limitCallsByDefault(1);
     sim::Phone& phone = client.phone();
-    const auto service = client.findService();
     const nlohmann::ordered_json found = {{"folder", phone.folder()},
-                                          {"service", serviceStatus(service)},
+                                          {"service", serviceStatus(client.findService())},
                                           {"log_bytes", logBytes(phone)},
                                           {"properties", phone.properties().all().size()}};
     if (json) {
@@ -118,7 +140,9 @@ int status(Client& client, bool json) {
     } else {
         printStatus(found);
     }
-    return service != nullptr ? kDone : kNoService;
+    const auto& service = found["service"];
+    if (!service["published"].get<bool>()) return kNoService;
+    return service["answers"].get<bool>() ? kDone : kTimeout;
 }
 
 void addStart(CLI::App& phone, Client& client) {
@@ -126,14 +150,29 @@ void addStart(CLI::App& phone, Client& client) {
     CLI::App* verb = phone.add_subcommand(
         "start", "Make the phone's folder where there is none and start the service on it");
     verb->add_flag("--no-service", options->noService, "Only make the folder");
-    verb->add_option("--threads", options->threads, "How many threads of the service execute calls")
-        ->check(CLI::Range(1, 256))
-        ->type_name("N")
-        ->capture_default_str();
+    options->threadsGiven = verb->add_option("--threads", options->threads,
+                                             "How many threads of the service execute calls")
+                                ->check(CLI::Range(1, 256))
+                                ->type_name("N")
+                                ->capture_default_str();
     verb->add_option("--under", options->under,
                      "Words before the service's command: an emulator, a debugger, a tracer")
         ->type_name("WORDS");
     client.onVerb(verb, [&client, options] { return start(client, *options); });
+}
+
+void addStop(CLI::App& phone, Client& client) {
+    auto patience = std::make_shared<double>(20);
+    CLI::App* verb =
+        phone.add_subcommand("stop", "End the processes that start started; the folder stays");
+    verb->add_option("--patience", *patience,
+                     "How long the service may take to finish; then it is killed")
+        ->check(secondsFrom(0))
+        ->type_name("S")
+        ->capture_default_str();
+    verb->add_flag_callback(
+        "--force", [patience] { *patience = 0; }, "Kill it at once");
+    client.onVerb(verb, [&client, patience] { return stop(client, *patience); });
 }
 
 }  // namespace
@@ -142,13 +181,11 @@ void addPhoneVerbs(CLI::App& app, Client& client) {
     CLI::App* phone = app.add_subcommand("phone", "Start, stop or describe the phone");
     Client::needsVerb(phone);
     addStart(*phone, client);
-    CLI::App* stopVerb =
-        phone->add_subcommand("stop", "End the processes that start started; the folder stays");
-    client.onVerb(stopVerb, [&client] { return stop(client); });
+    addStop(*phone, client);
 
     auto json = std::make_shared<bool>(false);
-    CLI::App* statusVerb =
-        phone->add_subcommand("status", "Describe the phone; exit code 4 without a service");
+    CLI::App* statusVerb = phone->add_subcommand(
+        "status", "Describe the phone; exit code 4 without a service, 5 when it does not answer");
     statusVerb->add_flag("--json", *json, "As a JSON object");
     client.onVerb(statusVerb, [&client, json] { return status(client, *json); });
 }

@@ -33,6 +33,33 @@ TEST_F(ClientTest, StopsOnlyWhatItStarted) {
     EXPECT_EQ(pelto({"phone", "status"}).code, 0);
 }
 
+// The tracer here is a program that runs the service as its child and would live on without it.
+TEST_F(ClientTest, NeitherWaitsForAFrozenServiceNorLeavesItBehind) {
+    ASSERT_EQ(pelto({"phone", "start", "--under", "timeout 600 " + emulator()}).code, 0);
+    const auto json = [&] {
+        return nlohmann::json::parse(pelto({"phone", "status", "--json"}).output);
+    };
+    const pid_t pid = json()["service"]["pid"];
+    const std::string process = "process " + std::to_string(pid);
+    refuses({"phone", "start", "--threads", "2"}, 2, process);
+    ASSERT_EQ(kill(pid, SIGSTOP), 0);
+
+    EXPECT_EQ(pelto({"phone", "status"}).code, 5);
+    EXPECT_EQ(json()["service"]["answers"], false);
+    const Words verbs[] = {
+        {"send", "a"}, {"watch"}, {"compositor"}, {"gpu", "await"}, {"kernel", "audio", "0", "1"}};
+    for (Words words : verbs) {
+        words.insert(words.end(), {"--call-timeout", "0.1"});
+        refuses(words, 5, process);
+    }
+    refuses({"watch", "--timeout", "0.1"}, 5, process);
+
+    const Result stopped = pelto({"phone", "stop", "--patience", "0.1"});
+    EXPECT_EQ(stopped.code, 0) << stopped.errors;
+    EXPECT_THAT(stopped.output, HasSubstr("killed " + process));
+    EXPECT_EQ(phoneStart().code, 0) << "nothing holds the name";
+}
+
 TEST_F(ClientTest, FailsWhenItsOutputIsNotTaken) {
     ASSERT_EQ(phoneStart().code, 0);
     const auto toFullDisk = [](Words command) {
