@@ -68,10 +68,19 @@ std::string directory(const std::string& text, const char* name) {
     return path.back() == '/' ? path : path + '/';
 }
 
+const std::string& eventId(const std::string& text) {
+    constexpr size_t kMinDigits = 5;
+    if (text.size() < kMinDigits ||
+        text.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
+        throw Failure(kUsage, "capture: ID '" + text + "' is not five hexadecimal digits or more");
+    }
+    return text;
+}
+
 std::string information(const Capture& asked) {
     int types = 0;
     for (const std::string& log : asked.logs) types |= kLogTypes.at(log);
-    return field(asked.id, "ID") + ',' + std::to_string(types) + ',' +
+    return eventId(asked.id) + ',' + std::to_string(types) + ',' +
            directory(asked.directory, "--dir") + asked.id + "/," +
            directory(asked.archives, "--archive-dir") + ',' + field(asked.name, "--name");
 }
@@ -98,8 +107,10 @@ void addCapture(CLI::App& app, Client& client) {
     auto asked = std::make_shared<Capture>();
     CLI::App* verb = app.add_subcommand(
         "capture", "Have an exception report raised; 'reports' shows it, 'pelto-capture' archives");
-    verb->add_option("ID", asked->id,
-                     "Event id: five hexadecimal digits or more, the second 0 or 2, such as A0345")
+    verb->add_option(
+            "ID", asked->id,
+            "Event id: five hexadecimal digits or more, such as A0345; 0 or 2 as the second "
+            "is the report's category")
         ->required();
     verb->add_option("--logs", asked->logs,
                      "What to attach, with ',' between; android,kernel when not given")

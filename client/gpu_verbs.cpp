@@ -8,6 +8,7 @@
 #include <sstream>
 
 #include "client/verbs.h"
+#include "client/wait_options.h"
 
 namespace pelto {
 namespace {
@@ -16,7 +17,8 @@ void addGpuFault(CLI::App& gpu, Client& client) {
     auto words = std::make_shared<std::vector<std::string>>();
     CLI::App* verb = gpu.add_subcommand("fault", "The driver tells of a fault and its snapshot");
     const auto option = [&](const std::string& name, const char* does, const char* type) {
-        verb->add_option_function<std::string>(
+        return verb
+            ->add_option_function<std::string>(
                 name,
                 [words, name](const std::string& value) {
                     words->insert(words->end(), {name, value});
@@ -26,7 +28,8 @@ void addGpuFault(CLI::App& gpu, Client& client) {
     };
     option("--hash", "Its hash id; none when not given", "H");
     option("--timestamp", "Its time stamp; the phone's seconds when not given", "T");
-    option("--size", "How many bytes its snapshot has; 65536 when not given", "N");
+    option("--size", "How many bytes its snapshot has; 65536 when not given", "N")
+        ->check(CLI::Range(0, INT32_MAX));
     option("--control", "Whether a dump may be taken: 0, as when not given, says yes", "C");
     client.onVerb(verb, [&client, words] {
         std::vector<std::string> command{"gpu", "fault"};
@@ -96,9 +99,12 @@ void addClock(CLI::App& app, Client& client) {
     auto asked = std::make_shared<Advance>();
     CLI::App* verb = clock->add_subcommand(
         "advance", "Move it on: who sleeps on it wakes when its time has come");
-    verb->add_option("SECONDS", asked->seconds, "A fraction is taken")->required();
+    verb->add_option("SECONDS", asked->seconds, "A fraction is taken")
+        ->required()
+        ->check(secondsFrom(0));
     verb->add_option("--sleepers", asked->sleepers,
                      "First wait until so many threads sleep on it, at most 20 s")
+        ->check(CLI::Range(1, INT32_MAX))
         ->type_name("N");
     client.onVerb(verb, [&client, asked] { return advance(client, *asked); });
 }

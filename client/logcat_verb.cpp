@@ -103,6 +103,9 @@ void addLogcatVerb(CLI::App& app, Client& client) {
     CLI::Option* until = verb->add_option("--until", options->until,
                                           "Follow up to the first line whose message matches this "
                                           "extended regular expression")
+                             ->check([](const std::string& regex) {
+                                 return regex.empty() ? "takes an expression" : "";
+                             })
                              ->type_name("REGEX");
     addTimeout(verb, options->timeoutSeconds, "With --until: exit code 5 after so many seconds")
         ->needs(until);

@@ -36,22 +36,29 @@ class Sender {
     const bool mNativeOnly;
 };
 
-void sendLine(Sender& sender, const std::string& line, size_t number) {
+void sendLine(Sender& sender, const std::string& line, const std::string& place) {
+    const bool empty = line.find_first_not_of(" \t\r") == std::string::npos;
+    if (empty || line[0] == '#') return;
     const size_t blank = std::min(line.find(' '), line.size());
     const std::string info = blank < line.size() ? line.substr(blank + 1) : "";
-    sender.send(line.substr(0, blank), info, "line " + std::to_string(number));
+    sender.send(line.substr(0, blank), info, place);
 }
 
-// Sends one event per line of the input, "TYPE INFO" or "TYPE", up to the first that fails.
+// Sends one event per line of the input, "TYPE INFO" or "TYPE", up to the first that fails. Skips
+// blank lines and comments.
 int sendLines(Sender& sender) {
     constexpr size_t kMaxLine = 1u << 20;  // more than a call takes
     std::vector<char> line(kMaxLine);
-    for (size_t number = 1; std::cin.getline(line.data(), kMaxLine); ++number) {
-        if (line[0] != '\0') sendLine(sender, line.data(), number);
+    for (size_t number = 1;; ++number) {
+        const std::string place = "line " + std::to_string(number);
+        if (std::cin.getline(line.data(), kMaxLine)) {
+            sendLine(sender, line.data(), place);
+        } else if (std::cin.eof()) {
+            return kDone;
+        } else {
+            throw Failure(kFailed, place + ": too long for a call; those before it were sent");
+        }
     }
-    if (!std::cin.eof())
-        throw Failure(kFailed, "a line is too long for a call; what stood before it was sent");
-    return kDone;
 }
 
 int send(Client& client, const SendOptions& options) {
@@ -71,8 +78,10 @@ void addSend(CLI::App& app, Client& client) {
     verb->add_option("INFO", options->info, "Its information, such as key:value,key:value");
     verb->add_flag("--native-only", options->nativeOnly,
                    "Only for the listeners in the service's own process");
-    verb->add_flag("--stdin", options->fromStdin,
-                   "Send one event a line of the standard input, each \"TYPE INFO\"");
+    verb->add_flag(
+        "--stdin", options->fromStdin,
+        "Send one event a line of the standard input, each \"TYPE INFO\"; blank lines and "
+        "those that begin with \"#\" are skipped");
     client.onVerb(verb, [&client, options] { return send(client, *options); });
 }
 

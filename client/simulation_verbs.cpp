@@ -37,7 +37,9 @@ struct Packet {
 void addAudio(CLI::App& kernel, Client& client) {
     auto packet = std::make_shared<Packet>();
     CLI::App* verb = kernel.add_subcommand("audio", "The audio module sends a packet");
-    verb->add_option("CMD", packet->kind, "0: state of the microphone, 1: its status")->required();
+    verb->add_option("CMD", packet->kind, "0: state of the microphone, 1: its status")
+        ->required()
+        ->check(CLI::Range(INT32_MIN, INT32_MAX));
     verb->add_option("TEXT", packet->text, "Its text, such as 257")->required();
     client.onVerb(verb, [&client, packet] {
         client.ask({"audio-await"});  // a service that has just started may not listen yet
@@ -49,7 +51,9 @@ void addAudio(CLI::App& kernel, Client& client) {
 void addDisplay(CLI::App& kernel, Client& client) {
     auto record = std::make_shared<Packet>();
     CLI::App* verb = kernel.add_subcommand("display", "The display driver sends a record");
-    verb->add_option("ID", record->kind, "Number of the event")->required();
+    verb->add_option("ID", record->kind, "Number of the event")
+        ->required()
+        ->check(CLI::Range(INT32_MIN, INT32_MAX));
     verb->add_option("PAYLOAD", record->text, "Its text, such as 'fps@@30$$scene@@game'")
         ->required();
     client.onVerb(verb, [&client, record] {

@@ -118,7 +118,7 @@ void addWatchVerb(CLI::App& app, Client& client) {
     options->limits.addTo(verb);
     verb->add_option("--ready-fd", options->readyFd,
                      "Descriptor that gets the line \"ready\" once no event is missed any more")
-        ->check(CLI::NonNegativeNumber)
+        ->check(sim::descriptorFault)
         ->type_name("FD");
     client.onVerb(verb, [&client, options] { return watch(client, *options); });
 }

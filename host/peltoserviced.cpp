@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 
 #include "host/service_host.h"
+#include "sim/base/fd.h"
 
 namespace {
 
@@ -28,7 +29,7 @@ int parse(int argc, char** argv, HostOptions& options) {
         ->capture_default_str();
     app.add_option("--ready-fd", options.readyFd,
                    "Descriptor that gets the line \"ready\" once clients can call")
-        ->check(CLI::NonNegativeNumber)
+        ->check(sim::descriptorFault)
         ->type_name("FD");
     app.add_flag("--workstation-kernel", options.workstationKernel,
                  "Point the audio channel at this machine's own kernel instead of the phone's; "

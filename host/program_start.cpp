@@ -8,12 +8,13 @@
 #include <CLI/CLI.hpp>
 #include <stdexcept>
 
+#include "sim/base/text.h"
 #include "sim/phone.h"
 
 int parseCommandLine(CLI::App& app, int argc, char** argv) {
     app.failure_message([](const CLI::App* given, const CLI::Error& error) {
         const std::string& name = given->get_name();
-        return name + ": " + error.what() + "; see " + name + " --help\n";
+        return name + ": " + sim::brief(error.what()) + "; see " + name + " --help\n";
     });
     try {
         app.parse(argc, argv);

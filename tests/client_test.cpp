@@ -162,7 +162,7 @@ TEST_F(ClientTest, WatchesWhatIsSent) {
     ReadyProgram json(watchCommand({"--json", "--count", "4"}));
     EXPECT_EQ(pelto({"send", "kind", "a\nb\\\xff"}).code, 0);
     const std::string input = phone().folder() + "/input";
-    std::ofstream(input) << "first key:1,text:with blanks\n\nsecond";
+    std::ofstream(input) << "# comment\nfirst key:1,text:with blanks\n\n \t\nsecond";
     EXPECT_EQ(run(command({"send", "--stdin"}), input).code, 0);
     EXPECT_EQ(pelto({"send", "unseen", "--native-only"}).code, 0);
     EXPECT_EQ(pelto({"debug", "on"}).code, 0);
@@ -180,6 +180,8 @@ TEST_F(ClientTest, WatchesWhatIsSent) {
     // A line too big for a call fails, and the next one is not sent.
     std::ofstream(input) << "big " << std::string(1045000, 'x') << "\nafter\n";
     EXPECT_THAT(run(command({"send", "--stdin"}), input).errors, HasSubstr("line 1: too big"));
+    std::ofstream(input) << "#\n" << std::string(1u << 20, 'x') << "\nafter\n";
+    EXPECT_THAT(run(command({"send", "--stdin"}), input).errors, HasSubstr("line 2: too long"));
     refuses({"watch", "--timeout", "0.01", "--count", "1"}, 5, "0 of 1");
     EXPECT_EQ(pelto({"watch", "--timeout", "0.01"}).code, 0);
     host.signal(SIGTERM);

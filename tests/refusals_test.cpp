@@ -21,12 +21,23 @@ using RefusalsTest = ServiceTest;
 TEST_F(RefusalsTest, ClientNeedsCorrectWordsAndAService) {
     const Refusal cases[] = {
         {{"phone"}, 2, "a verb is missing; see pelto phone --help"},
-        {{"phone", "stp"}, 2, "stp"},
+        {{"phone", "stp", "a", "b"}, 2, "stp a b;"},
         {{"send"}, 2, "TYPE"},
         {{"send", "a", "--stdin"}, 2, "TYPE"},
         {{"logcat", "-d", "a:b:c"}, 2, "filter"},
         {{"logcat", "--until", "a("}, 2, "expression"},
-        {{"capture", "a,b"}, 2, "neither ','"},
+        {{"logcat", "--until", ""}, 2, "expression"},
+        {{"watch", "--timeout", "nan"}, 2, "no number of seconds"},
+        {{"watch", "--timeout", "1\n2"}, 2, "'1?2'"},
+        {{"watch", "--ready-fd", std::to_string(Program::kReadyFd + 1)}, 2, "no open descriptor"},
+        {{"debug", "on", "--call-timeout", "inf"}, 2, "no number of seconds"},
+        {{"clock", "advance", "x"}, 2, "'x' is no number"},
+        {{"clock", "advance", "--", "-1"}, 2, "'-1' is no number"},
+        {{"gpu", "fault", "--size", "x"}, 2, "--size"},
+        {{"kernel", "audio", "x", "1"}, 2, "CMD"},
+        {{"kernel", "display", "abc", "p"}, 2, "ID"},
+        {{"capture", "A034"}, 2, "five hexadecimal"},
+        {{"capture", "A034G"}, 2, "five hexadecimal"},
         {{"capture", "A0345", "--name", ""}, 2, "--name"},
         {{"capture", "A0345", "--dir", "/data/$x"}, 2, "--dir"},
         {{"capture", "A0345", "--logs", "android,paint"}, 2, "paint"},
@@ -50,19 +61,24 @@ TEST_F(RefusalsTest, ClientNeedsCorrectWordsAndAService) {
 TEST_F(RefusalsTest, ClientReportsWhatThePhoneRefuses) {
     const ReadyProgram host(hostCommand());
     const Refusal cases[] = {
-        {{"kernel", "audio", "x", "1"}, 2, "pelto: audio: 'x' is not"},
         {{"kernel", "display", "7", std::string(70000, 'x')}, 2, "'display' are too long"},
         {{"kernel", "display", "7", std::string(3832, 'x')}, 2, "at most 3831 bytes"},
-        {{"clock", "advance", "--", "-1"}, 2, "pelto: clock: '-1' is no number"},
-        {{"clock", "advance", "1e9"}, 2, "'1e9' is no number"},
-        {{"clock", "advance", "nan"}, 2, "'nan' is no number"},
+        {{"clock", "advance", "1e9"}, 2, "pelto: clock: '1e9' is no number"},
+        {{"control", "clock", "advance", "nan"}, 2, "'nan' is no number"},
+        {{"control", "audio", "x", "1"}, 2, "pelto: audio: 'x' is not"},
+        {{"control", "fault", "program", "paint", "hang"},
+         2,
+         "no program 'paint'; there are: audio"},
         {{"control", "paint"}, 2, "no command 'paint'"},
     };
     for (const Refusal& wrong : cases) refuses(wrong.words, wrong.code, wrong.why);
 }
 
 TEST_F(RefusalsTest, HostNeedsAPhoneAndCaptureReportsThatNoWholeArchiveWasMade) {
-    fails(hostCommand({"--threads", "0"}), 2, "peltoserviced: --threads");
+    Words badDescriptor = hostCommand();
+    badDescriptor.back() = std::string(300, '9');
+    fails(badDescriptor, 2, "peltoserviced: --ready-fd: is no open descriptor's number");
+    fails(hostCommand({"--threads", std::string(300, '9')}), 2, "9...; see");
     fails(hostCommand({}, "/none"), 3, "peltoserviced: ");
     fails(hostCommand({}, "/fs"), 3, "not a phone's folder");
     EXPECT_THAT(run(hostCommand({"--help"})).output, HasSubstr("Exit codes:"));

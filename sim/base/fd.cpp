@@ -1,8 +1,11 @@
 #include "sim/base/fd.h"
 
 #include <fcntl.h>
+#include <limits.h>
 
 #include <algorithm>
+
+#include "sim/base/text.h"
 
 namespace sim {
 
@@ -54,6 +57,11 @@ std::string readAll(int fd, size_t limit) {
         text.append(block, static_cast<size_t>(got));
     }
     return text;
+}
+
+std::string descriptorFault(const std::string& text) {
+    const auto fd = numberIn(text, 0, INT_MAX);
+    return fd && fcntl(static_cast<int>(*fd), F_GETFD) >= 0 ? "" : "is no open descriptor's number";
 }
 
 void tellReady(int fd) {

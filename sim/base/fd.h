@@ -69,6 +69,10 @@ bool writeFile(const std::string& path, std::string_view text);
 // Reads from the descriptor's position to the end, at most `limit` bytes.
 std::string readAll(int fd, size_t limit = SIZE_MAX);
 
+// Says what is wrong with the text as the number of an open descriptor of this process; "" when
+// nothing is.
+std::string descriptorFault(const std::string& text);
+
 // Signals readiness to the process that reads the other end of this pipe: writes "ready" and a
 // newline and closes the descriptor. No effect for -1.
 void tellReady(int fd);
