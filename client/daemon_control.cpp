@@ -6,13 +6,11 @@
 #include <string.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <fstream>
-#include <sstream>
 
 #include "client/verb_support.h"
 #include "client/wait_options.h"
@@ -29,9 +27,7 @@ constexpr int kFollowMillis = 1000;
 // it still matches, the pidfd refers to that process.
 sim::Fd openProcess(const ProcessId& process) {
     sim::Fd handle(static_cast<int>(syscall(SYS_pidfd_open, process.pid, 0)));
-    if (!handle.valid()) return handle;
-    const auto found = ProcessId::of(process.pid);
-    return found && found->startTicks == process.startTicks ? std::move(handle) : sim::Fd();
+    return handle.valid() && process.runs() ? std::move(handle) : sim::Fd();
 }
 
 // Signals our child and the rest of the process group that it leads. It is not reaped, so the
@@ -47,27 +43,6 @@ bool awaitReadable(int fd, int millis) {
 }
 
 }  // namespace
-
-std::optional<ProcessId> ProcessId::of(pid_t pid) {
-    std::ifstream file("/proc/" + std::to_string(pid) + "/stat");
-    std::string text;
-    if (!std::getline(file, text, '\0')) return std::nullopt;
-    // The start time is the 20th field after the name, which may hold blanks and parentheses.
-    std::istringstream fields(text.substr(text.rfind(')') + 1));
-    std::string skipped;
-    for (int field = 1; field < 20; ++field) fields >> skipped;
-    ProcessId found{pid, 0};
-    if (!(fields >> found.startTicks)) return std::nullopt;
-    return found;
-}
-
-double ProcessId::uptimeSeconds() const {
-    timespec now{};
-    clock_gettime(CLOCK_BOOTTIME, &now);
-    const double started =
-        static_cast<double>(startTicks) / static_cast<double>(sysconf(_SC_CLK_TCK));
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9 - started;
-}
 
 Daemon::Daemon(const std::string& runDir, const std::string& name)
     : mName(name), mFolder(runDir + "/daemons"), mOutput(runDir + "/" + name + ".log") {}

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <sim/base/fd.h>
+#include <sim/base/process_id.h>
 #include <sys/types.h>
 
 #include <functional>
@@ -10,15 +11,7 @@
 
 namespace pelto {
 
-// A process by number and start time: another process that gets the number later differs.
-struct ProcessId {
-    pid_t pid;
-    uint64_t startTicks;  // since the workstation's boot, in clock ticks
-
-    // The process that has the number at present.
-    static std::optional<ProcessId> of(pid_t pid);
-    double uptimeSeconds() const;
-};
+using sim::ProcessId;
 
 // A background process of the phone, and the process that it runs the service in when it is a
 // tracer or the like. Their numbers and start times are recorded in RUN/daemons/NAME, which
