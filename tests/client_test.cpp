@@ -36,16 +36,17 @@ TEST_F(ClientTest, StopsOnlyWhatItStarted) {
 // The tracer here is a program that runs the service as its child and would live on without it.
 TEST_F(ClientTest, NeitherWaitsForAFrozenServiceNorLeavesItBehind) {
     ASSERT_EQ(pelto({"phone", "start", "--under", "timeout 600 " + emulator()}).code, 0);
-    const auto json = [&] {
-        return nlohmann::json::parse(pelto({"phone", "status", "--json"}).output);
+    const auto status = [&](const char* limit) {
+        return pelto({"phone", "status", "--json", "--call-timeout", limit});
     };
-    const pid_t pid = json()["service"]["pid"];
+    const pid_t pid = nlohmann::json::parse(status("40").output)["service"]["pid"];
     const std::string process = "process " + std::to_string(pid);
     refuses({"phone", "start", "--threads", "2"}, 2, process);
     ASSERT_EQ(kill(pid, SIGSTOP), 0);
 
-    EXPECT_EQ(pelto({"phone", "status"}).code, 5);
-    EXPECT_EQ(json()["service"]["answers"], false);
+    const Result silent = status("0.1");
+    EXPECT_EQ(silent.code, 5);
+    EXPECT_EQ(nlohmann::json::parse(silent.output)["service"]["answers"], false);
     const Words verbs[] = {
         {"send", "a"}, {"watch"}, {"compositor"}, {"gpu", "await"}, {"kernel", "audio", "0", "1"}};
     for (Words words : verbs) {
@@ -182,8 +183,9 @@ TEST_F(ClientTest, WatchesWhatIsSent) {
     EXPECT_THAT(run(command({"send", "--stdin"}), input).errors, HasSubstr("line 1: too big"));
     std::ofstream(input) << "#\n" << std::string(1u << 20, 'x') << "\nafter\n";
     EXPECT_THAT(run(command({"send", "--stdin"}), input).errors, HasSubstr("line 2: too long"));
-    refuses({"watch", "--timeout", "0.01", "--count", "1"}, 5, "0 of 1");
-    EXPECT_EQ(pelto({"watch", "--timeout", "0.01"}).code, 0);
+    Program ended(command({"watch", "--timeout", "2"}));  // with the time to register
+    refuses({"watch", "--timeout", "2", "--count", "1"}, 5, "0 of 1");
+    EXPECT_EQ(ended.wait(), 0) << ended.errors();
     host.signal(SIGTERM);
     EXPECT_EQ(plain.wait(), 4);
     EXPECT_EQ(plain.output(), "");

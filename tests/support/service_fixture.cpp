@@ -39,7 +39,7 @@ Program::Words ServiceTest::hostCommand(const Words& more, const std::string& be
 
 Program::Words ServiceTest::command(const Words& words) {
     return joined(programOf(emulator(), PELTO_PROGRAM),
-                  joined({"--phone", phone().folder()}, words));
+                  joined({"--phone", phone().folder(), "--call-timeout", "40"}, words));
 }
 
 Program::Words ServiceTest::captureCommand(const Words& words) {

@@ -20,7 +20,8 @@ class ServiceTest : public PhoneTest {
     // The emulator's command for programs of another processor, else empty.
     static std::string emulator();
     // The command lines of this build's programs on the phone; the host's can name what lies below
-    // its folder. Those of hosts and watchers say when they are ready.
+    // its folder. Those of hosts and watchers say when they are ready. The client's gives the
+    // service long to answer, unless `words` say otherwise.
     Words hostCommand(const Words& more = {}, const std::string& below = "");
     Words command(const Words& words);
     Words captureCommand(const Words& words);
