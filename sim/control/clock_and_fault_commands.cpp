@@ -18,7 +18,8 @@ namespace {
 
 using Arguments = Control::Arguments;
 
-constexpr double kMaxSeconds = 1e8;  // three years
+constexpr double kMaxSeconds = 1e8;                               // three years
+constexpr int64_t kLastNanos = 9000000000 * int64_t{1000000000};  // in the year 2255
 constexpr double kMaxSleepers = 1000;
 constexpr std::chrono::seconds kSleepersTimeout{20};
 constexpr int kMaxStatus = 255;
@@ -34,6 +35,15 @@ double readNumber(const std::string& text, double max) {
     return number;
 }
 
+// Keeps the time within 64 bits however often it is moved on.
+Reply advance(double seconds) {
+    const int64_t step = std::llround(seconds * 1e9);
+    if (step > kLastNanos - Clock::get().wallNanos())
+        return {false, {"clock: no time after the year 2255"}};
+    Clock::get().advance(std::chrono::nanoseconds(step));
+    return {true, {}};
+}
+
 Reply awaitSleepers(const std::string& count) {
     const int least = static_cast<int>(readNumber(count, kMaxSleepers));
     if (Clock::get().waitForSleepers(least, std::chrono::seconds(0))) return {true, {}};
@@ -41,11 +51,8 @@ Reply awaitSleepers(const std::string& count) {
 }
 
 Reply runClock(const Arguments& words) {
-    if (words.size() == 2 && words[0] == "advance") {
-        const double seconds = readNumber(words[1], kMaxSeconds);
-        Clock::get().advance(std::chrono::nanoseconds(std::llround(seconds * 1e9)));
-        return {true, {}};
-    }
+    if (words.size() == 2 && words[0] == "advance")
+        return advance(readNumber(words[1], kMaxSeconds));
     if (words.size() == 2 && words[0] == "await-sleepers") return awaitSleepers(words[1]);
     throw std::invalid_argument("clock: takes advance SECONDS or await-sleepers N");
 }
