@@ -246,8 +246,11 @@ status_t Parcel::readNullableStrongBinder(sp<IBinder>* object) const {
 }
 
 status_t Parcel::readStrongBinder(sp<IBinder>* object) const {
+    const size_t start = mPos;
     const status_t status = readNullableStrongBinder(object);
-    return status == OK && *object == nullptr ? UNEXPECTED_NULL : status;
+    if (status != OK || *object != nullptr) return status;
+    mPos = start;
+    return UNEXPECTED_NULL;
 }
 
 bool Parcel::enforceInterface(const String16& interface) const {
