@@ -8,6 +8,7 @@
 #include <signal.h>
 #include <stdio.h>
 #include <string.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <atomic>
@@ -51,8 +52,10 @@ bool isLeftover(const std::string& name) {
 
 std::optional<std::string> Properties::get(const std::string& key) const {
     if (!isKey(key)) return std::nullopt;
-    Fd fd(open(path(key).c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-    if (!fd.valid()) return std::nullopt;
+    // O_NONBLOCK: a FIFO of that name does not make its reader wait.
+    Fd fd(open(path(key).c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    struct stat status {};
+    if (fstat(fd.get(), &status) < 0 || !S_ISREG(status.st_mode)) return std::nullopt;
     return readAll(fd.get(), kMaxValueBytes);
 }
 
