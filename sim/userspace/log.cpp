@@ -86,9 +86,7 @@ bool Log::append(std::string_view line) {
     }
     const int fd = mFd.load(std::memory_order_relaxed);
     if (!endsInsideLine(fd, status.st_size)) line.remove_prefix(1);
-    const ssize_t size = static_cast<ssize_t>(line.size());
-    mEnd.store(status.st_size + size, std::memory_order_relaxed);
-    return ::write(fd, line.data(), line.size()) == size;
+    return ::write(fd, line.data(), line.size()) == static_cast<ssize_t>(line.size());
 }
 
 // Whether lines still go into the opened file. One that was rotated is past its size.
@@ -97,10 +95,9 @@ bool Log::isCurrent(struct stat& status) const {
            status.st_size <= mFileBytes;
 }
 
-bool Log::endsInsideLine(int fd, off_t size) const {
+bool Log::endsInsideLine(int fd, off_t size) {
     char last = '\n';
-    return size > 0 && size != mEnd.load(std::memory_order_relaxed) &&
-           pread(fd, &last, 1, size - 1) == 1 && last != '\n';
+    return size > 0 && pread(fd, &last, 1, size - 1) == 1 && last != '\n';
 }
 
 void Log::openCurrent() {

@@ -61,7 +61,7 @@ class Log {
     bool writeLine(const Record& record, std::string_view text);
     bool append(std::string_view line);
     bool isCurrent(struct stat& status) const;
-    bool endsInsideLine(int fd, off_t size) const;
+    static bool endsInsideLine(int fd, off_t size);
     void openCurrent() SIM_EXCLUDES(mOpening);
     void rotate() const;
     std::string path(const char* name) const { return mDirectory + "/" + name; }
@@ -70,9 +70,6 @@ class Log {
     const off_t mFileBytes;
     // Keeps its number: a new file is put under it while others may be writing.
     std::atomic<int> mFd{-1};
-    // The file's size after this process's last line. Relaxed: another size costs a look at the
-    // file's last byte.
-    std::atomic<off_t> mEnd{0};
     Mutex mOpening;
     std::atomic<bool> mObserved{false};
     Mutex mObserverMutex;
