@@ -99,9 +99,11 @@ bool LogcatOptions::passes(std::string_view text) const {
     return line.priority >= (named == mTags.end() ? mOthers : named->second);
 }
 
-LogReader::LogReader(const std::string& directory)
-    : mDirectory(directory), mWatch(inotify_init1(IN_CLOEXEC | IN_NONBLOCK)) {
-    inotify_add_watch(mWatch.get(), mDirectory.c_str(), IN_MODIFY | IN_CREATE | IN_MOVED_TO);
+LogReader::LogReader(const std::string& directory, bool follows) : mDirectory(directory) {
+    if (follows) {
+        mWatch = Fd(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
+        inotify_add_watch(mWatch.get(), mDirectory.c_str(), IN_MODIFY | IN_CREATE | IN_MOVED_TO);
+    }
     openFiles();
 }
 
@@ -156,7 +158,7 @@ bool LogReader::wait(int timeoutMillis) {
 }
 
 int runLogcat(const std::string& directory, const LogcatOptions& options, int outputFd) {
-    LogReader reader(directory);
+    LogReader reader(directory, !options.dump);
     bool open = true;
     auto print = [&](std::string line) {
         line += '\n';

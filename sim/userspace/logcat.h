@@ -44,11 +44,13 @@ struct LogcatOptions {
 // Threads: one.
 class LogReader {
   public:
-    explicit LogReader(const std::string& directory);
+    // Without `follows` no change is waited for.
+    explicit LogReader(const std::string& directory, bool follows = true);
 
     // Calls `take` with every whole line since the last call, oldest first, without its newline.
     void read(const std::function<void(std::string_view)>& take);
-    // Waits until there may be new lines; false after the timeout (-1: none).
+    // Waits until there may be new lines; false after the timeout (-1: none). Only of one that
+    // follows.
     bool wait(int timeoutMillis);
 
   private:
