@@ -40,10 +40,11 @@ class Control {
     // Removes the socket, so that none is left when the process ends.
     void withdraw() SIM_EXCLUDES(mMutex);
 
-  private:
-    friend class ControlServer;
+    // Runs a command on the caller's thread, as the server does: the command's name, then its
+    // arguments; at least one word.
     Reply run(const Arguments& words) SIM_EXCLUDES(mMutex);
 
+  private:
     const std::string mDirectory;
     Log& mLog;
     Mutex mMutex;
