@@ -82,7 +82,7 @@ everything() {
     preset tsan || true
     preset arm32 || true
     stage 'benchmarks' ./bench.sh --quick || true
-    if stage 'fuzz: build' build fuzz; then stage 'fuzzers' tools/run_fuzzers.sh build/fuzz 20 || true; fi
+    if stage 'fuzz: build' build fuzz; then stage 'fuzzers' tools/run_fuzzers.sh build/fuzz 90 || true; fi
 }
 
 # The level of tools/setup.sh for the chosen presets.

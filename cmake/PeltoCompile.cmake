@@ -3,7 +3,8 @@ find_package(Threads REQUIRED)
 
 add_library(pelto_compile INTERFACE)
 target_include_directories(pelto_compile INTERFACE ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/platform)
-# No program replaces functions of the shared libraries, so they may be inlined within one.
+# Functions of the shared libraries may be inlined in their own source file: the one that a program
+# replaces (fuzz/capture_fuzzer.cpp) is called from another.
 target_compile_options(pelto_compile INTERFACE -fno-semantic-interposition)
 # The workstation's file systems have directory offsets of 64 bits; a 32-bit readdir() stops early at
 # them.

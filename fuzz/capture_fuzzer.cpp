@@ -1,120 +1,110 @@
 // Passes information strings to the exception reporter, the steps of the log-capture thread and the
 // audio dump, on a phone with links that lead out of it. No string may change anything outside the
-// phone's files.
-#include <filesystem>
-#include <fstream>
-#include <set>
-#include <sstream>
-#include <string>
+// phone's files, nor hand the workstation's programs, which are not started, anything there.
+#include <fcntl.h>
+#include <sys/wait.h>
 
-#include "fuzz/fuzz_phone.h"
+#include <set>
+
+#include "fuzz/confinement.h"
+#include "fuzz/folder_watch.h"
+#include "fuzz/hostile_phone.h"
 #include "logcapture/KelvoAudioDumpsysLogThread.h"
 #include "logcapture/KelvoPeltoLogThread.h"
 #include "logcapture/KelvoWexRaiseException.h"
+#include "sim/base/root.h"
+#include "sim/shell/shell.h"
+#include "sim/shell/workstation_programs.h"
+#include "sim/userspace/log.h"
 #include "sim/userspace/services.h"
 
 using namespace android;
-namespace fs = std::filesystem;
 
 namespace {
 
-constexpr size_t kMaxText = 8192;
+int gPrograms = 0;  // how many would have been started
 
-// An input byte from 0x80 on stands for one of these tokens, any other for itself.
-constexpr const char* kTokens[] = {
-    ",",         "/",       "/..",         "/../",  "/data/x/", "/data/out/", "/data/link",
-    "/data/in/", "E1",      "A0345",       "127",   "4",        "*",          " > ",
-    " -C ",      " -rf ",   " --",         "\n",    " ",        ".",          "/../run/precious/",
-    "/sys/",     "@BESIDE", "@BESIDE/E1/", "$(id)", "; id",     "| id",       "`id`",
-    "-I id",     "~",       "/proc/self/", "-c",
-};
-
-// The phone's files, and the files beside them that must not change.
+// Watches the phone's files, to restore those that an input changes, and the folders beside them.
 class World {
   public:
     World() {
-        for (const std::string& place : {mBeside, mFolder + "/run/precious"}) {
-            write(place + "/E1/file");
-            fs::permissions(place + "/E1/file", fs::perms(0600));
+        mPhone.log().clear();
+        for (const std::string& folder :
+             {mPhone.folder(), mPhone.runDir(), mFiles.beside(), mFiles.beside() + "/E1",
+              mFiles.precious(), mFiles.precious() + "/E1"})
+            mBeside.add(folder);
+        mInside.add(mFiles.fs());
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(mFiles.fs())) {
+            mPlanted.insert(entry.path());
+            if (entry.is_directory() && !entry.is_symlink()) mInside.add(entry.path());
         }
-        mState = state();
+        mPhone.shell().run("touch /data/x/file");
+        require(gPrograms == 1, "the shell's programs are those of the fuzzer");
     }
 
-    // The text for a fuzzer's input, its tokens replaced.
-    std::string read(const uint8_t* data, size_t size) const {
-        std::string text;
-        for (size_t i = 0; i < size && text.size() < kMaxText; ++i) {
-            const std::string token = kTokens[data[i] % std::size(kTokens)];
-            if (data[i] < 0x80) {
-                text += static_cast<char>(data[i]);
-            } else {
-                text += token[0] == '@' ? mBeside + token.substr(7) : token;
+    String8 informationOf(const uint8_t* data, size_t size) const {
+        return String8(mFiles.textOf(data, size));
+    }
+
+    void check() {
+        mBeside.read([&](const std::string& folder, const std::string& name, uint32_t) {
+            // What the phone writes as it runs.
+            const bool written = name == "kernel_log" || name == "stats";
+            require(written && folder == mPhone.runDir(), folder + '/' + name + " is as it was");
+        });
+    }
+
+    // Takes away what was made in the phone's files and restores what was changed.
+    void reset() {
+        bool changed = false;
+        mInside.read([&](const std::string& folder, const std::string& name, uint32_t changes) {
+            const std::string path = folder + '/' + name;
+            if (mPlanted.count(path) == 0) {
+                std::filesystem::remove_all(path);
+            } else if ((changes & IN_ISDIR) == 0) {
+                changed = true;
             }
-        }
-        return text;
-    }
-
-    // Restores the phone's files before each input.
-    void reset() const {
-        const fs::path root = mFolder + "/fs";
-        for (const auto& entry : fs::directory_iterator(root)) fs::remove_all(entry.path());
-        for (int i = 0; i < 10; ++i)
-            write(root / "data/persist_log/TMP/audio_dumpsys" / std::to_string(i));
-        for (const char* file : {"data/tombstones/tombstone_00", "data/in/E1/file", "data/x/file"})
-            write(root / file);
-        fs::create_directory_symlink(mBeside, root / "data/out");
-        for (const char* link : {"data/link", "data/in/E1/link", "data/tombstones/tombstone_01"})
-            fs::create_symlink(mBeside + "/E1/file", root / link);
-    }
-
-    void check() const {
-        const std::string now = state();
-        require(now == mState, "outside the phone's files:\n" + now + "is\n" + mState);
+        });
+        if (changed) mFiles.plant();
+        mInside.read([](const std::string&, const std::string&, uint32_t) {});
+        // Else each input would list and print those of all before it.
+        const std::string run = mPhone.runDir();
+        require(truncate((run + "/log/main").c_str(), 0) == 0, "the log is emptied");
+        unlink((run + "/reports/00000001.report").c_str());
+        mBeside.read([](const std::string&, const std::string&, uint32_t) {});
     }
 
   private:
-    static void write(const fs::path& path) {
-        fs::create_directories(path.parent_path());
-        std::ofstream(path) << "alive";
-    }
-
-    // Names, permissions, times and contents of everything beside the phone's files; only the names
-    // of the files that the phone writes as it runs.
-    std::string state() const {
-        static const std::set<fs::path> written = {"fs",       "run/init",       "run/kernel_log",
-                                                   "run/log",  "run/properties", "run/reports",
-                                                   "run/stats"};
-        std::ostringstream text;
-        for (fs::recursive_directory_iterator entry(mFolder), end; entry != end; ++entry) {
-            text << entry->path() << '\n';
-            if (written.count(entry->path().lexically_relative(mFolder)) != 0) {
-                entry.disable_recursion_pending();
-                continue;
-            }
-            text << static_cast<int>(entry->status().permissions()) << ' '
-                 << entry->last_write_time().time_since_epoch().count() << '\n';
-            if (entry->is_regular_file()) text << std::ifstream(entry->path()).rdbuf() << '\n';
-        }
-        return text.str();
-    }
-
-    const std::string mFolder = fuzzPhone().folder(), mBeside = mFolder + "/beside";
-    std::string mState;
+    sim::Phone& mPhone = fuzzPhone();
+    const HostilePhone mFiles;
+    std::set<std::string> mPlanted;
+    FolderWatch mInside, mBeside;
 };
+
+void dumpAudio(const String8& info) {
+    sp<KelvoAudioDumpsysLogThread>(new KelvoAudioDumpsysLogThread(info))->threadLoop();
+    fuzzPhone().services().awaitStopped();
+}
 
 }  // namespace
 
+// Stands in for the phone's own, which starts the program.
+int sim::runWorkstationProgram(const Root& root, Log&, const WorkstationCommand& command, int) {
+    ++gPrograms;
+    Confinement(root.directory(), command).check();
+    return 0;
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    static const World& world = *new World;
-    world.reset();
-    const String8 info(world.read(data, size));
+    static World& world = *new World;
+    const String8 info = world.informationOf(data, size);
     sp<KelvoWexRaiseException>(new KelvoWexRaiseException(info))->WexRaiseException();
     const sp<KelvoPeltoLogThread> capture = new KelvoPeltoLogThread(info);
     capture->doLogCaputure();
     capture->doCompressFile();
     capture->deleteFiles();
-    sp<KelvoAudioDumpsysLogThread>(new KelvoAudioDumpsysLogThread(info))->threadLoop();
-    fuzzPhone().services().awaitStopped();
+    if (size % 4 == 0) dumpAudio(info);  // takes as long as all before it
     world.check();
+    world.reset();
     return 0;
 }
