@@ -17,8 +17,6 @@ namespace {
 constexpr char kCaptureLogs[] = "pelto_event_multimedia_capture_logs";
 constexpr char kAudioDumpsys[] = "pelto_event_multimedia_audio_dumpsys";
 constexpr char kDumpKernelLog[] = "event_audio_detect_dump_log";
-// The most bytes of type, "$" and information together; the service drops a longer event.
-constexpr size_t kMaxEventBytes = 1023;
 
 const std::map<std::string, int> kLogTypes = {
     {"android", 1}, {"kernel", 2}, {"tombstones", 4},      {"audio", 8},     {"trace", 16},

@@ -16,24 +16,32 @@ struct SendOptions {
     std::string info;
     bool nativeOnly = false;
     bool fromStdin = false;
+    bool strict = false;
 };
 
 class Sender {
   public:
-    Sender(Client& client, bool nativeOnly) : mService(client.service()), mNativeOnly(nativeOnly) {}
+    Sender(Client& client, const SendOptions& options)
+        : mService(client.service()), mNativeOnly(options.nativeOnly), mStrict(options.strict) {}
 
     // Throws what check() throws; `what` names the event.
     void send(const std::string& type, const std::string& info, const std::string& what) {
+        const size_t bytes = type.size() + 1 + info.size();
+        const std::string tooLong =
+            what + ": reaches no listener of the service: " + std::to_string(bytes) +
+            " bytes with its type, the limit is " + std::to_string(kMaxEventBytes);
+        if (bytes > kMaxEventBytes && mStrict) throw Failure(kFailed, tooLong + "; not sent");
         PeltoServiceCalls calls(mService.get());
         const android::status_t status = mNativeOnly
                                              ? calls.setEventToNative(String8(type), String8(info))
                                              : calls.setEvent(String8(type), String8(info));
         check(status, what, mService);
+        if (bytes > kMaxEventBytes) fprintf(stderr, "pelto: %s\n", tooLong.c_str());
     }
 
   private:
     const android::sp<android::IBinder> mService;
-    const bool mNativeOnly;
+    const bool mNativeOnly, mStrict;
 };
 
 void sendLine(Sender& sender, const std::string& line, const std::string& place) {
@@ -65,7 +73,7 @@ int send(Client& client, const SendOptions& options) {
     if (options.fromStdin == !options.type.empty()) {
         throw Failure(kUsage, "send takes TYPE [INFO] or --stdin; see pelto send --help");
     }
-    Sender sender(client, options.nativeOnly);
+    Sender sender(client, options);
     if (options.fromStdin) return sendLines(sender);
     sender.send(options.type, options.info, "send");
     return kDone;
@@ -78,6 +86,9 @@ void addSend(CLI::App& app, Client& client) {
     verb->add_option("INFO", options->info, "Its information, such as key:value,key:value");
     verb->add_flag("--native-only", options->nativeOnly,
                    "Only for the listeners in the service's own process");
+    verb->add_flag(
+        "--strict", options->strict,
+        "Refuse an event that is too long for the service's listeners, with exit code 1");
     verb->add_flag(
         "--stdin", options->fromStdin,
         "Send one event a line of the standard input, each \"TYPE INFO\"; blank lines and "

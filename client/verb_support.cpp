@@ -83,6 +83,10 @@ void Client::needsVerb(CLI::App* app) {
     });
 }
 
+void Client::limitCallsByDefault(double seconds) {
+    if (mCallTimeout->count() == 0) mCallSeconds = seconds;
+}
+
 sim::Phone& Client::phone() {
     try {
         return sim::Phone::open(mFolder);

@@ -58,9 +58,7 @@ class Client {
     std::chrono::nanoseconds callLimit() const;
     void limitCallsTo(double seconds) { mCallSeconds = std::min(mCallSeconds, seconds); }
     // The limit when no --call-timeout is given.
-    void limitCallsByDefault(double seconds) {
-        if (mCallTimeout->count() == 0) mCallSeconds = seconds;
-    }
+    void limitCallsByDefault(double seconds);
 
     const std::string& folder() const { return mFolder; }
     // Opens the phone. Throws Failure(kNoPhone).
@@ -84,6 +82,10 @@ class Client {
     CLI::Option* mCallTimeout = nullptr;
     int mExitCode = kDone;
 };
+
+// The most bytes of an event's type, "$" and information together: no listener of the service gets
+// a longer event, native clients do.
+constexpr size_t kMaxEventBytes = 1023;
 
 // The process at the other end of a service that findService() has found.
 pid_t processOf(const android::sp<android::IBinder>& service);

@@ -181,6 +181,13 @@ TEST_F(ClientTest, WatchesWhatIsSent) {
     // A line too big for a call fails, and the next one is not sent.
     std::ofstream(input) << "big " << std::string(1045000, 'x') << "\nafter\n";
     EXPECT_THAT(run(command({"send", "--stdin"}), input).errors, HasSubstr("line 1: too big"));
+    const std::string longest(1018, 'x');  // with "kind" and "$" 1023 bytes
+    EXPECT_EQ(pelto({"send", "kind", longest, "--strict"}).errors, "");
+    const Result longer = pelto({"send", "kind", longest + "x"});
+    EXPECT_TRUE(longer.code == 0 && plain.line() == "kind " + longest);
+    EXPECT_THAT(longer.errors, MatchesRegex("pelto: send: [^\n]* 1024 bytes [^\n]* 1023\n"));
+    EXPECT_EQ(plain.line(), "kind " + longest + "x");
+    refuses({"send", "kind", longest + "x", "--strict"}, 1, "not sent");
     std::ofstream(input) << "#\n" << std::string(1u << 20, 'x') << "\nafter\n";
     EXPECT_THAT(run(command({"send", "--stdin"}), input).errors, HasSubstr("line 2: too long"));
     Program ended(command({"watch", "--timeout", "2"}));  // with the time to register
