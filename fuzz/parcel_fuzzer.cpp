@@ -20,11 +20,11 @@ class Reference {
     size_t position() const { return mPosition; }
     void seek(size_t position) { mPosition = position; }
 
-    std::optional<std::string_view> bytes(size_t size) {
+    std::optional<std::string_view> bytes(uint64_t size) {
         const std::string_view rest = left();
         if (size > rest.size()) return std::nullopt;
-        mPosition += std::min((size + 3) / 4 * 4, rest.size());
-        return rest.substr(0, size);
+        mPosition += std::min<uint64_t>((size + 3) / 4 * 4, rest.size());
+        return rest.substr(0, static_cast<size_t>(size));
     }
     template <typename T>
     std::optional<T> number() {
@@ -42,8 +42,9 @@ class Reference {
     std::optional<std::string_view> text(size_t unit) {
         const size_t start = mPosition;
         const auto length = number<int32_t>();
-        const auto taken = length && *length >= 0 ? bytes((static_cast<size_t>(*length) + 1) * unit)
-                                                  : std::nullopt;
+        const auto taken = length && *length >= 0
+                               ? bytes((static_cast<uint64_t>(*length) + 1) * unit)
+                               : std::nullopt;
         if (taken && taken->substr(taken->size() - unit) == std::string(unit, '\0'))
             return without(taken, unit);
         mPosition = start;
