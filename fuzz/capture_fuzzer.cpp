@@ -22,6 +22,8 @@ using namespace android;
 
 namespace {
 
+constexpr size_t kMaxInput = 256;  // longer paths take much longer to make and are cut anyway
+
 int gPrograms = 0;  // how many would have been started
 
 // Watches the phone's files, to restore those that an input changes, and the folders beside them.
@@ -97,7 +99,7 @@ int sim::runWorkstationProgram(const Root& root, Log&, const WorkstationCommand&
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     static World& world = *new World;
-    const String8 info = world.informationOf(data, size);
+    const String8 info = world.informationOf(data, std::min(size, kMaxInput));
     sp<KelvoWexRaiseException>(new KelvoWexRaiseException(info))->WexRaiseException();
     const sp<KelvoPeltoLogThread> capture = new KelvoPeltoLogThread(info);
     capture->doLogCaputure();
