@@ -1,5 +1,6 @@
 // Sends datagrams to the simulated kernel, which takes them apart and answers, and behind each a
 // look-up, which it must still answer.
+#include <errno.h>
 #include <linux/genetlink.h>
 #include <linux/netlink.h>
 #include <string.h>
@@ -98,7 +99,10 @@ class Client {
     std::string receive() {
         std::string datagram(8192, '\0');
         require(mKernel.mayReceive(mSocket.get()), "no answer is lost");
-        const ssize_t got = recv(mSocket.get(), datagram.data(), datagram.size(), 0);
+        ssize_t got;
+        do {
+            got = recv(mSocket.get(), datagram.data(), datagram.size(), 0);
+        } while (got < 0 && errno == EINTR);  // by the fuzzing engine's timer
         require(got > 0, "the look-up is answered");
         datagram.resize(static_cast<size_t>(got));
         return datagram;
