@@ -127,6 +127,7 @@ void LogReader::read(const std::function<void(std::string_view)>& take) {
         drain(take);
         std::swap(mOld, mMain);
         mOld = Fd();
+        mPartial.clear();  // its last line was cut short and is not continued in the next file
     }
     for (drain(take); mainWasReplaced(); drain(take)) {
         drain(take);  // lines written before it was replaced
