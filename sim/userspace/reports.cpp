@@ -122,7 +122,8 @@ std::vector<Report> Reports::after(uint64_t number) const {
     std::vector<Report> found;
     for (uint64_t candidate : numbers()) {
         if (candidate <= number) continue;
-        Fd fd(open(path(candidate).c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+        // O_NONBLOCK: a FIFO of that name does not make its reader wait.
+        Fd fd(open(path(candidate).c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
         std::string record = fd.valid() ? readAll(fd.get(), kRecordBytes + 1) : "";
         if (record.size() == kRecordBytes) found.push_back(decode(candidate, std::move(record)));
     }
