@@ -30,10 +30,11 @@ sim::Fd openProcess(const ProcessId& process) {
     return handle.valid() && process.runs() ? std::move(handle) : sim::Fd();
 }
 
-// Signals our child and the rest of the process group that it leads. It is not reaped, so the
-// number is still its own.
-void endGroup(pid_t pid, int signal) {
-    kill(-pid, signal);
+// Ends our child and the rest of the process group that it leads, and waits for its end. It has not
+// been reaped, so the number is still its own.
+void endGroup(pid_t pid) {
+    kill(-pid, SIGKILL);
+    sim::waitForExit(pid);
 }
 
 // Waits until the pipe has data or the pidfd's process has ended; false when time runs out.
@@ -91,7 +92,7 @@ void Daemon::record(const std::vector<ProcessId>& processes) const {
     file.close();
     if (!file || rename(fresh.c_str(), path.c_str()) != 0) {
         const std::string why = strerror(errno);
-        endGroup(processes[0].pid, SIGTERM);
+        endGroup(processes[0].pid);
         throw Failure(kFailed,
                       path + ": cannot be written (" + why + "); " + mName + " was ended again");
     }
@@ -136,8 +137,7 @@ void Daemon::awaitReady(const ProcessId& process, int readyFd) const {
     char line[8];
     const bool inTime = awaitReadable(readyFd, kTimeoutMillis);
     if (inTime && read(readyFd, line, sizeof line) > 0) return;
-    endGroup(process.pid, SIGKILL);
-    sim::waitForExit(process.pid);
+    endGroup(process.pid);
     const std::string said = lastLine();
     throw Failure(inTime ? kFailed : kTimeout,
                   mName + " did not start: " + (said.empty() ? "see " + mOutput : said));
