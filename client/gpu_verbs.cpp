@@ -1,6 +1,7 @@
 // Verbs for faults of the graphics driver, the statistics about them and the clock that times them.
 #include <sim/base/line_file.h>
 #include <stdio.h>
+#include <string.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -75,7 +76,9 @@ std::string statisticText(std::string line) {
 }
 
 int showStatistics(Client& client, bool json) {
-    std::istringstream lines(client.phone().stats().read());
+    const auto text = client.phone().stats().read();
+    if (!text) throw Failure(kFailed, std::string("stats: cannot be read: ") + strerror(errno));
+    std::istringstream lines(*text);
     for (std::string line; std::getline(lines, line);) {
         puts(json ? statisticJson(line).c_str() : statisticText(line).c_str());
     }

@@ -1,4 +1,5 @@
 // The phone's folder as a trust boundary, and on a disk that is full or cannot be written.
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <sched.h>
 #include <sys/mount.h>
@@ -8,6 +9,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include "sim/base/line_file.h"
+#include "sim/kernel/kernel_log.h"
 #include "sim/userspace/reports.h"
 #include "tests/support/service_fixture.h"
 
@@ -140,6 +143,19 @@ TEST_F(StorageTest, ReadsAPhoneThatCannotBeWritten) {
     refuses({"kernel", "log", "text"}, 1, why);
     fails(hostCommand(), 3, why);
     EXPECT_THAT(pelto({"phone", "start"}).errors, HasSubstr(why));
+}
+
+TEST_F(StorageTest, KeepsTheLinesOfAFileThatIsLocked) {
+    ASSERT_TRUE(phone().kernelLog().append("kept") && phone().stats().append("kept"));
+    {
+        const sim::Fd messages(open(below("run/kernel_log").c_str(), O_RDONLY));
+        const sim::Fd stats(open(below("run/stats").c_str(), O_RDONLY));
+        const sim::FileLock locks[] = {sim::FileLock(messages.get()), sim::FileLock(stats.get())};
+        EXPECT_EQ(std::nullopt, phone().kernelLog().readAndClear());
+        refuses({"stats"}, 1, "Device or resource busy");
+    }
+    EXPECT_THAT(phone().kernelLog().readAndClear(), testing::Optional(HasSubstr("kept")));
+    EXPECT_EQ("kept\n", pelto({"stats"}).output);
 }
 
 }  // namespace

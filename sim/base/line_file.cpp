@@ -22,6 +22,17 @@ bool shorten(int fd, size_t size) {
     return ftruncate(fd, 0) == 0 && writeAll(fd, kept.data(), kept.size());
 }
 
+std::optional<std::string> readWhole(const std::string& path, bool clears) {
+    const Fd file = openFile(path, clears ? O_RDWR : O_RDONLY);
+    if (!file.valid() && errno == ENOENT) return "";  // no line yet
+    if (!file.valid()) return std::nullopt;
+    const FileLock lock(file.get());
+    if (!lock.held()) return std::nullopt;
+    std::string text = readAll(file.get());
+    if (clears && ftruncate(file.get(), 0) < 0) return std::nullopt;
+    return text;
+}
+
 }  // namespace
 
 bool LineFile::append(std::string_view line) {
@@ -44,17 +55,12 @@ bool LineFile::append(std::string_view line) {
     return false;
 }
 
-std::string LineFile::read() const {
-    const Fd file = openFile(mPath, O_RDONLY);
-    const FileLock lock(file.get());
-    return lock.held() ? readAll(file.get()) : "";
+std::optional<std::string> LineFile::read() const {
+    return readWhole(mPath, false);
 }
 
-std::string LineFile::readAndClear() {
-    const Fd file = openFile(mPath, O_RDWR);
-    const FileLock lock(file.get());
-    std::string text = lock.held() ? readAll(file.get()) : "";
-    return ftruncate(file.get(), 0) < 0 ? "" : text;
+std::optional<std::string> LineFile::readAndClear() {
+    return readWhole(mPath, true);
 }
 
 }  // namespace sim

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -19,10 +20,11 @@ class LineFile {
     // Cuts a line after kMaxLineBytes; newlines in it become blanks. False with errno set, and
     // nothing of the line in the file, when it cannot be written whole.
     bool append(std::string_view line);
-    std::string read() const;
+    // The lines; nothing, with errno set, when the file is there and cannot be read.
+    std::optional<std::string> read() const;
     // Reads and empties the file in one step, so that no line is read twice or lost in between.
-    // Returns "" when it cannot be emptied.
-    std::string readAndClear();
+    // Nothing, with errno set and the lines kept, when it cannot do both.
+    std::optional<std::string> readAndClear();
 
   private:
     const std::string mPath;

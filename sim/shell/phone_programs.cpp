@@ -41,9 +41,11 @@ int logcat(Log& log, const Words& words, int outputFd) {
 }
 
 int dmesg(Log& log, KernelLog& kernelLog, const Words& words, int outputFd) {
-    if (words.empty()) return print(outputFd, kernelLog.read());
-    if (words == Words{"-c"}) return print(outputFd, kernelLog.readAndClear());
-    return complain(log, "dmesg: takes -c alone");
+    const bool clears = words == Words{"-c"};
+    if (!clears && !words.empty()) return complain(log, "dmesg: takes -c alone");
+    const auto lines = clears ? kernelLog.readAndClear() : kernelLog.read();
+    return lines ? print(outputFd, *lines)
+                 : complain(log, std::string("dmesg: ") + strerror(errno));
 }
 
 int dumpsys(Log& log, const Words& words, int outputFd) {
