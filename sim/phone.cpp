@@ -59,9 +59,9 @@ template <typename Failure = std::runtime_error>
 }
 
 // Refuses a folder whose entries another user could exchange: the product's paths and the phone's
-// state are only as safe as the folder. Closes one that others can merely read.
-void checkTrust(const std::string& folder) {
-    const Fd opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+// state are only as safe as the folder. Returns it opened.
+Fd checkTrust(const std::string& folder) {
+    Fd opened(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     const int error = opened.valid() ? 0 : errno;
     struct stat status {};
     if (::lstat(folder.c_str(), &status) < 0) refuse<NoPhone>(folder, strerror(errno));
@@ -72,7 +72,14 @@ void checkTrust(const std::string& folder) {
     if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0)
         refuse(folder, "can be written by other users; if they left nothing in it: chmod 700");
     if (error != 0) refuse(folder, strerror(error));
-    if ((status.st_mode & (S_IRWXG | S_IRWXO)) != 0) fchmod(opened.get(), S_IRWXU);
+    return opened;
+}
+
+// Keeps others from reading what a phone's folder holds. One that cannot be written stays as it is.
+void closeToOthers(const Fd& folder) {
+    struct stat status {};
+    if (fstat(folder.get(), &status) == 0 && (status.st_mode & (S_IRWXG | S_IRWXO)) != 0)
+        fchmod(folder.get(), S_IRWXU);
 }
 
 std::string markerPath(const fs::path& folder) {
@@ -115,8 +122,7 @@ void makePhone(const fs::path& folder) {
         fs::create_directories(fs::absolute(folder).parent_path());
         if (::mkdir(folder.c_str(), S_IRWXU) < 0 && errno != EEXIST)
             refuse(folder, strerror(errno));
-        checkTrust(folder);
-        const Fd made(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        const Fd made = checkTrust(folder);
         if (!lockWithin(made.get(), kTimeout)) refuse(folder, "another process works on it");
         if (isPhone(folder)) return;
         if (!isUnfinished(folder)) refuse<NoPhone>(folder, "is neither empty nor a phone");
@@ -169,7 +175,7 @@ Phone& Phone::create(const std::string& given) {
 
 Phone& Phone::open(const std::string& given) {
     const std::string folder = withoutSlashes(given);
-    checkTrust(folder);
+    const Fd opened = checkTrust(folder);
     std::error_code error;
     const std::string path = fs::canonical(folder, error).string();
     if (error) refuse(folder, error.message());
@@ -180,6 +186,7 @@ Phone& Phone::open(const std::string& given) {
             refuse<NoPhone>(folder, "is not a phone's folder");
         if (status.st_uid != geteuid()) refuse(folder + directory, "belongs to another user");
     }
+    closeToOthers(opened);
     if (Phone* phone = find()) {
         if (phone->mFolder != path) refuse(folder, "this process runs in " + phone->mFolder);
         return *phone;

@@ -58,8 +58,13 @@ class StorageTest : public ServiceTest {
 TEST_F(StorageTest, RefusesAFolderThatOthersCouldExchange) {
     const std::string folder = below("other"), link = below("link");
     umask(0);
-    ASSERT_EQ(0, startIn(folder + "/").code);
     const auto mode = [&] { return fs::status(folder).permissions(); };
+    fs::create_directories(folder + "/mine");
+    fs::permissions(folder, fs::perms(0755));
+    EXPECT_EQ(1, startIn(folder).code);
+    EXPECT_EQ(fs::perms(0755), mode()) << "is no phone's";
+    fs::remove(folder + "/mine");
+    ASSERT_EQ(0, startIn(folder + "/").code);
     EXPECT_EQ(fs::perms::owner_all, mode());
     fs::permissions(folder, fs::perms(0755));
     EXPECT_EQ(0, pelto({"getprop", "--phone", folder}).code);
