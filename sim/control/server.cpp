@@ -19,6 +19,8 @@ namespace {
 
 constexpr char kTag[] = "sim_control";
 constexpr int kRetryMillis = 20;
+constexpr int kFullMillis = 100;          // between looks for an idle connection
+constexpr std::chrono::seconds kIdle{1};  // a client asks at once when it has come
 
 std::deque<std::string> datagramsOf(const Reply& reply) {
     std::vector<std::string> texts{reply.ok ? "ok" : kErrorWords[static_cast<int>(reply.error)]};
@@ -58,7 +60,7 @@ class ControlServer {
         Fd fd;
         // The next request is read once `pending` and `unsent` are empty.
         Control::Arguments pending;                   // the request to be tried again
-        std::chrono::steady_clock::time_point asked;  // when it came
+        std::chrono::steady_clock::time_point asked;  // when it came; before it, the client
         std::deque<std::string> unsent;               // datagrams of its reply
 
         // The events to poll for; a hang-up is reported in any case.
@@ -66,10 +68,13 @@ class ControlServer {
             if (!unsent.empty()) return POLLOUT;
             return pending.empty() ? POLLIN : 0;
         }
-        // Whether nobody waits for an answer here, or no longer.
+        // Whether nobody waits for an answer here, or no longer. A request that was not taken yet
+        // counts.
         bool idle() const {
-            return (pending.empty() && unsent.empty()) ||
-                   std::chrono::steady_clock::now() - asked > kReplyTimeout;
+            const auto since = std::chrono::steady_clock::now() - asked;
+            if (!pending.empty() || !unsent.empty()) return since > kReplyTimeout;
+            char byte;
+            return since > kIdle && recv(fd.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) <= 0;
         }
     };
 
@@ -84,7 +89,7 @@ class ControlServer {
 
     void turn() {
         std::vector<pollfd> polled{{mFull ? -1 : mSocket.listening.get(), POLLIN, 0}};
-        int timeout = mFull ? 1000 : -1;
+        int timeout = mFull ? kFullMillis : -1;
         for (const Connection& connection : mConnections) {
             polled.push_back({connection.fd.get(), connection.events(), 0});
             if (!connection.pending.empty()) timeout = kRetryMillis;
@@ -97,7 +102,7 @@ class ControlServer {
         if (polled[0].revents != 0 || mFull) accept();
     }
 
-    // New clients wait in the kernel while each of those accepted waits for an answer.
+    // New clients wait in the kernel while none of those accepted is idle.
     void accept() {
         mFull = !makeRoom();
         if (mFull) return;
@@ -108,7 +113,7 @@ class ControlServer {
         } else if (const auto peer = peerOf(fd.get()); !peer || !isTrusted(*peer)) {
             mLog.write(kWarn, kTag, "a process of another user is refused");
         } else {
-            mConnections.push_back({std::move(fd), {}, {}, {}});
+            mConnections.push_back({std::move(fd), {}, std::chrono::steady_clock::now(), {}});
         }
     }
 

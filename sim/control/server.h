@@ -25,7 +25,8 @@ class Control {
     using Arguments = std::vector<std::string>;
     using Command = std::function<Reply(const Arguments& arguments)>;  // without the command's name
 
-    // A further connection closes the oldest one that waits for no answer; while all wait, it does.
+    // A further connection closes the oldest one that has waited for no answer for a second; while
+    // there is none, it waits.
     static constexpr size_t kMaxConnections = 32;
 
     // `log` must outlive this object.
