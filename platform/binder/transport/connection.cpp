@@ -209,9 +209,12 @@ int64_t Connection::idleSince() {
     return idle ? mLastCallNanos : INT64_MAX;
 }
 
-void Connection::evict() {
-    logEnd("it was idle and others want in");
+bool Connection::endIdle(int64_t since) {
+    onReady(EPOLLIN);  // a call that has arrived counts
+    if (idleSince() > since) return false;
+    if (!ended()) logEnd("it was idle and others want in");
     tearDown();
+    return true;
 }
 
 void Connection::tearDown() {

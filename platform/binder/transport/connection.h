@@ -89,8 +89,9 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
     // Loop's thread only: when the last call came, if the other side waits for nothing of ours, has
     // read all and keeps no object here; else INT64_MAX.
     int64_t idleSince() EXCLUDES(mLock);
-    // Loop's thread only: ends the connection in favour of others.
-    void evict() EXCLUDES(mLock);
+    // Loop's thread only: ends the connection if it is still idle since then; true when it was
+    // ended.
+    bool endIdle(int64_t since) EXCLUDES(mLock);
     // Whether it is torn down; one that is not alive() may still read what has arrived.
     bool ended() EXCLUDES(mLock);
 

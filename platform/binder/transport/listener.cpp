@@ -58,8 +58,7 @@ bool AcceptedConnections::endIdle() {
         idlest = connection;
     }
     if (idlest == nullptr || systemTime(SYSTEM_TIME_MONOTONIC) - longest < kIdleNanos) return false;
-    idlest->evict();
-    return true;
+    return idlest->endIdle(longest) || endIdle();  // when it has just called, the next one
 }
 
 namespace {
