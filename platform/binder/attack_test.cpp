@@ -172,7 +172,7 @@ TEST_F(AttackTest, AClientThatDoesNotReadCostsFailedCallsAlone) {
     RawClient client(mFolder);
     client.send(withObject(TestService::KEEP, {0, SENDER, 9}));
     ASSERT_EQ(1u, client.next(REPLY).callId);
-    const sp<IBinder> proxy = mService->kept;
+    sp<IBinder> proxy = mService->kept;
     int32_t sent = 0;
     while (note(proxy, sent, 1024) == OK) ASSERT_LT(++sent, 10000);
     EXPECT_TRUE(echoes(mRemote));
@@ -190,6 +190,12 @@ TEST_F(AttackTest, AClientThatDoesNotReadCostsFailedCallsAlone) {
     EXPECT_EQ(2u, logLines("Binder").size());
     EXPECT_EQ(OK, note(proxy, sent));
     EXPECT_EQ(TestService::NOTE, client.next(CALL).code);
+    while (note(proxy, sent, 1024) == OK) {
+    }
+    mService->kept = proxy = nullptr;
+    while (client.next(CALL).code == TestService::NOTE) {
+    }
+    EXPECT_EQ(9u, client.next(RELEASE).handle) << "comes after the number of lost calls";
 }
 
 // While a thread waits for a reply of the client, reading goes on past a full backlog: calls

@@ -61,6 +61,8 @@ void Connection::forgetProxy(const BpBinder* proxy) {
     const uint32_t count = entry->second.count;
     mProxies.erase(entry);
     if (mProxies.size() < kMaxProxies / 4 * 3) mRefusing = false;
+    // Later it would be a call to an object that was given back.
+    if (mLost.count(proxy->handle()) != 0) tellLostLocked();
     releaseLocked(proxy->handle(), count);
 }
 
@@ -224,6 +226,7 @@ void Connection::tearDown() {
         if (mClosed) return;
         mClosed = true;
         mGone.store(true, std::memory_order_release);
+        logLostLocked("is disconnected");
         mProcess.io().remove(mWatch, mSocket.get());
         mSocket = sim::Fd();
         mIn = ByteQueue();

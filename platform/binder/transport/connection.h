@@ -38,7 +38,8 @@ class Process;
 //   FAILED_TRANSACTION and the connection stays open; a reply that does not fit ends the
 //   connection, since its caller would wait for ever. An object that has lost one-way calls so is
 //   told their number (LOST_CALLS_TRANSACTION) before the next call or once mOut has drained; the
-//   log gets a line when the first is lost and one with the number of all when mOut has drained.
+//   log gets a line when the first is lost and one with the number of all when mOut has drained or
+//   the connection has ended.
 //
 // Backpressure: reading pauses while the calls that wait for a thread exceed kPauseBacklog. The
 //   other side's socket and queue then fill up, its calls fail or wait there, and nothing that was
@@ -120,6 +121,7 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
     status_t checkSendable(const Parcel& parcel) const;
     status_t sendCallLocked(const FrameHeader& header, const Parcel& data) REQUIRES(mLock);
     void noteLostLocked(uint32_t handle) REQUIRES(mLock);
+    void logLostLocked(const char* then) REQUIRES(mLock);
     void tellLostLocked() REQUIRES(mLock);
     status_t sendLocked(const FrameHeader& header, const Parcel* parcel, size_t limit)
         REQUIRES(mLock);

@@ -78,6 +78,16 @@ void Connection::noteLostLocked(uint32_t handle) {
     if (lost < INT32_MAX) ++lost;
 }
 
+// Logs how many calls were lost in all, once.
+void Connection::logLostLocked(const char* then) {
+    if (mLostInAll > 0) {
+        __android_log_print(ANDROID_LOG_WARN, "Binder",
+                            "process %d %s: %" PRIu64 " one-way calls to it were lost",
+                            static_cast<int>(mPeer.pid), then, mLostInAll);
+    }
+    mLostInAll = 0;
+}
+
 // Tells each object the number of its lost calls.
 void Connection::tellLostLocked() {
     FrameHeader header{};
@@ -156,12 +166,7 @@ void Connection::flushLocked() {
     if (mOut.empty()) {
         mDrained.broadcast();
         tellLostLocked();
-        if (mLostInAll > 0) {
-            __android_log_print(ANDROID_LOG_WARN, "Binder",
-                                "process %d reads again: %" PRIu64 " one-way calls to it were lost",
-                                static_cast<int>(mPeer.pid), mLostInAll);
-        }
-        mLostInAll = 0;
+        logLostLocked("reads again");
     }
     updateInterestLocked();
 }
