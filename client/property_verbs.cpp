@@ -25,16 +25,16 @@ int getProperty(Client& client, const std::string& key) {
 
 int setProperty(Client& client, const std::string& key, const std::string& value) {
     sim::Phone& phone = client.phone();
-    // The reason of a refusal is only written to the phone's log.
-    std::string why = "refused";
+    // What fails is only written to the phone's log.
+    std::string why;
     phone.log().observe([&why](const sim::Log::Record& record) {
         if (record.priority >= sim::kError) why = std::string(record.message);
     });
     const bool done = phone.properties().set(key, value);
-    phone.log().observe(nullptr);
     phone.services().awaitStopped();  // a service started by the property runs in this process
-    if (!done) throw Failure(kFailed, "setprop: " + escaped(why));
-    return kDone;
+    phone.log().observe(nullptr);
+    if (done && why.empty()) return kDone;
+    throw Failure(kFailed, "setprop: " + (why.empty() ? "refused" : escaped(why)));
 }
 
 struct Property {

@@ -123,6 +123,7 @@ TEST_F(StorageTest, ReportsAFullDiskAndGoesOn) {
     EXPECT_EQ(1, pelto(on({"phone", "start", "--under", emulator()})).code);
     ReadyProgram host(hostCommand({}, "/disk/phone"));
     refuses(on({"capture", "A0345"}), 1, why);
+    refuses(on({"setprop", "ctl.start", "audiodumpinfo"}), 1, why);
     EXPECT_EQ("", pelto(on({"reports"})).output);
     ASSERT_EQ(0, ::mount(nullptr, disk.c_str(), nullptr, MS_REMOUNT, "size=1m"));
     EXPECT_EQ(0, pelto(on({"capture", "A0345"})).code);
