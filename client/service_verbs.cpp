@@ -1,4 +1,6 @@
 // Verbs that call an operation of the service.
+#include <sim/base/text.h>
+
 #include <CLI/CLI.hpp>
 #include <iostream>
 #include <memory>
@@ -44,23 +46,25 @@ class Sender {
     const bool mNativeOnly, mStrict;
 };
 
-void sendLine(Sender& sender, const std::string& line, const std::string& place) {
-    const bool empty = line.find_first_not_of(" \t\r") == std::string::npos;
-    if (empty || line[0] == '#') return;
+void sendLine(Sender& sender, std::string line, const std::string& place) {
+    line.erase(0, line.find_first_not_of(" \t\r"));
+    if (line.empty() || line[0] == '#') return;
+    if (line.find('\0') != line.npos) throw Failure(kFailed, place + ": holds a NUL");
     const size_t blank = std::min(line.find(' '), line.size());
     const std::string info = blank < line.size() ? line.substr(blank + 1) : "";
     sender.send(line.substr(0, blank), info, place);
 }
 
 // Sends one event per line of the input, "TYPE INFO" or "TYPE", up to the first that fails. Skips
-// blank lines and comments.
+// blanks before it, blank lines and comments.
 int sendLines(Sender& sender) {
     constexpr size_t kMaxLine = 1u << 20;  // more than a call takes
     std::vector<char> line(kMaxLine);
     for (size_t number = 1;; ++number) {
         const std::string place = "line " + std::to_string(number);
         if (std::cin.getline(line.data(), kMaxLine)) {
-            sendLine(sender, line.data(), place);
+            const auto read = static_cast<size_t>(std::cin.gcount());
+            sendLine(sender, {line.data(), read - (std::cin.eof() ? 0 : 1)}, place);
         } else if (std::cin.eof()) {
             return kDone;
         } else {
@@ -131,7 +135,10 @@ void addTopActivity(CLI::App& app, Client& client) {
     CLI::App* verb = app.add_subcommand("top-activity", "Report that the top activity may differ");
     verb->add_option("MS", *interval,
                      "Taken only when more milliseconds have passed since the last one taken")
-        ->required();
+        ->required()
+        ->check([](const std::string& text) {
+            return sim::numberIn(text, INT64_MIN, INT64_MAX) ? "" : "is no 64-bit number";
+        });
     client.onVerb(verb, [&client, interval] {
         client.call("top-activity",
                     [&](auto& calls) { return calls.updateTopActivity(*interval); });

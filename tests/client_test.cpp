@@ -163,7 +163,7 @@ TEST_F(ClientTest, WatchesWhatIsSent) {
     ReadyProgram json(watchCommand({"--json", "--count", "4"}));
     EXPECT_EQ(pelto({"send", "kind", "a\nb\\\xff"}).code, 0);
     const std::string input = phone().folder() + "/input";
-    std::ofstream(input) << "# comment\nfirst key:1,text:with blanks\n\n \t\nsecond";
+    std::ofstream(input) << "# comment\n # one\n\tfirst key:1,text:with blanks\n\n \t\nsecond";
     EXPECT_EQ(run(command({"send", "--stdin"}), input).code, 0);
     EXPECT_EQ(pelto({"send", "unseen", "--native-only"}).code, 0);
     EXPECT_EQ(pelto({"debug", "on"}).code, 0);
@@ -181,6 +181,8 @@ TEST_F(ClientTest, WatchesWhatIsSent) {
     // A line too big for a call fails, and the next one is not sent.
     std::ofstream(input) << "big " << std::string(1045000, 'x') << "\nafter\n";
     EXPECT_THAT(run(command({"send", "--stdin"}), input).errors, HasSubstr("line 1: too big"));
+    std::ofstream(input) << std::string("a\0b\nafter\n", 10);
+    EXPECT_THAT(run(command({"send", "--stdin"}), input).errors, HasSubstr("line 1: holds a NUL"));
     const std::string longest(1018, 'x');  // with "kind" and "$" 1023 bytes
     EXPECT_EQ(pelto({"send", "kind", longest, "--strict"}).errors, "");
     const Result longer = pelto({"send", "kind", longest + "x"});
