@@ -149,15 +149,18 @@ void addStart(CLI::App& phone, Client& client) {
     auto options = std::make_shared<StartOptions>();
     CLI::App* verb = phone.add_subcommand(
         "start", "Make the phone's folder where there is none and start the service on it");
-    verb->add_flag("--no-service", options->noService, "Only make the folder");
+    CLI::Option* const only =
+        verb->add_flag("--no-service", options->noService, "Only make the folder");
     options->threadsGiven = verb->add_option("--threads", options->threads,
                                              "How many threads of the service execute calls")
                                 ->check(CLI::Range(1, 256))
                                 ->type_name("N")
-                                ->capture_default_str();
+                                ->capture_default_str()
+                                ->excludes(only);
     verb->add_option("--under", options->under,
                      "Words before the service's command: an emulator, a debugger, a tracer")
-        ->type_name("WORDS");
+        ->type_name("WORDS")
+        ->excludes(only);
     client.onVerb(verb, [&client, options] { return start(client, *options); });
 }
 

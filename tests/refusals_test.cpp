@@ -32,6 +32,8 @@ TEST_F(RefusalsTest, ClientNeedsCorrectWordsAndAService) {
         {{"watch", "--ready-fd", std::to_string(Program::kReadyFd + 1)}, 2, "no open descriptor"},
         {{"debug", "on", "--call-timeout", "inf"}, 2, "no number of seconds"},
         {{"clock", "advance", "x"}, 2, "'x' is no number"},
+        {{"top-activity", "9223372036854775808"}, 2, "no 64-bit number"},
+        {{"phone", "start", "--no-service", "--threads", "2"}, 2, "excludes"},
         {{"clock", "advance", "--", "-1"}, 2, "'-1' is no number"},
         {{"gpu", "fault", "--size", "x"}, 2, "--size"},
         {{"kernel", "audio", "x", "1"}, 2, "CMD"},

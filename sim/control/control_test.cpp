@@ -103,7 +103,7 @@ TEST_F(ControlTest, CommandsRefuseWrongArguments) {
             EXPECT_THAT(tell(command), testing::StartsWith(why)) << command;
     };
     refuse("nobody ", {"audio 0 1", "display 7 a@@b"});
-    refuse("usage: audio CMD TEXT", {"audio 1"});
+    refuse("usage: audio", {"audio 1", "audio-await 1", "audio-received x"});
     refuse("'", {"audio 1x text", "audio-raw 00f", "audio-answer maybe"});
     refuse("gpu: ", {"gpu", "gpu crash", "gpu fault --size", "gpu fault --size 67108865",
                      "gpu fault --size -1", "gpu fault --after 1", "gpu vanish --after x",

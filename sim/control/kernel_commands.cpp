@@ -48,7 +48,8 @@ Reply pushAudio(GenericNetlink& netlink, const Arguments& arguments) {
     return replyTo(netlink.push(commandOf(arguments[0]), arguments[1]), kNotRegistered);
 }
 
-Reply awaitRegistration(GenericNetlink& netlink) {
+Reply awaitRegistration(GenericNetlink& netlink, const Arguments& arguments) {
+    expect(arguments, 0, "audio-await");
     constexpr std::chrono::seconds kTimeout{10};
     if (netlink.waitRegistered(std::chrono::seconds(0))) return {true, {}};
     return {false, {kNotRegistered}, kTimeout};
@@ -75,7 +76,8 @@ Reply setAnswer(GenericNetlink& netlink, const Arguments& arguments) {
     return {true, {}};
 }
 
-Reply listReceived(GenericNetlink& netlink) {
+Reply listReceived(GenericNetlink& netlink, const Arguments& arguments) {
+    expect(arguments, 0, "audio-received");
     Reply reply{true, {}};
     for (const std::string& datagram : netlink.received()) reply.texts.push_back(hexOf(datagram));
     return reply;
@@ -178,10 +180,12 @@ Reply runGpu(Gpu& gpu, const Arguments& words) {
 
 void addAudioCommands(Control& control, GenericNetlink& netlink) {
     control.add("audio", [&](const Arguments& words) { return pushAudio(netlink, words); });
-    control.add("audio-await", [&](const Arguments&) { return awaitRegistration(netlink); });
+    control.add("audio-await",
+                [&](const Arguments& words) { return awaitRegistration(netlink, words); });
     control.add("audio-raw", [&](const Arguments& words) { return pushRaw(netlink, words); });
     control.add("audio-answer", [&](const Arguments& words) { return setAnswer(netlink, words); });
-    control.add("audio-received", [&](const Arguments&) { return listReceived(netlink); });
+    control.add("audio-received",
+                [&](const Arguments& words) { return listReceived(netlink, words); });
 }
 
 void addDisplayCommand(Control& control, DisplayKernel& display) {
