@@ -94,13 +94,13 @@ nlohmann::ordered_json serviceStatus(const android::sp<android::IBinder>& servic
     if (service == nullptr) return {{"published", false}};
     const android::status_t answer = service->pingBinder();
     if (answer == android::DEAD_OBJECT) return {{"published", false}};
-    const pid_t pid = processOf(service);
+    const pid_t pid = processOf(service);  // 0 when it lets no client in at all
     const auto process = ProcessId::of(pid);
     const double uptime = process ? process->uptimeSeconds() : 0;
     return {{"published", true},
             {"pid", pid},
             {"uptime_s", static_cast<int64_t>(uptime)},
-            {"answers", answer != android::TIMED_OUT}};
+            {"answers", pid != 0 && answer != android::TIMED_OUT}};
 }
 
 uint64_t logBytes(const sim::Phone& phone) {

@@ -21,7 +21,8 @@ class Parcel;
 // Threads: every operation from any thread.
 // Errors: DEAD_OBJECT when the other process is gone, FAILED_TRANSACTION when a call is too big or
 //   the other side does not read, TIMED_OUT when ProcessState::setCallTimeout() limits the wait for
-//   a reply and none comes, else what the object's onTransact() returned.
+//   a reply and none comes, WOULD_BLOCK when the other process takes no more clients, else what the
+//   object's onTransact() returned.
 class IBinder : public virtual RefBase {
   public:
     enum : uint32_t {
@@ -55,8 +56,8 @@ class IBinder : public virtual RefBase {
                               uint32_t flags = 0) = 0;
 
     // The caller keeps the recipient, which is held weakly, and the proxy: a proxy that is gone
-    // notifies nobody. DEAD_OBJECT when the object is dead, INVALID_OPERATION on an object of this
-    // process.
+    // notifies nobody. What a call returns when the object is dead, INVALID_OPERATION on an object
+    // of this process.
     virtual status_t linkToDeath(const sp<DeathRecipient>& recipient) = 0;
 
     virtual BBinder* localBinder();

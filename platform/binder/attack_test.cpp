@@ -309,6 +309,14 @@ TEST_F(AttackTest, EvictsSilentClientsAndRefusesOnesPastTheBound) {
     EXPECT_TRUE(greeted[1].ended());
     mService->released.set_value();
     EXPECT_TRUE(waiting.next(REPLY).callId == 1 && keeping.served() && greeted.front().served());
+
+    // So does one whose queue of new clients is full.
+    sim::PublishedSocket crowded;
+    ASSERT_EQ(0, sim::publishSocket(mFolder, "crowded", SOCK_STREAM, crowded));
+    ASSERT_EQ(0, listen(crowded.listening.get(), 0));
+    const sim::Fd queued = sim::connectSocket(mFolder, "crowded", SOCK_STREAM);
+    EXPECT_EQ(WOULD_BLOCK, find("crowded")->pingBinder());
+    EXPECT_EQ(WOULD_BLOCK, find("crowded")->linkToDeath(sp<Watcher>::make()));
 }
 
 // The service comes back while the loop is never idle and none of its connections ends.

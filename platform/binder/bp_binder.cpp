@@ -48,10 +48,14 @@ status_t BpBinder::transact(uint32_t code, const Parcel& data, Parcel* reply, ui
 
 status_t BpBinder::linkToDeath(const sp<DeathRecipient>& recipient) {
     if (recipient == nullptr) return BAD_VALUE;
-    Mutex::Autolock lock(mLock);
-    if (mDeathReported || !mConnection->alive()) return DEAD_OBJECT;
-    mRecipients.push_back(recipient);
-    return OK;
+    {
+        Mutex::Autolock lock(mLock);
+        if (!mDeathReported && mConnection->alive()) {
+            mRecipients.push_back(recipient);
+            return OK;
+        }
+    }
+    return mConnection->end();
 }
 
 void BpBinder::reportDeath() {

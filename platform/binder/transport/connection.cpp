@@ -34,6 +34,13 @@ bool Connection::open() {
     return true;
 }
 
+void Connection::refuse() {
+    Mutex::Autolock lock(mLock);
+    mEnd = WOULD_BLOCK;
+    mClosed = true;
+    mGone.store(true, std::memory_order_release);
+}
+
 sp<IBinder> Connection::root() {
     Mutex::Autolock lock(mLock);
     if (mClosed && mEnd == DEAD_OBJECT) return nullptr;
@@ -108,6 +115,11 @@ status_t Connection::transact(uint32_t handle, uint32_t code, const Parcel& data
     }
     if (reply != nullptr) *reply = std::move(call.result);
     return call.status;
+}
+
+status_t Connection::end() {
+    Mutex::Autolock lock(mLock);
+    return endLocked();
 }
 
 // What a call on a dead connection gets. One that ends in its handshake may have been refused: the

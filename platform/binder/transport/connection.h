@@ -69,6 +69,8 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
     // `root` is the published object on the side that publishes, else null.
     Connection(Process& process, sim::Fd socket, const ucred& peer, sp<BBinder> root);
 
+    // Makes it a dead one, refused by the other side; instead of open().
+    void refuse() EXCLUDES(mLock);
     // Joins the loop and sends a HELLO; false when the loop cannot watch the socket.
     bool open() EXCLUDES(mLock);
 
@@ -78,6 +80,8 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
     status_t transact(uint32_t handle, uint32_t code, const Parcel& data, Parcel* reply,
                       uint32_t flags) EXCLUDES(mLock);
     void forgetProxy(const BpBinder* proxy) EXCLUDES(mLock);
+    // What calls on a dead connection get.
+    status_t end() EXCLUDES(mLock);
     bool alive() const { return !mGone.load(std::memory_order_acquire); }
     pid_t peerPid() const { return mPeer.pid; }
 

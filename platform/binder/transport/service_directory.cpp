@@ -114,6 +114,11 @@ bool ServiceDirectory::findLocked(const std::string& name, Place* place) {
 std::shared_ptr<Connection> ServiceDirectory::connectLocked(const std::string& name) {
     sim::Fd socket = sim::connectSocket(mFolder, name, SOCK_STREAM | SOCK_NONBLOCK);
     const auto peer = socket.valid() ? sim::peerOf(socket.get()) : std::nullopt;
+    if (!peer && errno == EAGAIN) {  // too many clients wait to be let in
+        auto refused = std::make_shared<Connection>(mProcess, sim::Fd(), ucred{}, nullptr);
+        refused->refuse();
+        return refused;
+    }
     if (!peer) {
         // No log line when nobody publishes the name, or its publisher is dead.
         if (errno != ENOENT && errno != ECONNREFUSED) logFailure("connect", name);
