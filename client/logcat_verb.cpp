@@ -73,6 +73,7 @@ int followUntil(const std::string& directory, const LogcatVerb& verb,
         if (found) return kDone;
         fflush(stdout);
         if (deadline.passed() || !reader.wait(deadline.leftMillis())) {
+            if (!deadline.passed()) throw Failure(kNoPhone, "logcat: the phone's log has gone");
             throw Failure(kTimeout, "logcat: no line matched in time");
         }
     }

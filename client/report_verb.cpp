@@ -1,7 +1,5 @@
-#include <poll.h>
 #include <sim/userspace/reports.h>
 #include <stdio.h>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <memory>
@@ -29,16 +27,6 @@ void print(const sim::Report& report, bool json) {
     puts(line.c_str());
 }
 
-// Waits for the folder of the reports to change; false at the deadline.
-bool awaitChange(const sim::Fd& changes, const Deadline& deadline) {
-    pollfd changed{changes.get(), POLLIN, 0};
-    if (deadline.passed() || poll(&changed, 1, deadline.leftMillis()) <= 0) return false;
-    char events[4096];
-    while (read(changes.get(), events, sizeof events) > 0) {
-    }
-    return true;
-}
-
 int showReports(Client& client, const ReportOptions& options) {
     const Deadline deadline(options.limits.timeoutSeconds);
     const sim::Reports& reports = client.phone().reports();
@@ -53,7 +41,10 @@ int showReports(Client& client, const ReportOptions& options) {
         fflush(stdout);
         if (!options.follow) return kDone;
         if (!changes.valid()) throw Failure(kFailed, "reports: cannot be followed here");
-        if (!awaitChange(changes, deadline)) return options.limits.endAtTimeout(seen);
+        if (deadline.passed()) return options.limits.endAtTimeout(seen);
+        const std::string directory = client.phone().runDir() + "/reports";
+        if (!sim::awaitChange(changes, directory, deadline.leftMillis()) && !deadline.passed())
+            throw Failure(kNoPhone, "reports: the phone's folder has gone");
     }
 }
 

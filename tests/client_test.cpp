@@ -142,8 +142,11 @@ TEST_F(ClientTest, TheServiceEndsWithThePhonesFolder) {
     for (const auto& remove : removals) {
         ASSERT_EQ(pelto({"phone", "start", "--no-service", "--phone", folder}).code, 0);
         ReadyProgram host(hostCommand({}, "/fs/data/above/phone"));
+        Program log(command({"logcat", "--phone", folder}));
+        EXPECT_EQ(log.line(), "--------- beginning of main");
         remove();
         EXPECT_EQ(host.wait(), 3);
+        EXPECT_EQ(log.wait(), 1) << "what follows it, too";
         EXPECT_EQ(host.errors(),
                   "peltoserviced: " + folder + ": the phone's folder was deleted or moved\n");
     }

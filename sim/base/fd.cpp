@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <limits.h>
+#include <poll.h>
 
 #include <algorithm>
 
@@ -62,6 +63,20 @@ std::string readAll(int fd, size_t limit) {
 std::string descriptorFault(const std::string& text) {
     const auto fd = numberIn(text, 0, INT_MAX);
     return fd && fcntl(static_cast<int>(*fd), F_GETFD) >= 0 ? "" : "is no open descriptor's number";
+}
+
+bool awaitChange(const Fd& watch, const std::string& directory, int timeoutMillis) {
+    constexpr int kLookMillis = 1000;
+    pollfd changed{watch.get(), POLLIN, 0};
+    while (access(directory.c_str(), F_OK) == 0) {
+        const int millis = timeoutMillis < 0 ? kLookMillis : std::min(timeoutMillis, kLookMillis);
+        if (poll(&changed, 1, millis) > 0) {
+            readAll(watch.get());
+            return true;
+        }
+        if (timeoutMillis >= 0 && (timeoutMillis -= millis) <= 0) return false;
+    }
+    return false;
 }
 
 void tellReady(int fd) {

@@ -73,6 +73,11 @@ std::string readAll(int fd, size_t limit = SIZE_MAX);
 // nothing is.
 std::string descriptorFault(const std::string& text);
 
+// Waits until `watch`, which inotify made, has events, and drops them. False when the time passes
+// first (-1: no limit), and within a second when there is no such directory any more: it may have
+// gone with one above it.
+bool awaitChange(const Fd& watch, const std::string& directory, int timeoutMillis);
+
 // Signals readiness to the process that reads the other end of this pipe: writes "ready" and a
 // newline and closes the descriptor. No effect for -1.
 void tellReady(int fd);

@@ -1,7 +1,6 @@
 #include "sim/userspace/logcat.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <string.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
@@ -152,10 +151,7 @@ void LogReader::drain(const std::function<void(std::string_view)>& take) {
 }
 
 bool LogReader::wait(int timeoutMillis) {
-    pollfd watch{mWatch.get(), POLLIN, 0};
-    if (::poll(&watch, 1, timeoutMillis) <= 0) return false;
-    readAll(mWatch.get());  // which file it was does not matter
-    return true;
+    return awaitChange(mWatch, mDirectory, timeoutMillis);
 }
 
 int runLogcat(const std::string& directory, const LogcatOptions& options, int outputFd) {

@@ -49,8 +49,8 @@ class LogReader {
 
     // Calls `take` with every whole line since the last call, oldest first, without its newline.
     void read(const std::function<void(std::string_view)>& take);
-    // Waits until there may be new lines; false after the timeout (-1: none). Only of one that
-    // follows.
+    // Waits until there may be new lines; false after the timeout (-1: none), and when the log's
+    // directory has gone. Only of one that follows.
     bool wait(int timeoutMillis);
 
   private:
