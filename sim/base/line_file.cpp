@@ -11,7 +11,7 @@ namespace sim {
 namespace {
 
 Fd openFile(const std::string& path, int flags) {
-    return Fd(open(path.c_str(), flags | O_NOFOLLOW | O_CLOEXEC, 0600));
+    return Fd(open(path.c_str(), flags | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
 }
 
 // Drops half of a file that has grown too long, so that it is rarely rewritten.

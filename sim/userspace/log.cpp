@@ -82,7 +82,8 @@ bool Log::append(std::string_view line) {
     struct stat status {};
     if (!isCurrent(status)) {
         openCurrent();
-        if (fstat(mFd.load(std::memory_order_relaxed), &status) < 0) return false;
+        if (fstat(mFd.load(std::memory_order_relaxed), &status) < 0 || status.st_nlink == 0)
+            return false;
     }
     const int fd = mFd.load(std::memory_order_relaxed);
     if (!endsInsideLine(fd, status.st_size)) line.remove_prefix(1);
@@ -103,8 +104,8 @@ bool Log::endsInsideLine(int fd, off_t size) {
 void Log::openCurrent() {
     Lock lock(mOpening);
     rotate();
-    Fd opened(
-        open(path("main").c_str(), O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC, 0600));
+    Fd opened(open(path("main").c_str(),
+                   O_RDWR | O_CREAT | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC, 0600));
     if (!opened.valid()) return;  // lines go on into the old file
     const int fd = mFd.load(std::memory_order_relaxed);
     if (fd < 0) {

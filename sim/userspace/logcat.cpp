@@ -109,8 +109,8 @@ LogReader::LogReader(const std::string& directory, bool follows) : mDirectory(di
 void LogReader::openFiles() {
     const Fd directory(open(mDirectory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     const FileLock lock(directory.get());  // no rotation between the two
-    mOld = Fd(open((mDirectory + "/main.old").c_str(), O_RDONLY | O_CLOEXEC));
-    mMain = Fd(open((mDirectory + "/main").c_str(), O_RDONLY | O_CLOEXEC));
+    mOld = Fd(open((mDirectory + "/main.old").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    mMain = Fd(open((mDirectory + "/main").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
 }
 
 bool LogReader::mainWasReplaced() const {
@@ -130,7 +130,7 @@ void LogReader::read(const std::function<void(std::string_view)>& take) {
     }
     for (drain(take); mainWasReplaced(); drain(take)) {
         drain(take);  // lines written before it was replaced
-        mMain = Fd(open((mDirectory + "/main").c_str(), O_RDONLY | O_CLOEXEC));
+        mMain = Fd(open((mDirectory + "/main").c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
         mPartial.clear();
     }
 }
