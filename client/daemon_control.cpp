@@ -86,11 +86,10 @@ sim::Fd Daemon::lockRecords() const {
 // Writes another file and renames it, so that a record is read whole or not at all.
 void Daemon::record(const std::vector<ProcessId>& processes) const {
     const std::string path = mFolder + "/" + mName, fresh = mFolder + "/." + mName;
-    std::ofstream file(fresh);
+    std::string lines;
     for (const ProcessId& process : processes)
-        file << process.pid << ' ' << process.startTicks << '\n';
-    file.close();
-    if (!file || rename(fresh.c_str(), path.c_str()) != 0) {
+        lines += std::to_string(process.pid) + ' ' + std::to_string(process.startTicks) + '\n';
+    if (!sim::writeFile(fresh, lines) || rename(fresh.c_str(), path.c_str()) != 0) {
         const std::string why = strerror(errno);
         endGroup(processes[0].pid);
         throw Failure(kFailed,
