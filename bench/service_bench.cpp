@@ -28,6 +28,7 @@ int main(int argc, char** argv) {
     send->add_option("phone", folder)->required();
     send->add_option("events", options.events)->required();
     send->add_option("gap-micros", options.gapMicros)->required();
+    send->add_flag("--stops", options.stops);
     std::string kind;
     CLI::App* attack = app.add_subcommand("attack", "What the workload attacked starts");
     attack->add_option("phone", folder)->required();

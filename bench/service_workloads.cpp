@@ -6,6 +6,7 @@
 #include <semaphore.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -147,11 +148,17 @@ Figures attacked(const ServiceOptions& options) {
     PeltoEventDisptch::getInstance().registerEventListener(new Listener(arrivals));
     if (defaultServiceManager()->addService(String16(kPeltoServiceName), service) != OK) _exit(1);
     ProcessState::self()->startThreadPool();
+    // Connects first: the others take every place that is left.
+    const pid_t sender = startAgain(
+        "send", {std::to_string(options.events), std::to_string(options.gapMicros), "--stops"});
+    int status = 0;
+    if (waitpid(sender, &status, WUNTRACED) != sender || !WIFSTOPPED(status)) _exit(1);
     std::vector<pid_t> attackers;
     for (const auto& [kind, count] : kAttackers) {
         for (int i = 0; i < count; ++i) attackers.push_back(startAgain("attack", {kind}));
     }
-    const int failed = sim::waitForExit(startClient(options));
+    kill(sender, SIGCONT);
+    const int failed = sim::waitForExit(sender);
     for (const pid_t attacker : attackers) kill(attacker, SIGKILL);
     for (const pid_t attacker : attackers) sim::waitForExit(attacker);
     if (failed != 0) _exit(1);
@@ -160,7 +167,8 @@ Figures attacked(const ServiceOptions& options) {
 
 int sendEvents(const ServiceOptions& options) {
     const sp<IBinder> service = defaultServiceManager()->checkService(String16(kPeltoServiceName));
-    if (service == nullptr) return 1;
+    if (service == nullptr || service->pingBinder() != OK) return 1;
+    if (options.stops) raise(SIGSTOP);
     PeltoServiceCalls calls(service.get());
     int failed = 0;
     paced(options,

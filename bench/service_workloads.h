@@ -9,6 +9,7 @@ namespace bench {
 struct ServiceOptions {
     size_t events = 5000;
     unsigned gapMicros = 200;  // between two events; 0: as fast as possible
+    bool stops = false;        // sendEvents() stops its process once it is connected
 };
 
 // Each runs in a process of its own, with the phone open.
