@@ -1,4 +1,4 @@
-// What an archive's path says, and where archives lie.
+// Reads an archive's path, and finds archives on a phone.
 #include "client/archives.h"
 
 #include <sim/base/root.h>

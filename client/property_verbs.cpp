@@ -25,7 +25,7 @@ int getProperty(Client& client, const std::string& key) {
 
 int setProperty(Client& client, const std::string& key, const std::string& value) {
     sim::Phone& phone = client.phone();
-    // What fails is only written to the phone's log.
+    // The reason of a failure is only written to the phone's log.
     std::string why;
     phone.log().observe([&why](const sim::Log::Record& record) {
         if (record.priority >= sim::kError) why = std::string(record.message);

@@ -50,7 +50,7 @@ class World {
 
     void check() {
         mBeside.read([&](const std::string& folder, const std::string& name, uint32_t) {
-            // What the phone writes as it runs.
+            // Files that the phone itself writes as it runs.
             const bool written = name == "kernel_log" || name == "stats";
             require(written && folder == mPhone.runDir(), folder + '/' + name + " is as it was");
         });

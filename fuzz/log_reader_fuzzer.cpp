@@ -15,7 +15,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-// What has been written to one file, and how much of it was read.
+// The bytes written to one file, and how many of them were read.
 struct File {
     std::string bytes;
     size_t read = 0;

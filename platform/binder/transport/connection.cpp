@@ -122,8 +122,8 @@ status_t Connection::end() {
     return endLocked();
 }
 
-// What a call on a dead connection gets. One that ends in its handshake may have been refused: the
-// loop reads that soon.
+// Waits for the end of a connection that died in its handshake: a refusal may be unread, and the
+// loop reads it soon.
 status_t Connection::endLocked() {
     constexpr nsecs_t kPatience = 1000000000;
     while (!mHandshakeDone && !mClosed) {

@@ -80,7 +80,7 @@ class Connection : public IoSource, public std::enable_shared_from_this<Connecti
     status_t transact(uint32_t handle, uint32_t code, const Parcel& data, Parcel* reply,
                       uint32_t flags) EXCLUDES(mLock);
     void forgetProxy(const BpBinder* proxy) EXCLUDES(mLock);
-    // What calls on a dead connection get.
+    // The status of a call on a dead connection.
     status_t end() EXCLUDES(mLock);
     bool alive() const { return !mGone.load(std::memory_order_acquire); }
     pid_t peerPid() const { return mPeer.pid; }
