@@ -31,9 +31,11 @@ sim::Fd openProcess(const ProcessId& process) {
 }
 
 // Ends our child and the rest of the process group that it leads, and waits for its end. It has not
-// been reaped, so the number is still its own.
+// been reaped, so the number is still its own. The child is also named by itself: under an emulator
+// that starts processes by fork() it may not lead a group yet.
 void endGroup(pid_t pid) {
     kill(-pid, SIGKILL);
+    kill(pid, SIGKILL);
     sim::waitForExit(pid);
 }
 
