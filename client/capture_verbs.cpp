@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 
+#include "client/report_wait.h"
 #include "client/verbs.h"
 
 namespace pelto {
@@ -29,6 +30,8 @@ struct Capture {
     std::string archives = "/data/persist_log/TMP/archives";
     std::string name = "capture";
     bool print = false;
+    bool wait = false;
+    double timeoutSeconds = 10;
 };
 
 // Refuses when the phone's disk is full: the service could neither write what it is asked for nor
@@ -83,8 +86,34 @@ std::string information(const Capture& asked) {
            directory(asked.archives, "--archive-dir") + ',' + field(asked.name, "--name");
 }
 
+// Whether the report is the one that `asked` becomes: the service keeps the last three digits of
+// the event id (none of one above 7FFFFFFF) and as much of the name as fits.
+bool becomes(const Capture& asked, const sim::Report& report) {
+    const unsigned long long id = strtoull(asked.id.c_str(), nullptr, 16);
+    const uint32_t digits = id <= INT32_MAX ? id & 0xFFF : 0;
+    constexpr size_t kMaxNameBytes = 255;
+    return (report.id & 0xFFF) == digits && report.name == asked.name.substr(0, kMaxNameBytes);
+}
+
+int sendAndWait(Client& client, const std::string& info, const Capture& asked) {
+    const Deadline deadline(asked.timeoutSeconds);
+    const std::vector<sim::Report> before = client.phone().reports().after(0);
+    ReportWait reports(client.phone(), before.empty() ? 0 : before.back().number);
+    send(client, kCaptureLogs, info);
+    const auto show = [&](const sim::Report& report) {
+        const bool found = becomes(asked, report);
+        if (found) puts(report.text().c_str());
+        return found;
+    };
+    if (reports.await(show, deadline)) return kDone;
+    throw Failure(kTimeout,
+                  "capture: no report came in time; the phone's log may say why: pelto "
+                  "logcat -d 'KelvoWexRaiseException:V' '*:S'");
+}
+
 int capture(Client& client, const Capture& asked) {
     const std::string info = information(asked);
+    if (asked.wait) return sendAndWait(client, info, asked);
     if (!asked.print) return send(client, kCaptureLogs, info);
     puts(info.c_str());
     return kDone;
@@ -124,8 +153,13 @@ void addCapture(CLI::App& app, Client& client) {
         ->capture_default_str();
     verb->add_option("--name", asked->name, "What the report and the archive are called")
         ->capture_default_str();
+    CLI::Option* wait = verb->add_flag("--wait", asked->wait, "Print the report that it becomes");
+    addTimeout(verb, asked->timeoutSeconds, "Wait for the report for so many seconds, then exit 5")
+        ->needs(wait)
+        ->capture_default_str();
     verb->add_flag("--print", asked->print,
-                   "Only print the information string, as pelto-capture takes it");
+                   "Only print the information string, as pelto-capture takes it")
+        ->excludes(wait);
     client.onVerb(verb, [&client, asked] { return capture(client, *asked); });
 }
 

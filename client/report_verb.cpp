@@ -4,6 +4,7 @@
 #include <CLI/CLI.hpp>
 #include <memory>
 
+#include "client/report_wait.h"
 #include "client/verbs.h"
 #include "client/wait_options.h"
 
@@ -29,23 +30,18 @@ void print(const sim::Report& report, bool json) {
 
 int showReports(Client& client, const ReportOptions& options) {
     const Deadline deadline(options.limits.timeoutSeconds);
-    const sim::Reports& reports = client.phone().reports();
-    const sim::Fd changes = reports.watch();
-    uint64_t last = 0;
-    for (uint64_t seen = 0;;) {
-        for (const sim::Report& report : reports.after(last)) {
-            print(report, options.json);
-            last = report.number;
-            if (options.limits.reached(++seen)) return kDone;
-        }
-        fflush(stdout);
-        if (!options.follow) return kDone;
-        if (!changes.valid()) throw Failure(kFailed, "reports: cannot be followed here");
-        if (deadline.passed()) return options.limits.endAtTimeout(seen);
-        const std::string directory = client.phone().runDir() + "/reports";
-        if (!sim::awaitChange(changes, directory, deadline.leftMillis()) && !deadline.passed())
-            throw Failure(kNoPhone, "reports: the phone's folder has gone");
+    uint64_t seen = 0;
+    const auto show = [&](const sim::Report& report) {
+        print(report, options.json);
+        return options.limits.reached(++seen);
+    };
+    ReportWait reports(client.phone(), 0);
+    if (!options.follow) {
+        reports.next(show);
+    } else if (!reports.await(show, deadline)) {
+        return options.limits.endAtTimeout(seen);
     }
+    return kDone;
 }
 
 }  // namespace

@@ -55,7 +55,7 @@ class StoryTest : public ServiceTest {
     }
 
     void raisesReports() {
-        Program follower(command({"reports", "--follow", "--json", "--count", "2"}));
+        Program follower(command({"reports", "--follow", "--json", "--count", "3"}));
         EXPECT_EQ(does({"crash", "audioserver", "stuck"}), "/data/tombstones/tombstone_00\n");
         does({"capture", "A0345", "--logs", "android,tombstones", "--name", "mic"});
         auto first = nlohmann::json::parse(follower.line());
@@ -67,10 +67,12 @@ class StoryTest : public ServiceTest {
                   contents("/data/tombstones/tombstone_00"));
 
         does({"control", "fault", "reports", "refuse"});
-        does({"capture", "A0345"});
+        refuses({"capture", "A0345", "--wait", "--timeout", "0.1"}, 5, "no report came in time");
         logs("KelvoPeltoLogWriter", "error, WexRaiseException failed");
         does({"control", "fault", "reports", "take"});
+        EXPECT_THAT(does({"capture", "FFFFFFFF0", "--wait"}), HasSubstr(" id 0x00000000  capture"));
         does({"capture", "B2001", "--logs", "pcm"});
+        follower.line();
         EXPECT_EQ(nlohmann::json::parse(follower.line())["logs"], uint64_t{1} << 37);
         EXPECT_EQ(follower.wait(), 0) << follower.errors();
     }
