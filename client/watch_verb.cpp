@@ -1,9 +1,14 @@
 // Shows the events that the service sends to its native clients.
 #include <binder/Parcel.h>
 #include <binder/ProcessState.h>
+#include <errno.h>
+#include <fcntl.h>
 #include <ipeltoservice/IPeltoNativeClient.h>
 #include <ipeltoservice/PeltoServiceCalls.h>
 #include <stdio.h>
+#include <string.h>
+#include <sys/wait.h>
+#include <unistd.h>
 #include <utils/Condition.h>
 #include <utils/Mutex.h>
 
@@ -14,6 +19,7 @@
 #include "client/wait_options.h"
 #include "sim/base/clock.h"
 #include "sim/base/fd.h"
+#include "sim/base/process_starter.h"
 
 namespace pelto {
 namespace {
@@ -23,6 +29,7 @@ using android::sp;
 
 struct WatchOptions {
     bool json = false;
+    bool background = false;
     Limits limits{"watch", "events"};
     int readyFd = -1;  // gets the line "ready"; -1: none
 };
@@ -105,6 +112,26 @@ int watch(Client& client, const WatchOptions& options) {
     return watcher->wait(deadline);
 }
 
+// Watches in a child process. Returns once it is registered, or with its exit code if it ends
+// before that.
+int watchInBackground(Client& client, WatchOptions options) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) throw Failure(kFailed, strerror(errno));
+    const sim::Fd ready(ends[0]);
+    sim::Fd tell(ends[1]);
+    const pid_t child = fork();
+    if (child < 0) throw Failure(kFailed, std::string("watch: ") + strerror(errno));
+    if (child == 0) {
+        options.readyFd = tell.get();
+        return watch(client, options);
+    }
+    tell = sim::Fd();
+    char line[8];
+    if (read(ready.get(), line, sizeof line) > 0) return kDone;
+    const int status = sim::waitForExit(child);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : kFailed;
+}
+
 }  // namespace
 
 void addWatchVerb(CLI::App& app, Client& client) {
@@ -116,11 +143,18 @@ void addWatchVerb(CLI::App& app, Client& client) {
     verb->add_flag("--json", options->json,
                    "A JSON object a line: time_ms (when it arrived), type, info; or lost");
     options->limits.addTo(verb);
-    verb->add_option("--ready-fd", options->readyFd,
-                     "Descriptor that gets the line \"ready\" once no event is missed any more")
-        ->check(sim::descriptorFault)
-        ->type_name("FD");
-    client.onVerb(verb, [&client, options] { return watch(client, *options); });
+    CLI::Option* readyFd =
+        verb->add_option("--ready-fd", options->readyFd,
+                         "Descriptor that gets the line \"ready\" once no event is missed any more")
+            ->check(sim::descriptorFault)
+            ->type_name("FD");
+    verb->add_flag("--background", options->background,
+                   "Return once no event is missed any more, and go on in the background until the "
+                   "service ends")
+        ->excludes(readyFd);
+    client.onVerb(verb, [&client, options] {
+        return options->background ? watchInBackground(client, *options) : watch(client, *options);
+    });
 }
 
 }  // namespace pelto

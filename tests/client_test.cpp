@@ -198,6 +198,10 @@ TEST_F(ClientTest, WatchesWhatIsSent) {
     Program ended(command({"watch", "--timeout", "2"}));  // with the time to register
     refuses({"watch", "--timeout", "2", "--count", "1"}, 5, "0 of 1");
     EXPECT_EQ(ended.wait(), 0) << ended.errors();
+    Words inOrder{"sh", "-c", "\"$@\" watch --background --count 1 && \"$@\" send b", "sh"};
+    for (const std::string& word : command({})) inOrder.push_back(word);
+    EXPECT_EQ(run(inOrder).output, "b \n");
+    EXPECT_EQ(plain.line(), "b ");
     host.signal(SIGTERM);
     EXPECT_EQ(plain.wait(), 4);
     EXPECT_EQ(plain.output(), "");

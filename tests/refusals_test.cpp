@@ -50,7 +50,7 @@ TEST_F(RefusalsTest, ClientNeedsCorrectWordsAndAService) {
         {{"reports", "--count", "1"}, 2, "--follow"},
         {{"reports", "--follow", "--count", "1", "--timeout", "0.01"}, 5, "0 of 1"},
         {{"send", "a"}, 4, "pelto phone start"},
-        {{"watch"}, 4, "pelto phone start"},
+        {{"watch", "--background"}, 4, "pelto phone start"},
         {{"debug", "on"}, 4, "pelto phone start"},
         {{"audio-dump", std::string(91, 'x')}, 4, "pelto phone start"},
         {{"compositor"}, 4, "pelto phone start"},
