@@ -1,6 +1,7 @@
 # Builds the product as the phone does: the product folders and phone_device.cpp, without sim/ in the
 # include path and without the phone's libraries. Then checks that every undefined symbol is one that
-# the phone provides.
+# the phone provides and that packaging/phone/needed.txt lists, and the size of the library for the
+# phone's processor.
 find_program(PELTO_PYTHON python3 REQUIRED)
 
 set(tree ${PROJECT_BINARY_DIR}/phone-tree)
@@ -42,9 +43,15 @@ target_include_directories(pelto_product_alone PRIVATE ${PROJECT_BINARY_DIR}/pho
 add_library(peltoservice SHARED $<TARGET_OBJECTS:pelto_product> phone/phone_device.cpp)
 target_link_libraries(peltoservice PRIVATE pelto_compile Threads::Threads)
 target_link_options(peltoservice PRIVATE -Wl,--gc-sections)
+set(most_bytes 0)  # 0: no limit
+if(CMAKE_SIZEOF_VOID_P EQUAL 4)
+  set(most_bytes 131072)
+endif()
+set(needed ${PROJECT_SOURCE_DIR}/packaging/phone/needed.txt)
+set_property(TARGET peltoservice PROPERTY LINK_DEPENDS ${needed})
 add_custom_command(TARGET peltoservice POST_BUILD
   COMMAND ${CMAKE_STRIP} -o libpeltoservice.stripped.so $<TARGET_FILE:peltoservice>
   COMMAND ${PELTO_PYTHON} -B ${PROJECT_SOURCE_DIR}/tools/check_phone_library.py
-    --nm ${CMAKE_NM} --stripped libpeltoservice.stripped.so --platform ${tree}/platform
-    $<TARGET_FILE:peltoservice>
+    --nm ${CMAKE_NM} --platform ${tree}/platform --needed ${needed}
+    --stripped libpeltoservice.stripped.so --most-bytes ${most_bytes} $<TARGET_FILE:peltoservice>
   VERBATIM)
