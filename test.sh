@@ -10,7 +10,8 @@ usage: ./test.sh [--all | --preset NAME] [-R REGEX]
   (no option)     build the preset dev and run its tests and source checks
   --preset NAME   the same for another preset of CMakePresets.json
   --all           every preset: sanitizers, 32-bit ARM under emulation, the phone's own
-                  build; the demo; format, lint, a short run of each fuzzer and benchmark
+                  build; the demo; format, lint, the daemon's memory, a short run of each
+                  fuzzer and benchmark
   -R REGEX        only the tests whose names match, as ctest takes it
   --help          this text
 
@@ -65,6 +66,12 @@ tests_of() {
     esac
 }
 
+memory() {
+    cmake --preset release &&
+        cmake --build --preset release -j "$jobs" --target peltoserviced service_bench pelto &&
+        python3 -B bench/check_memory.py build/release/bin
+}
+
 preset() {
     stage "$1: build" build "$1" && tests_of "$1"
 }
@@ -82,6 +89,8 @@ everything() {
     preset tsan || true
     preset arm32 || true
     stage 'benchmarks' ./bench.sh --quick || true
+    stage 'memory' memory || true
+    grep -h '^the daemon' "$stage_logs/memory.log" | fold -sw 90 | sed 's/^/                   /' || true
     if stage 'fuzz: build' build fuzz; then stage 'fuzzers' tools/run_fuzzers.sh build/fuzz 90 || true; fi
 }
 

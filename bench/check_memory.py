@@ -1,0 +1,78 @@
+#!/usr/bin/env python3
+"""Refuses a daemon with too much memory of its own: idle, and after a burst of events.
+
+check_memory.py PROGRAMS
+
+Counts the memory that the daemon has written to. Pages of programs and libraries that no other
+process happens to map are shown beside it: the kernel can drop them at any time.
+"""
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import time
+
+import idle_daemon
+
+IDLE_KIB = 1024
+BURST_KIB = 2048
+SENDERS = 4
+EVENTS = 20000
+LAST = "the_last_event"
+PATIENCE_SECONDS = 60
+
+
+def private_kib(pid):
+    """(written, only read) of the memory that the process shares with no other."""
+    rollup = pathlib.Path(f"/proc/{pid}/smaps_rollup").read_text(encoding="ascii")
+    return tuple(int(re.search(rf"^Private_{kind}: +(\d+) kB$", rollup, re.M)[1])
+                 for kind in ("Dirty", "Clean"))
+
+
+def burst(programs, phone):
+    command = [programs + "/service_bench", "send", phone, str(EVENTS // SENDERS), "0"]
+    senders = [subprocess.Popen(command) for _ in range(SENDERS)]
+    if any([sender.wait(timeout=PATIENCE_SECONDS) for sender in senders]):
+        sys.exit("a sender failed")
+
+
+def await_drained(programs, phone):
+    """Sends one more event and waits for the line of its listener: those before it are done."""
+    pelto = [programs + "/pelto", "--phone", phone]
+    subprocess.run([*pelto, "send", "pelto_event_for_test", "string0:" + LAST], check=True,
+                   stdout=subprocess.DEVNULL, timeout=PATIENCE_SECONDS)
+    deadline = time.monotonic() + PATIENCE_SECONDS
+    while time.monotonic() < deadline:
+        log = subprocess.run([*pelto, "logcat", "-d", "EventTest:V", "*:S"], check=True,
+                             capture_output=True, text=True, timeout=PATIENCE_SECONDS)
+        if LAST in log.stdout:
+            return
+    sys.exit("the queue did not drain")
+
+
+def measure(programs):
+    with tempfile.TemporaryDirectory() as folder:
+        phone = folder + "/phone"
+        subprocess.run([programs + "/service_bench", "make-phone", phone], check=True)
+        daemon = idle_daemon.start(programs + "/peltoserviced", phone)
+        try:
+            idle = private_kib(daemon.pid)
+            burst(programs, phone)
+            await_drained(programs, phone)
+            return idle, private_kib(daemon.pid)
+        finally:
+            daemon.terminate()
+            daemon.wait(timeout=20)
+
+
+def main():
+    idle, after = measure(sys.argv[1])
+    print(f"the daemon's own memory: {idle[0]} KiB idle (at most {IDLE_KIB}), {after[0]} KiB after "
+          f"{EVENTS} events of {SENDERS} senders (at most {BURST_KIB}); "
+          f"program pages that nobody shares: {idle[1]} and {after[1]} KiB")
+    return 1 if idle[0] > IDLE_KIB or after[0] > BURST_KIB else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
