@@ -26,9 +26,15 @@ foreach(folder IN LISTS PELTO_PRODUCT_FOLDERS)
   add_subdirectory(${folder})
 endforeach()
 
+# The host is compiled only: it is linked with the phone's libraries.
+set(phone_host ${PROJECT_SOURCE_DIR}/host/phone_main.cpp)
+add_library(pelto_phone_host OBJECT ${phone_host})
+target_link_libraries(pelto_phone_host PRIVATE pelto_compile)
+target_include_directories(pelto_phone_host PRIVATE ${tree}/platform)
+
 # Compiled once more against declarations of just what the product may use of the phone's libraries.
 get_target_property(product_sources pelto_product SOURCES)
-add_library(pelto_product_alone OBJECT ${product_sources})
+add_library(pelto_product_alone OBJECT ${product_sources} ${phone_host})
 target_link_libraries(pelto_product_alone PRIVATE pelto_compile)
 set(declarations ${PROJECT_SOURCE_DIR}/cmake/phone_libraries.h)
 set_property(DIRECTORY APPEND PROPERTY CMAKE_CONFIGURE_DEPENDS ${declarations})

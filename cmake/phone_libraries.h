@@ -1,6 +1,6 @@
-// Declares what the product may use of the phone's libraries, and nothing else. The phone check
-// offers this one file to the product under the names of all the headers that it lists, each before
-// its part.
+// Declares what the product and its host may use of the phone's libraries, and nothing else. The
+// phone check offers this one file to them under the names of all the headers that it lists, each
+// before its part.
 #pragma once
 
 #include <sys/types.h>
@@ -15,7 +15,7 @@ namespace android {
 
 typedef int32_t status_t;
 
-enum { NO_INIT = -19 };
+enum { OK = 0, NO_INIT = -19 };
 
 // <utils/RefBase.h>
 
@@ -280,9 +280,27 @@ class Parcel {
 class IServiceManager : public virtual RefBase {
   public:
     virtual sp<IBinder> getService(const String16& name) const = 0;
+    virtual status_t addService(const String16& name, const sp<IBinder>& service,
+                                bool allowIsolated = false, int dumpFlags = 0) = 0;
 };
 
 sp<IServiceManager> defaultServiceManager();
+
+// <binder/ProcessState.h>
+
+class ProcessState : public virtual RefBase {
+  public:
+    static sp<ProcessState> self();
+    void startThreadPool();
+};
+
+// <binder/IPCThreadState.h>
+
+class IPCThreadState {
+  public:
+    static IPCThreadState* self();
+    void joinThreadPool(bool isMain = true);
+};
 
 // <ipeltoservice/IPeltoNativeClient.h>
 
@@ -292,6 +310,8 @@ class IPeltoNativeClient : public IInterface {
 };
 
 // <ipeltoservice/IPeltoService.h>
+
+constexpr const char* kPeltoServiceName = "peltoservice";
 
 class IPeltoService : public IInterface {
   public:
