@@ -56,6 +56,8 @@ def allowed(root, path):
         return {"platform"} if is_phones else _WORKSTATION
     if parts == ("phone", "phone_workstation.cpp"):
         return {"phone", "sim"}
+    if parts == ("host", "phone_main.cpp"):
+        return set(sources.PRODUCT) | _PHONE_SIDE
     return MAY_INCLUDE[parts[0]] | {parts[0]}
 
 

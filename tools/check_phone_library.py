@@ -83,9 +83,10 @@ def needed(nm, library):
 
 def check_needed(nm, library, listed):
     new = needed(nm, library) - set(listed.read_text().splitlines())
-    again = f"python3 -B tools/check_phone_library.py --needed {listed} --write"
+    again = f"tools/check_phone_library.py --needed {listed} --write"
     return [
-        f"not in {listed}: {name}. If the phone has it, run: {again} build/phone-*/libpeltoservice.so"
+        f"not in {listed}: {name}. If the phone has it, build both phone presets and run: "
+        f"python3 -B {again} build/phone-*/libpeltoservice.so"
         for name in sorted(new)
     ]
 

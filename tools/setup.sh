@@ -28,6 +28,7 @@ readonly ALL=(
     'arm-linux-gnueabihf-g++=g++-arm-linux-gnueabihf'
     'qemu-arm=qemu-user'
     'shellcheck=shellcheck'
+    'checkmodule=checkpolicy'
 )
 # Some releases do not have these; the checks that use them report when they are missing.
 readonly OPTIONAL=' clang-format-14 libclang-rt-dev '

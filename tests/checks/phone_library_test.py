@@ -59,7 +59,9 @@ class PhoneLibrary(unittest.TestCase):
         code = """
             #include <string>
             #include <unistd.h>
-            namespace android { struct Thread { void run(long); template <class T> void join(T); }; }
+            namespace android {
+            struct Thread { void run(long); template <class T> void join(T); };
+            }
             std::string use() { android::Thread thread; thread.run(1); thread.join(1); getpid();
                                 return std::string(20, ' ').substr(1); }"""
         library, listed = self.compiled(code), self.folder / "needed.txt"

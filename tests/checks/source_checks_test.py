@@ -76,6 +76,10 @@ class Includes(Tree):
         self.assert_each_refused(
             check_includes.check, "sim/base/clock.cpp", ["#include <utils/RefBase.h>"]
         )
+        for path, refused in {"host/phone_main.cpp": 1, "host/other.cpp": 0}.items():
+            self.file(path, '#include "sim/base/clock.h"\n#include "service/S.h"')
+            self.assertEqual(len(check_includes.check(self.root)), refused, path)
+            (self.root / path).unlink()
 
     def test_rooms_of_the_simulated_phone_lean_one_way(self):
         up = ['#include "sim/shell/shell.h"', "#include <sim/phone.h>"]
