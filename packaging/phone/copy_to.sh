@@ -11,6 +11,7 @@ folder=$(cd "$1" && pwd)
 cd "$(dirname "$0")/../.."
 
 read -ra product < <(sed -n 's/^set(PELTO_PRODUCT_FOLDERS \(.*\))$/\1/p' CMakeLists.txt)
-mapfile -t code < <(find "${product[@]}" -name '*.h' -o -name '*.cpp' ! -name '*_test.cpp')
+mapfile -t code < <(find "${product[@]}" \( -name '*.h' -o -name '*.cpp' \) \
+    ! -name '*_test.*' ! -path '*/testing/*')
 cp --parents "${code[@]}" phone/phone.h phone/phone_device.cpp host/phone_main.cpp "$folder"
 cp -r packaging/phone/{Android.bp,peltoserviced.rc,sepolicy} "$folder"
