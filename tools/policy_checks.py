@@ -35,7 +35,8 @@ _NEEDS = {
 }
 # Permissions that nothing else needs than what they are named for above.
 _TELLING = {permission for permission, _ in _NEEDS.values()} - {"", "file read"}
-_CHANGES = {"file write", "file create", "file setattr", "file unlink", "file append"}
+_CHANGES = {f"file {word}" for word in ("append", "create", "setattr", "unlink", "write")}
+_CHANGES |= {f"dir {word}" for word in ("add_name", "create", "remove_name", "setattr", "write")}
 
 
 def show(item):
@@ -83,8 +84,9 @@ def check_block(block):
     classes |= {f"{name}_socket" for kind, name in block.items if kind == "socket"}
     for name in sorted({name for _, name, _ in block.rules} - classes):
         yield f"the rules for {what} grant the class {name}, which none of them needs"
-    if all(name.startswith("/sys/") for _, name in block.items) and given & _CHANGES:
-        yield f"the rules for {what} let attributes of the kernel be changed"
+    written = any(kind == "path" and not name.startswith("/sys/") for kind, name in block.items)
+    for permission in sorted(given & _CHANGES) if not written else ():
+        yield f"the rules for {what} grant {permission}, but they change no file"
 
 
 def check_labels(policy):
