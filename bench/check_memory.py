@@ -3,8 +3,8 @@
 
 check_memory.py PROGRAMS
 
-Counts the memory that the daemon has written to. Pages of programs and libraries that no other
-process happens to map are shown beside it: the kernel can drop them at any time.
+Counts the anonymous memory: heaps, stacks and written data. The pages of programs and libraries that
+no other process happens to map are shown beside it: the kernel can read them again from the disk.
 """
 import pathlib
 import re
@@ -19,15 +19,15 @@ IDLE_KIB = 1024
 BURST_KIB = 2048
 SENDERS = 4
 EVENTS = 20000
-LAST = "the_last_event"
 PATIENCE_SECONDS = 60
 
 
 def private_kib(pid):
-    """(written, only read) of the memory that the process shares with no other."""
+    """The process's own memory, and the other that it shares with no process."""
     rollup = pathlib.Path(f"/proc/{pid}/smaps_rollup").read_text(encoding="ascii")
-    return tuple(int(re.search(rf"^Private_{kind}: +(\d+) kB$", rollup, re.M)[1])
-                 for kind in ("Dirty", "Clean"))
+    dirty, clean, own = (int(re.search(rf"^{name}: +(\d+) kB$", rollup, re.M)[1])
+                         for name in ("Private_Dirty", "Private_Clean", "Anonymous"))
+    return own, dirty + clean - own
 
 
 def burst(programs, phone):
@@ -37,16 +37,16 @@ def burst(programs, phone):
         sys.exit("a sender failed")
 
 
-def await_drained(programs, phone):
-    """Sends one more event and waits for the line of its listener: those before it are done."""
+def await_drained(programs, phone, word):
+    """Sends one more event and waits for the line of its listener: all before it is done."""
     pelto = [programs + "/pelto", "--phone", phone]
-    subprocess.run([*pelto, "send", "pelto_event_for_test", "string0:" + LAST], check=True,
+    subprocess.run([*pelto, "send", "pelto_event_for_test", "string0:" + word], check=True,
                    stdout=subprocess.DEVNULL, timeout=PATIENCE_SECONDS)
     deadline = time.monotonic() + PATIENCE_SECONDS
     while time.monotonic() < deadline:
         log = subprocess.run([*pelto, "logcat", "-d", "EventTest:V", "*:S"], check=True,
                              capture_output=True, text=True, timeout=PATIENCE_SECONDS)
-        if LAST in log.stdout:
+        if word in log.stdout:
             return
     sys.exit("the queue did not drain")
 
@@ -57,9 +57,10 @@ def measure(programs):
         subprocess.run([programs + "/service_bench", "make-phone", phone], check=True)
         daemon = idle_daemon.start(programs + "/peltoserviced", phone)
         try:
+            await_drained(programs, phone, "started")
             idle = private_kib(daemon.pid)
             burst(programs, phone)
-            await_drained(programs, phone)
+            await_drained(programs, phone, "drained")
             return idle, private_kib(daemon.pid)
         finally:
             daemon.terminate()
