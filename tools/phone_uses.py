@@ -29,14 +29,11 @@ class Uses:
         shipped = [*sources.shipped(root), root / HOST, root / "phone/phone_device.cpp"]
         headers = [path for path in sources.files(root, ["platform"]) if path.suffix == ".h"]
         texts = {path: sources.without_comments(path.read_text()) for path in headers + shipped}
-        self._constants = {
-            name: text or number
-            for code in texts.values()
-            for name, text, number in _CONSTANT.findall(code)
-        }
+        self._shared = constants(texts.values())
         self.code = "\n".join(texts[path] for path in shipped)
         for path in shipped:
             self._file = path.relative_to(root)
+            self._own = constants([texts[path]])
             self._read(texts[path])
 
     def _add(self, kind, name):
@@ -47,7 +44,8 @@ class Uses:
         """The text or number that a word of the sources stands for."""
         if word.startswith('"'):
             return word.strip('"')
-        value = self._constants.get(word.split("::")[-1])
+        name = word.split("::")[-1]
+        value = self._own.get(name, self._shared.get(name))
         if value is None:
             self.problems.append(f"{self._file}: '{word}' is neither a literal nor a constant")
         return value
@@ -109,6 +107,11 @@ class Uses:
             protocols = re.findall(r"\bNETLINK_[A-Z_]+\b", code) if family == "AF_NETLINK" else []
             for name in protocols or [family]:
                 self._add("socket", name.lower())
+
+
+def constants(texts):
+    found = [match for code in texts for match in _CONSTANT.findall(code)]
+    return {name: text or number for name, text, number in found}
 
 
 def without_log_calls(code):
