@@ -6,8 +6,7 @@
 #include <binder/transport/connection.h>
 #include <ipeltoservice/IPeltoService.h>
 #include <sim/control/request.h>
-#include <stdlib.h>
-#include <unistd.h>
+#include <sim/default_phone.h>
 
 #include <CLI/CLI.hpp>
 
@@ -15,12 +14,6 @@
 
 namespace pelto {
 namespace {
-
-std::string defaultFolder() {
-    const char* const runtime = getenv("XDG_RUNTIME_DIR");
-    if (runtime != nullptr && *runtime == '/') return std::string(runtime) + "/pelto-phone";
-    return "/tmp/pelto-phone-" + std::to_string(getuid());
-}
 
 Exit exitFor(sim::Reply::Error error) {
     switch (error) {
@@ -49,7 +42,7 @@ std::string escapeOf(char c) {
 
 }  // namespace
 
-Client::Client(CLI::App& app) : mFolder(defaultFolder()) {
+Client::Client(CLI::App& app) : mFolder(sim::defaultFolder()) {
     app.add_option("--phone", mFolder, "Folder of the phone")
         ->envname("PELTO_PHONE")
         ->type_name("DIR")

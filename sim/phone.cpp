@@ -2,8 +2,6 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 #include <sys/stat.h>
 
@@ -14,10 +12,12 @@
 
 #include "sim/base/fd.h"
 #include "sim/base/line_file.h"
+#include "sim/base/mutex.h"
 #include "sim/base/root.h"
 #include "sim/control/clock_and_fault_commands.h"
 #include "sim/control/kernel_commands.h"
 #include "sim/control/server.h"
+#include "sim/default_phone.h"
 #include "sim/kernel/display_kernel.h"
 #include "sim/kernel/generic_netlink.h"
 #include "sim/kernel/gpu.h"
@@ -187,19 +187,21 @@ Phone& Phone::open(const std::string& given) {
         if (status.st_uid != geteuid()) refuse(folder + directory, "belongs to another user");
     }
     closeToOthers(opened);
+    static Mutex& opening = *new Mutex;
+    const Lock lock(opening);
     if (Phone* phone = find()) {
         if (phone->mFolder != path) refuse(folder, "this process runs in " + phone->mFolder);
         return *phone;
     }
     // Never destroyed: threads of its users may outlive main().
-    gPhone.store(new Phone(path), std::memory_order_release);
-    return get();
+    auto* const phone = new Phone(path);
+    gPhone.store(phone, std::memory_order_release);
+    return *phone;
 }
 
 Phone& Phone::get() {
     if (Phone* phone = find()) return *phone;
-    fputs("no phone is open in this process\n", stderr);
-    abort();
+    return openDefaultPhone();
 }
 
 Phone* Phone::find() {

@@ -34,11 +34,11 @@ class NoPhone : public std::runtime_error {
 //   can be written by others is refused. A process of the same user that exchanges names meanwhile
 //   is not kept out.
 // Ownership: one object a process, never destroyed. Several processes may open one folder at once.
-// Threads: create() or open() once, before other threads use the phone; the rest from any thread.
+// Threads: any. A process that names its phone opens it before other threads use one.
 // Errors: create() and open() throw NoPhone or another std::runtime_error with one line that names
-//   the folder and the reason; get() without an open phone ends the process with one line. A phone
-//   that cannot be written is opened all the same: what it holds can be read, and each part reports
-//   what it could not write.
+//   the folder and the reason, also when this process has opened another phone. A phone that cannot
+//   be written is opened all the same: what it holds can be read, and each part reports what it
+//   could not write.
 class Phone {
   public:
     // Makes a phone in a new or empty folder, or one where that was cut short, and opens it. A
@@ -47,6 +47,7 @@ class Phone {
     static Phone& create(const std::string& folder);
     // Opens a folder that create() made.
     static Phone& open(const std::string& folder);
+    // The open phone. The first call opens the default one (default_phone.h) when none is open yet.
     static Phone& get();
     // The open phone, or null.
     static Phone* find();

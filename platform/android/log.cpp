@@ -12,12 +12,10 @@ namespace {
 
 int writeText(int prio, const char* tag, const char* text) {
     if (tag == nullptr) tag = "";
-    if (sim::Phone* phone = sim::Phone::find())
-        return phone->log().write(prio, tag, text) ? 1 : -EIO;
     const int savedErrno = errno;
-    int written = fprintf(stderr, "%c %s: %s\n", sim::Log::letter(prio), tag, text);
-    errno = savedErrno;
-    return written > 0 ? 1 : -EIO;
+    sim::Log& log = sim::Phone::get().log();
+    errno = savedErrno;  // the first call opens the phone
+    return log.write(prio, tag, text) ? 1 : -EIO;
 }
 
 int printText(int prio, const char* tag, const char* fmt, va_list args)

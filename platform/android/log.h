@@ -1,8 +1,7 @@
 #pragma once
 
-// The phone's log. Lines go to the log of the open simulated phone, or to stderr while none is
-// open. Any thread; errno is kept. A message is cut at 4 KiB; a line that cannot be written is
-// lost.
+// The phone's log. Any thread; errno is kept. A message is cut at 4 KiB; a line that cannot be
+// written is lost.
 
 #ifdef __cplusplus
 extern "C" {

@@ -1,14 +1,20 @@
 #include "sim/base/root.h"
 
+#include <binder/IServiceManager.h>
 #include <errno.h>
 #include <fcntl.h>
+#include <stdlib.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
+#include <set>
+#include <thread>
 
 #include "phone/phone.h"
+#include "sim/base/mutex.h"
 #include "tests/support/phone_fixture.h"
 
 namespace fs = std::filesystem;
@@ -115,6 +121,17 @@ class PhoneFolderTest : public testing::Test {
     PhoneFolderTest() { EXPECT_NE(mkdtemp(mFolder.data()), nullptr); }
     ~PhoneFolderTest() override { fs::remove_all(mFolder); }
 
+    // A process has one phone: another one makes those that the test opens itself.
+    static void inChild(const std::function<void()>& work) {
+        if (fork() == 0) {
+            work();
+            _exit(0);  // a refusal has ended it otherwise
+        }
+        int status = -1;
+        wait(&status);
+        EXPECT_EQ(status, 0);
+    }
+
     std::string mFolder = testing::TempDir() + "folder-XXXXXX";
 };
 
@@ -131,7 +148,52 @@ TEST_F(PhoneFolderTest, OpensNoOtherFolderAndNoLinks) {
         fs::create_symlink("elsewhere", mFolder + '/' + part);
         EXPECT_THROW(sim::Phone::open(mFolder), std::runtime_error) << part;
     }
-    EXPECT_DEATH(sim::Phone::get(), "no phone is open");
+}
+
+TEST_F(PhoneFolderTest, OpensForThoseWhoNameNoneAndUseItFirst) {
+    inChild([&] { sim::Phone::create(mFolder); });
+    setenv("PELTO_PHONE", mFolder.c_str(), 1);
+    std::vector<std::thread> users;
+    std::set<sim::Phone*> found;
+    sim::Mutex lock;
+    for (int i = 0; i < 8; ++i) {
+        users.emplace_back([&, i] {
+            if (i % 2 == 0) {
+                EXPECT_EQ(android::defaultServiceManager()->checkService(android::String16("none")),
+                          nullptr);
+            } else {
+                errno = EBUSY;
+                EXPECT_EQ(__android_log_write(ANDROID_LOG_INFO, "first", "use"), 1);
+                EXPECT_EQ(errno, EBUSY);
+            }
+            sim::Lock locked(lock);
+            found.insert(sim::Phone::find());
+        });
+    }
+    for (std::thread& user : users) user.join();
+    ASSERT_EQ(found.size(), 1u);
+    EXPECT_EQ((*found.begin())->folder(), fs::canonical(mFolder));
+    EXPECT_THROW(sim::Phone::open(mFolder + "/run"), std::runtime_error);
+    EXPECT_EQ(&sim::Phone::open(mFolder), *found.begin());
+}
+
+TEST_F(PhoneFolderTest, EndsThoseWhoNameNoneWithOneLine) {
+    const auto useByTwo = [] {
+        std::thread other([] { __android_log_write(ANDROID_LOG_INFO, "first", "use"); });
+        sim::Phone::get();
+        other.join();
+    };
+    setenv("PELTO_PHONE", (mFolder + "/none").c_str(), 1);
+    EXPECT_EXIT(useByTwo(), testing::ExitedWithCode(3),
+                "^sim_test: [^\n]*/none: No such file or directory; make a phone with: [^\n]*\n$");
+    inChild([&] { sim::Phone::create(mFolder + "/phone"); });
+    fs::create_symlink("phone", mFolder + "/link");
+    setenv("PELTO_PHONE", (mFolder + "/link").c_str(), 1);
+    EXPECT_EXIT(useByTwo(), testing::ExitedWithCode(3),
+                "^sim_test: [^\n]*/link: is a link[^\n]*\n$");
+    unsetenv("PELTO_PHONE");
+    setenv("XDG_RUNTIME_DIR", mFolder.c_str(), 1);
+    EXPECT_EXIT(useByTwo(), testing::ExitedWithCode(3), "^sim_test: [^\n]*/pelto-phone: ");
 }
 
 TEST_F(PhoneFolderTest, IsWholeForProcessesThatMakeItAtOnce) {

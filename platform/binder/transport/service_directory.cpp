@@ -33,12 +33,7 @@ bool ServiceDirectory::validName(const std::string& name) {
 
 bool ServiceDirectory::openFolderLocked() {
     if (mFolder.valid()) return true;
-    sim::Phone* const phone = sim::Phone::find();
-    if (phone == nullptr) {
-        __android_log_print(ANDROID_LOG_ERROR, "Binder", "no phone is open");
-        return false;
-    }
-    const std::string folder = phone->runDir() + "/services";
+    const std::string folder = sim::Phone::get().runDir() + "/services";
     mkdir(folder.c_str(), 0700);
     mFolder = sim::Fd(::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!mFolder.valid()) logFailure("open", folder);
