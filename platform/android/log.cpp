@@ -18,15 +18,6 @@ int writeText(int prio, const char* tag, const char* text) {
     return log.write(prio, tag, text) ? 1 : -EIO;
 }
 
-int printText(int prio, const char* tag, const char* fmt, va_list args)
-    __attribute__((__format__(printf, 3, 0)));
-
-int printText(int prio, const char* tag, const char* fmt, va_list args) {
-    char text[sim::Log::kMaxMessageBytes];
-    if (vsnprintf(text, sizeof(text), fmt, args) < 0) return -EINVAL;
-    return writeText(prio, tag, text);
-}
-
 }  // namespace
 
 int __android_log_write(int prio, const char* tag, const char* text) {
@@ -34,23 +25,28 @@ int __android_log_write(int prio, const char* tag, const char* text) {
 }
 
 int __android_log_print(int prio, const char* tag, const char* fmt, ...) {
+    char text[sim::Log::kMaxMessageBytes];
     va_list args;
     va_start(args, fmt);
-    int result = printText(prio, tag, fmt, args);
+    const int length = vsnprintf(text, sizeof(text), fmt, args);
     va_end(args);
-    return result;
+    return length < 0 ? -EINVAL : writeText(prio, tag, text);
 }
 
 void __android_log_assert(const char* cond, const char* tag, const char* fmt, ...) {
+    char text[sim::Log::kMaxMessageBytes] = "Unspecified assertion failed";
     if (fmt != nullptr) {
         va_list args;
         va_start(args, fmt);
-        printText(ANDROID_LOG_FATAL, tag, fmt, args);
+        vsnprintf(text, sizeof(text), fmt, args);
         va_end(args);
     } else if (cond != nullptr) {
-        __android_log_print(ANDROID_LOG_FATAL, tag, "Assertion failed: %s", cond);
+        snprintf(text, sizeof(text), "Assertion failed: %s", cond);
+    }
+    if (sim::Phone::find() != nullptr) {
+        writeText(ANDROID_LOG_FATAL, tag, text);
     } else {
-        writeText(ANDROID_LOG_FATAL, tag, "Unspecified assertion failed");
+        fprintf(stderr, "F %s: %s\n", tag != nullptr ? tag : "", text);
     }
     abort();
 }

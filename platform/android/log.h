@@ -21,7 +21,8 @@ int __android_log_write(int prio, const char* tag, const char* text);
 int __android_log_print(int prio, const char* tag, const char* fmt, ...)
     __attribute__((__format__(printf, 3, 4)));
 
-// Logs the message (the condition's text when `fmt` is null) as fatal, then aborts.
+// Logs the message (the condition's text when `fmt` is null) as fatal, then aborts. It goes to
+// stderr when the process has not used the phone yet.
 void __android_log_assert(const char* cond, const char* tag, const char* fmt, ...)
     __attribute__((__noreturn__, __format__(printf, 3, 4)));
 
