@@ -1,7 +1,6 @@
 #pragma once
 
 #include <binder/Binder.h>
-#include <binder/BpBinder.h>
 
 namespace android {
 
@@ -17,6 +16,11 @@ class IInterface : public virtual RefBase {
   protected:
     ~IInterface() override = default;
     virtual IBinder* onAsBinder() = 0;
+
+    // For asInterface(): what implements that interface in this process, else the proxy of a remote
+    // object, made unless there is one. Null for null and for an object with another interface.
+    static sp<IInterface> find(const sp<IBinder>& object, const String16& descriptor,
+                               sp<IInterface> (*makeProxy)(const sp<IBinder>& remote));
 };
 
 // The interface behind an object: the implementation itself in its own process, else its proxy.
@@ -59,23 +63,20 @@ class BpInterface : public INTERFACE, public BpRefBase {
     ~I##INTERFACE() override;
 
 // The descriptor is never freed: calls may come in until the process ends.
-#define IMPLEMENT_META_INTERFACE(INTERFACE, NAME)                                             \
-    const ::android::String16& I##INTERFACE::descriptor = *new ::android::String16(NAME);     \
-    ::android::sp<I##INTERFACE> I##INTERFACE::asInterface(                                    \
-        const ::android::sp<::android::IBinder>& object) {                                    \
-        if (object == nullptr) return nullptr;                                                \
-        ::android::sp<::android::IInterface> found = object->queryLocalInterface(descriptor); \
-        if (found == nullptr && object->remoteBinder() != nullptr) {                          \
-            found = object->remoteBinder()->interfaceFor(&descriptor, [&] {                   \
-                return ::android::sp<::android::IInterface>(new Bp##INTERFACE(object));       \
-            });                                                                               \
-        }                                                                                     \
-        return static_cast<I##INTERFACE*>(found.get());                                       \
-    }                                                                                         \
-    const ::android::String16& I##INTERFACE::getInterfaceDescriptor() const {                 \
-        return descriptor;                                                                    \
-    }                                                                                         \
-    I##INTERFACE::I##INTERFACE() = default;                                                   \
+#define IMPLEMENT_META_INTERFACE(INTERFACE, NAME)                                          \
+    const ::android::String16& I##INTERFACE::descriptor = *new ::android::String16(NAME);  \
+    ::android::sp<I##INTERFACE> I##INTERFACE::asInterface(                                 \
+        const ::android::sp<::android::IBinder>& object) {                                 \
+        const ::android::sp<::android::IInterface> found =                                 \
+            find(object, descriptor, [](const ::android::sp<::android::IBinder>& remote) { \
+                return ::android::sp<::android::IInterface>(new Bp##INTERFACE(remote));    \
+            });                                                                            \
+        return static_cast<I##INTERFACE*>(found.get());                                    \
+    }                                                                                      \
+    const ::android::String16& I##INTERFACE::getInterfaceDescriptor() const {              \
+        return descriptor;                                                                 \
+    }                                                                                      \
+    I##INTERFACE::I##INTERFACE() = default;                                                \
     I##INTERFACE::~I##INTERFACE() = default;
 
 // First statement of an operation in onTransact(): refuses a caller that names another interface.

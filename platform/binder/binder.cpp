@@ -1,4 +1,5 @@
 #include <binder/Binder.h>
+#include <binder/BpBinder.h>
 #include <binder/IInterface.h>
 #include <binder/Parcel.h>
 
@@ -21,6 +22,15 @@ sp<IBinder> IInterface::asBinder(const IInterface* interface) {
 
 sp<IBinder> IInterface::asBinder(const sp<IInterface>& interface) {
     return asBinder(interface.get());
+}
+
+sp<IInterface> IInterface::find(const sp<IBinder>& object, const String16& descriptor,
+                                sp<IInterface> (*makeProxy)(const sp<IBinder>& remote)) {
+    if (object == nullptr) return nullptr;
+    const sp<IInterface> local = object->queryLocalInterface(descriptor);
+    BpBinder* const proxy = object->remoteBinder();
+    if (local != nullptr || proxy == nullptr) return local;
+    return proxy->interfaceFor(&descriptor, [&] { return makeProxy(object); });
 }
 
 const String16& BBinder::getInterfaceDescriptor() const {

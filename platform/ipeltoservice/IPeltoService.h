@@ -14,8 +14,7 @@ constexpr const char* kPeltoServiceName = "peltoservice";
 // The multimedia diagnostics service as its clients see it. The order of the operations is fixed:
 // operation n has the code FIRST_CALL_TRANSACTION + n - 1.
 //
-// Over a proxy every operation waits until the service has executed it; its failure is lost, unless
-//   it is called through PeltoServiceCalls.
+// Over a proxy every operation waits until the service has executed it; its failure is lost.
 // Threads: any, several at once.
 class IPeltoService : public IInterface {
   public:

@@ -8,11 +8,11 @@
 
 namespace android {
 
-// The operations of IPeltoService called on its object, each with the status of its transaction:
-// OK, DEAD_OBJECT when the service has gone, FAILED_TRANSACTION when the texts do not fit into one
-// transaction (together with up to 64 bytes of framing, 1 MiB less 8 KiB) or the service does not
-// read, else the status with which the service refused the call. `flags` as for
-// IBinder::transact().
+// The operations of IPeltoService called on its object, each with the status of its transaction,
+// which IPeltoService itself drops: OK, DEAD_OBJECT when the service has gone, FAILED_TRANSACTION
+// when the texts do not fit into one transaction (together with up to 64 bytes of framing, 1 MiB
+// less 8 KiB) or the service does not read, else the status with which the service refused the
+// call. `flags` as for IBinder::transact().
 //
 // The service's object is borrowed: the caller keeps it.
 class PeltoServiceCalls {
