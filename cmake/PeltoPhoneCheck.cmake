@@ -46,6 +46,12 @@ foreach(header IN LISTS headers)
 endforeach()
 target_include_directories(pelto_product_alone PRIVATE ${PROJECT_BINARY_DIR}/phone-headers)
 
+# The examples compile for the phone as they are.
+add_library(pelto_examples_alone OBJECT examples/listener.cpp examples/reporter.cpp)
+target_link_libraries(pelto_examples_alone PRIVATE pelto_compile)
+target_compile_definitions(pelto_examples_alone PRIVATE PELTO_CLIENT)
+target_include_directories(pelto_examples_alone PRIVATE ${PROJECT_BINARY_DIR}/phone-headers)
+
 add_library(peltoservice SHARED $<TARGET_OBJECTS:pelto_product> phone/phone_device.cpp)
 target_link_libraries(peltoservice PRIVATE pelto_compile Threads::Threads)
 target_link_options(peltoservice PRIVATE -Wl,--gc-sections)

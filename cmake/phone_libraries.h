@@ -1,6 +1,6 @@
 // Declares what the product and its host may use of the phone's libraries, and nothing else. The
 // phone check offers this one file to them under the names of all the headers that it lists, each
-// before its part.
+// before its part. Programs that define PELTO_CLIENT get what clients of the service use as well.
 #pragma once
 
 #include <sys/types.h>
@@ -247,6 +247,11 @@ class IBinder : public virtual RefBase {
     };
     virtual status_t transact(uint32_t code, const Parcel& data, Parcel* reply,
                               uint32_t flags = 0) = 0;
+#ifdef PELTO_CLIENT
+    status_t linkToDeath(const sp<DeathRecipient>& recipient, void* cookie = nullptr,
+                         uint32_t flags = 0);
+    status_t pingBinder();
+#endif
 };
 
 class BBinder : public IBinder {
@@ -302,12 +307,25 @@ class IPCThreadState {
     void joinThreadPool(bool isMain = true);
 };
 
+#ifdef PELTO_CLIENT
+template <typename INTERFACE>
+sp<INTERFACE> interface_cast(const sp<IBinder>& object);
+#endif
+
 // <ipeltoservice/IPeltoNativeClient.h>
 
 class IPeltoNativeClient : public IInterface {
   public:
     virtual status_t onNativeEvent(const char* type, const char* info) = 0;
 };
+
+#ifdef PELTO_CLIENT
+class BnPeltoNativeClient : public BnInterface<IPeltoNativeClient> {
+  public:
+    status_t onTransact(uint32_t code, const Parcel& data, Parcel* reply,
+                        uint32_t flags = 0) override;
+};
+#endif
 
 // <ipeltoservice/IPeltoService.h>
 

@@ -29,6 +29,7 @@ MAY_INCLUDE = {
     "sim": set(),
     "host": set(sources.PRODUCT) | _WORKSTATION,
     "client": _WORKSTATION,
+    "examples": {"platform"},  # of which tests/install_test.py offers what is installed
     "cmake": {"platform"},  # declarations of the phone's libraries, under the names in platform/
 }
 # These include what they need. build holds what CMake makes.
@@ -42,8 +43,8 @@ ROOMS = {
     "control": {"base", "kernel", "userspace"},
     "phone": {"base", "kernel", "userspace", "shell", "control"},  # sim/phone.h and sim/phone.cpp
 }
-# Product, platform and sim/ use no third-party libraries.
-_PLAIN = set(sources.PRODUCT) | {"phone", "platform", "sim"}
+# Product, platform, sim/ and the examples use no third-party libraries.
+_PLAIN = set(sources.PRODUCT) | {"phone", "platform", "sim", "examples"}
 _SYSTEM_DIRECTORIES = {"sys", "linux", "asm", "net", "netinet", "arpa"}
 _INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*([<"])([^>"\n]+)[>"]', re.M)
 
