@@ -19,6 +19,7 @@ readonly BUILD=(
 readonly TEST=(
     '/usr/src/googletest/CMakeLists.txt=googletest'
     'python3=python3'
+    'pkg-config=pkg-config'
 )
 readonly ALL=(
     'clang++=clang'
