@@ -11,7 +11,6 @@ case ${1:-} in
 esac
 
 tools/setup.sh test \
-    pkg-config=pkg-config \
     arm-linux-gnueabihf-g++=g++-arm-linux-gnueabihf \
     /usr/include/asio.hpp=libasio-dev \
     /usr/include/uv.h=libuv1-dev \
