@@ -151,8 +151,10 @@ TEST_F(PhoneFolderTest, OpensNoOtherFolderAndNoLinks) {
 }
 
 TEST_F(PhoneFolderTest, OpensForThoseWhoNameNoneAndUseItFirst) {
-    inChild([&] { sim::Phone::create(mFolder); });
-    setenv("PELTO_PHONE", mFolder.c_str(), 1);
+    const std::string named = mFolder + "/named", other = mFolder + "/other";
+    inChild([&] { sim::Phone::create(named); });
+    inChild([&] { sim::Phone::create(other); });
+    setenv("PELTO_PHONE", named.c_str(), 1);
     std::vector<std::thread> users;
     std::set<sim::Phone*> found;
     sim::Mutex lock;
@@ -172,9 +174,9 @@ TEST_F(PhoneFolderTest, OpensForThoseWhoNameNoneAndUseItFirst) {
     }
     for (std::thread& user : users) user.join();
     ASSERT_EQ(found.size(), 1u);
-    EXPECT_EQ((*found.begin())->folder(), fs::canonical(mFolder));
-    EXPECT_THROW(sim::Phone::open(mFolder + "/run"), std::runtime_error);
-    EXPECT_EQ(&sim::Phone::open(mFolder), *found.begin());
+    EXPECT_EQ((*found.begin())->folder(), fs::canonical(named));
+    EXPECT_THROW(sim::Phone::open(other), std::runtime_error);
+    EXPECT_EQ(&sim::Phone::open(named), *found.begin());
 }
 
 TEST_F(PhoneFolderTest, EndsThoseWhoNameNoneWithOneLine) {

@@ -70,6 +70,7 @@ class Includes(Tree):
             check_includes.check, "platform/binder/B.h", ['#include "sim/base/clock.h"', *inside]
         )
         self.assert_each_refused(check_includes.check, "service/S.cpp", inside[:1])
+        self.assert_each_refused(check_includes.check, "examples/e.cpp", inside[:1])
         self.assert_each_refused(
             check_includes.check, "phone/phone_device.cpp", ['#include "sim/base/clock.h"']
         )
