@@ -1,7 +1,7 @@
 #pragma once
 
-// The phone's log. Any thread; errno is kept. A message is cut at 4 KiB; a line that cannot be
-// written is lost.
+// The log of this process's phone, the default one unless another is open. Any thread; errno is
+// kept. A message is cut at 4 KiB; a line that cannot be written is lost.
 
 #ifdef __cplusplus
 extern "C" {

@@ -17,8 +17,8 @@ class IInterface : public virtual RefBase {
     ~IInterface() override = default;
     virtual IBinder* onAsBinder() = 0;
 
-    // For asInterface(): what implements that interface in this process, else the proxy of a remote
-    // object, made unless there is one. Null for null and for an object with another interface.
+    // For asInterface(): the implementation of that interface in this process, else the proxy of a
+    // remote object, made unless there is one. Null for null and for other objects of this process.
     static sp<IInterface> find(const sp<IBinder>& object, const String16& descriptor,
                                sp<IInterface> (*makeProxy)(const sp<IBinder>& remote));
 };

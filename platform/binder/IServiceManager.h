@@ -26,7 +26,7 @@ class IServiceManager : public virtual RefBase {
     ~IServiceManager() override = default;
 };
 
-// The manager of this process's phone; never null.
+// The manager of this process's phone, the default one unless another is open; never null.
 sp<IServiceManager> defaultServiceManager();
 
 }  // namespace android
