@@ -46,6 +46,10 @@ def road_rows(program):
                                        ("raw socket", "socket"))}
     yield Row("event road, one at a time", commands("--events", "5000"), ["p50", "p90", "p99"])
     yield Row("event road, flat out", commands("--events", "50000", "--gap-micros", "0"), ["rate"])
+    yield Row("event road, four pairs", {peer: [program, "run", workload, "PHONE", "--events", "50000",
+                                                "--gap-micros", "0"]
+                                         for peer, workload in (("dispatcher", "road"), ("client", "client-road"))},
+              ["rate", "cpu_ns", "allocations"])
     yield Row("a client beside 8 flooding, 200 slow and 50 deaf ones",
               {OUR: [program, "run", "attacked", "PHONE", "--events", "200"]}, ["p50", "p99"])
     yield Row("start-up", {OUR: [program, "run", "start-up", "PHONE"]},

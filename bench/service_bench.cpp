@@ -12,8 +12,10 @@
 
 int main(int argc, char** argv) {
     const std::map<std::string, bench::ServiceWorkload> workloads = {
-        {"start-up", bench::startUp},  {"dispatch", bench::dispatch},  {"client", bench::client},
-        {"attacked", bench::attacked}, {"socket", bench::socketFloor},
+        {"start-up", bench::startUp},       {"dispatch", bench::dispatch},
+        {"client", bench::client},          {"attacked", bench::attacked},
+        {"socket", bench::socketFloor},     {"road", bench::road},
+        {"client-road", bench::clientRoad},
     };
     CLI::App app{"Measures the service and prints one line of JSON."};
     std::string workload;
@@ -29,6 +31,7 @@ int main(int argc, char** argv) {
     send->add_option("events", options.events)->required();
     send->add_option("gap-micros", options.gapMicros)->required();
     send->add_flag("--stops", options.stops);
+    send->add_flag("--pairs", options.pairs);
     std::string kind;
     CLI::App* attack = app.add_subcommand("attack", "What the workload attacked starts");
     attack->add_option("phone", folder)->required();

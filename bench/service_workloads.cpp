@@ -97,7 +97,17 @@ pid_t startAgain(const std::string& command, const std::vector<std::string>& mor
 }
 
 pid_t startClient(const ServiceOptions& options) {
-    return startAgain("send", {std::to_string(options.events), std::to_string(options.gapMicros)});
+    std::vector<std::string> words{std::to_string(options.events),
+                                   std::to_string(options.gapMicros)};
+    if (options.stops) words.push_back("--stops");
+    if (options.pairs) words.push_back("--pairs");
+    return startAgain("send", words);
+}
+
+void publishService() {
+    static const sp<PeltoService>& service = *new sp<PeltoService>(new PeltoService());
+    if (defaultServiceManager()->addService(String16(kPeltoServiceName), service) != OK) _exit(1);
+    ProcessState::self()->startThreadPool();
 }
 
 size_t namedThreads() {
@@ -132,10 +142,8 @@ Figures dispatch(const ServiceOptions& options) {
 
 Figures client(const ServiceOptions& options) {
     Arrivals arrivals(options.events);
-    static const sp<PeltoService>& service = *new sp<PeltoService>(new PeltoService());
     PeltoEventDisptch::getInstance().registerEventListener(new Listener(arrivals));
-    if (defaultServiceManager()->addService(String16(kPeltoServiceName), service) != OK) _exit(1);
-    ProcessState::self()->startThreadPool();
+    publishService();
     if (sim::waitForExit(startClient(options)) != 0) _exit(1);
     return arrivals.await();
 }
@@ -144,15 +152,9 @@ Figures attacked(const ServiceOptions& options) {
     constexpr std::pair<const char*, int> kAttackers[] = {
         {"deaf", 50}, {"slow", 200}, {"flood", 8}};
     Arrivals arrivals(options.events);
-    static const sp<PeltoService>& service = *new sp<PeltoService>(new PeltoService());
     PeltoEventDisptch::getInstance().registerEventListener(new Listener(arrivals));
-    if (defaultServiceManager()->addService(String16(kPeltoServiceName), service) != OK) _exit(1);
-    ProcessState::self()->startThreadPool();
     // Connects first: the others take every place that is left.
-    const pid_t sender = startAgain(
-        "send", {std::to_string(options.events), std::to_string(options.gapMicros), "--stops"});
-    int status = 0;
-    if (waitpid(sender, &status, WUNTRACED) != sender || !WIFSTOPPED(status)) _exit(1);
+    const pid_t sender = startStoppedClient(options);
     std::vector<pid_t> attackers;
     for (const auto& [kind, count] : kAttackers) {
         for (int i = 0; i < count; ++i) attackers.push_back(startAgain("attack", {kind}));
@@ -165,14 +167,27 @@ Figures attacked(const ServiceOptions& options) {
     return arrivals.await();
 }
 
+pid_t startStoppedClient(const ServiceOptions& options) {
+    publishService();
+    ServiceOptions stopping = options;
+    stopping.stops = true;
+    const pid_t sender = startClient(stopping);
+    int status = 0;
+    if (waitpid(sender, &status, WUNTRACED) != sender || !WIFSTOPPED(status)) _exit(1);
+    return sender;
+}
+
 int sendEvents(const ServiceOptions& options) {
     const sp<IBinder> service = defaultServiceManager()->checkService(String16(kPeltoServiceName));
     if (service == nullptr || service->pingBinder() != OK) return 1;
     if (options.stops) raise(SIGSTOP);
     PeltoServiceCalls calls(service.get());
+    const String8 type(options.pairs ? kPairsType : kType), pairs(kPairsInfo);
     int failed = 0;
-    paced(options,
-          [&] { failed |= calls.setEvent(String8(kType), String8(timeText().c_str())) != OK; });
+    paced(options, [&] {
+        const String8 info = options.pairs ? pairs : String8(timeText().c_str());
+        failed |= calls.setEvent(type, info) != OK;
+    });
     return failed;
 }
 
