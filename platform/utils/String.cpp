@@ -3,6 +3,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <utility>
 
 namespace android {
 
@@ -12,6 +13,15 @@ namespace {
 std::u16string toUtf16(const std::string& text) {
     std::u16string result;
     for (const unsigned char byte : text) result += byte < 0x80 ? byte : u'\uFFFD';
+    return result;
+}
+
+std::string toAscii(const String16& text) {
+    std::string result;
+    for (size_t i = 0; i < text.size(); ++i) {
+        const char16_t unit = text.c_str()[i];
+        result += unit < 0x80 ? static_cast<char>(unit) : '?';
+    }
     return result;
 }
 
@@ -28,17 +38,16 @@ __attribute__((format(printf, 1, 0))) std::string formatted(const char* format, 
 
 }  // namespace
 
-String8::String8(const String16& text) {
-    for (size_t i = 0; i < text.size(); ++i) {
-        const char16_t unit = text.c_str()[i];
-        mText += unit < 0x80 ? static_cast<char>(unit) : '?';
-    }
+String8::String8(std::string text) {
+    if (!text.empty()) mText = std::make_shared<const std::string>(std::move(text));
 }
+
+String8::String8(const String16& text) : String8(toAscii(text)) {}
 
 void String8::appendFormat(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    mText += formatted(format, arguments);
+    append(formatted(format, arguments).c_str());
     va_end(arguments);
 }
 
