@@ -2,8 +2,9 @@
 
 #include <android/log.h>
 
-#include <cstring>
-#include <vector>
+#include <algorithm>
+#include <string_view>
+#include <utility>
 
 #include "event/phone_integer.h"
 
@@ -13,48 +14,43 @@ namespace {
 
 constexpr char kTag[] = "PeltoEvent";
 
-// The non-empty pieces of `text` between separators; a NUL replaces the separator that ends each.
-std::vector<char*> piecesOf(std::string& text, const char* separator) {
-    std::vector<char*> pieces;
-    char* rest = nullptr;
-    for (char* piece = strtok_r(text.data(), separator, &rest); piece != nullptr;
-         piece = strtok_r(nullptr, separator, &rest)) {
-        pieces.push_back(piece);
-    }
-    return pieces;
+// Cuts the next piece off `rest`: runs of the separator count as one. False when there is none.
+bool cutPiece(std::string_view& rest, char separator, std::string_view& piece) {
+    rest.remove_prefix(std::min(rest.find_first_not_of(separator), rest.size()));
+    piece = rest.substr(0, rest.find(separator));
+    rest.remove_prefix(piece.size());
+    return !piece.empty();
 }
 
 }  // namespace
 
 PeltoEvent::PeltoEvent(std::string event) {
-    char* rest = nullptr;
-    const char* const type = strtok_r(event.data(), "$", &rest);
-    if (type == nullptr) return;
-    mEventType = type;
-    const char* const info = strtok_r(nullptr, "$", &rest);
-    if (info == nullptr) return;
-    mEventInfo = info;
+    std::string_view rest = event.c_str(), piece;  // up to the first NUL
+    if (!cutPiece(rest, '$', piece)) return;
+    mEventType = piece;
+    if (!cutPiece(rest, '$', piece)) return;
+    // The information takes over the memory of the text.
+    event.resize(static_cast<size_t>(piece.data() + piece.size() - event.data()));
+    event.erase(0, event.size() - piece.size());
+    mEventInfo = std::move(event);
     parseExtras();
 }
 
 void PeltoEvent::parseExtras() {
-    std::string text = mEventInfo;
-    const std::vector<char*> subInfos = piecesOf(text, ",");
-    if (subInfos.empty()) {
+    std::string_view rest = mEventInfo, subInfo, key, value;
+    if (!cutPiece(rest, ',', subInfo)) {
         __android_log_print(ANDROID_LOG_WARN, kTag, "subInfos is empty!");
         return;
     }
-    for (char* subInfo : subInfos) {
-        if (*subInfo == '\0') {
+    do {
+        // Never so; the check stays all the same.
+        if (subInfo.empty()) {
             __android_log_print(ANDROID_LOG_WARN, kTag, "subInfo is empty!");
             continue;
         }
-        char* rest = nullptr;
-        const char* const key = strtok_r(subInfo, ":", &rest);
-        const char* const value = strtok_r(nullptr, ":", &rest);
-        if (key == nullptr || value == nullptr) continue;
-        mExtras[key] = value;
-    }
+        if (cutPiece(subInfo, ':', key) && cutPiece(subInfo, ':', value))
+            mExtras.insert_or_assign(std::string(key), value);
+    } while (cutPiece(rest, ',', subInfo));
 }
 
 int PeltoEvent::getIntFromStringExtra(std::string key, int defaultValue) {

@@ -2,6 +2,7 @@
 
 #include <functional>
 
+#include "bench/allocations.h"
 #include "event/PeltoEvent.h"
 #include "event/PeltoEventDisptch.h"
 #include "tests/support/phone_fixture.h"
@@ -102,6 +103,14 @@ TEST_F(DispatcherTest, TellsOfASlowListenerAndWithTheDebugLogOfTheRoadOfAnEvent)
         "V dispatchEvent eventType a\nV dispatchEvent callback name:l event a\n"
         "E dispatchEvent: l took 501us to handleEvent:a\nW eventTypes is empty!\nD debugLog 0\n",
         said(kTag));
+}
+
+TEST_F(DispatcherTest, PostsWithoutAnAllocationForEachEvent) {
+    const String8 type("a type that is not short"), info("an information that is not short");
+    const uint64_t before = bench::allocationsOfThread();
+    for (int i = 0; i < 1000; ++i) dispatcher().setEvent(type, info);
+    EXPECT_LT(bench::allocationsOfThread() - before, 50u)
+        << "the queue grows by blocks of 32 messages";
 }
 
 TEST_F(DispatcherTest, IgnoresWhatItCannotDeliver) {

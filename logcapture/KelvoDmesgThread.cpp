@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "event/PeltoEvent.h"
 #include "event/PeltoEventDisptch.h"
@@ -75,7 +76,7 @@ status_t KelvoDmesgThread::initCheck() const {
 
 void KelvoDmesgThread::handleEvent(std::string event) {
     __android_log_print(ANDROID_LOG_DEBUG, kTag, "handleEvent event %s", event.c_str());
-    const sp<PeltoEvent> record = new PeltoEvent(event);
+    const sp<PeltoEvent> record = new PeltoEvent(std::move(event));
     const std::string type = record->getEventType();
     const std::string info = record->getEventInfo();
     if (type != kDumpLog) return;

@@ -2,6 +2,8 @@
 
 #include <android/log.h>
 
+#include <utility>
+
 #include "event/PeltoEvent.h"
 #include "event/PeltoEventDisptch.h"
 #include "logcapture/KelvoAudioDumpsysLogThread.h"
@@ -34,7 +36,7 @@ void KelvoPeltoLogWriter::registerEventLister() {
 }
 
 void KelvoPeltoLogWriter::handleEvent(std::string event) {
-    const sp<PeltoEvent> record = new PeltoEvent(event);
+    const sp<PeltoEvent> record = new PeltoEvent(std::move(event));
     const std::string type = record->getEventType();
     const std::string info = record->getEventInfo();
     if (type == kCaptureLogs) caputureLogs(String8(info.c_str()));

@@ -4,6 +4,8 @@
 #include <ipeltoservice/PeltoEventUploadUtils.h>
 #include <utils/String8.h>
 
+#include <utility>
+
 #include "event/PeltoEvent.h"
 #include "event/PeltoEventDisptch.h"
 
@@ -51,7 +53,7 @@ void EventTest::registerEventLister() {
 }
 
 void EventTest::handleEvent(std::string event) {
-    const sp<PeltoEvent> record = new PeltoEvent(event);
+    const sp<PeltoEvent> record = new PeltoEvent(std::move(event));
     const std::string type = record->getEventType();
     if (type == kForTest) {
         handleForTest(*record);
