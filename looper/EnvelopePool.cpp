@@ -1,7 +1,7 @@
 #include "looper/EnvelopePool.h"
 
+#include <algorithm>
 #include <functional>
-#include <utility>
 
 namespace android {
 
@@ -40,7 +40,10 @@ MessageEnvelope* EnvelopePool::take() {
         ++mEmpty;
     }
     Block* block = mOpen;
-    if (block->freeSlots == kAllFree) --mEmpty;
+    if (block->freeSlots == kAllFree) {
+        --mEmpty;
+        mPeak = std::max(mPeak, ++mUsed);
+    }
     const int slot = __builtin_ctz(block->freeSlots);
     block->freeSlots &= block->freeSlots - 1;
     if (block->freeSlots == 0) close(block);
@@ -53,17 +56,29 @@ void EnvelopePool::give(MessageEnvelope* envelope) {
     auto* block = reinterpret_cast<Block*>(slot - index);
     if (block->freeSlots == 0) this->open(block);
     block->freeSlots |= 1u << index;
-    if (block->freeSlots == kAllFree) ++mEmpty;
+    if (block->freeSlots == kAllFree) {
+        ++mEmpty;
+        --mUsed;
+    }
 }
 
 void EnvelopePool::shrink() {
-    Block* kept = nullptr;  // the one at the lowest address: a higher one would keep the heap large
-    for (Block* block = mOpen; mEmpty > 1;) {
+    mKept = std::max({mKept - (mKept + 7) / 8, mPeak, mUsed + 1});
+    mKept = std::min(mKept, mUsed + kMaxEmpty);
+    mPeak = mUsed;
+    // Keeps those at the lowest addresses: higher ones would keep the heap large. The highest of
+    // them is the first of the array.
+    Block* kept[kMaxEmpty + 1];
+    size_t count = 0;
+    for (Block* block = mOpen; mEmpty > mKept - mUsed;) {
         Block* empty = block;
         block = block->next;
         if (empty->freeSlots != kAllFree) continue;
-        if (kept == nullptr || std::less<>()(empty, kept)) std::swap(empty, kept);
-        if (empty == nullptr) continue;
+        kept[count++] = empty;
+        std::push_heap(kept, kept + count, std::less<>());
+        if (count <= mKept - mUsed) continue;
+        std::pop_heap(kept, kept + count, std::less<>());
+        empty = kept[--count];
         close(empty);
         delete empty;
         --mEmpty;

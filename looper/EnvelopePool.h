@@ -34,8 +34,9 @@ class EnvelopePool {
     MessageEnvelope* take();
     // Takes an envelope back; the caller has dropped its handler reference.
     void give(MessageEnvelope* envelope);
-    // Frees the empty blocks except one. Called after a burst of messages, not within it, so that a
-    // burst reuses its blocks.
+    // Frees empty blocks that recent bursts would not have used. Called at each rest, when no
+    // message is due: keeps as many blocks as were in use at once since the last rest, or an eighth
+    // less than the last rest kept; of empty ones at least one and at most kMaxEmpty.
     void shrink();
 
   private:
@@ -51,6 +52,7 @@ class EnvelopePool {
         Block* previous;     // in the list mOpen, while it has a free slot
         Block* next;
     };
+    static constexpr size_t kMaxEmpty = (1u << 20) / sizeof(Block);  // 1 MiB
     static constexpr uint32_t kAllFree = UINT32_MAX;
     static_assert(kBlockSlots == 32, "one bit of freeSlots for each slot");
 
@@ -62,6 +64,9 @@ class EnvelopePool {
     // would grow above the blocks and keep the heap from shrinking.
     Block* mOpen = nullptr;
     size_t mEmpty = 0;  // how many blocks in mOpen are empty
+    size_t mUsed = 0;   // how many blocks are not
+    size_t mPeak = 0;   // the most that mUsed has been since the last rest
+    size_t mKept = 0;   // how many blocks the last rest wanted to keep
 };
 
 }  // namespace android

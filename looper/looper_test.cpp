@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "bench/allocations.h"
 #include "looper/HandlerThread.h"
 #include "sim/base/fd.h"
 #include "tests/support/phone_fixture.h"
@@ -366,6 +367,16 @@ TEST_F(QueueModelTest, DeliversWhatANaiveQueueDoesAndGivesABurstsMemoryBack) {
     }
     advance(200ns);
     while (!mModel.empty() && !HasFailure()) deliver();
+    const auto burst = [&] {
+        for (int i = 0; i < 500; ++i) looper->sendMessage(nullptr, {});
+        poll(0);
+        EXPECT_LT(heapInUse() - before, (1u << 20) + 96 * sizeof(MessageEnvelope));
+    };
+    burst();
+    const uint64_t made = bench::allocationsOfThread();
+    burst();
+    EXPECT_EQ(made, bench::allocationsOfThread()) << "takes what the last burst has left";
+    for (int rest = 0; rest < 64; ++rest) poll(0);
     EXPECT_LT(heapInUse() - before, 96 * sizeof(MessageEnvelope));
 
     mTarget.clear();
