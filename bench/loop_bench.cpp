@@ -23,8 +23,10 @@ std::map<std::string, MakePeer>& peers() {
 
 int main(int argc, char** argv) {
     const std::map<std::string, bench::Workload> workloads = {
-        {"flat-out", bench::flatOut}, {"bounded", bench::bounded}, {"wake", bench::wakeLatency},
-        {"drain", bench::drain},      {"delayed", bench::delayed}, {"self-post", bench::selfPost},
+        {"flat-out", bench::flatOut},    {"bounded", bench::bounded},
+        {"wake", bench::wakeLatency},    {"drain", bench::drain},
+        {"delayed", bench::delayed},     {"self-post", bench::selfPost},
+        {"insert", bench::insertBursts}, {"insert-among", bench::insertAmong},
     };
     CLI::App app{"Measures one event loop under one workload and prints one line of JSON."};
     std::string peer;

@@ -116,11 +116,13 @@ Figures produce(const Options& options, size_t outstanding) {
             }
         });
     }
-    const int64_t begin = nowNanos();
+    const int64_t begin = nowNanos(), cpuBegin = cpuNanos();
     go = true;
     for (auto& producer : producers) producer.join();
     loop.join();
-    return {{"rate", static_cast<double>(total) * 1e9 / static_cast<double>(end - begin)}};
+    const auto cpu = static_cast<double>(cpuNanos() - cpuBegin);
+    return {{"rate", static_cast<double>(total) * 1e9 / static_cast<double>(end - begin)},
+            {"cpu_ns", cpu / static_cast<double>(total)}};
 }
 
 }  // namespace
@@ -191,7 +193,7 @@ Figures drain(const Options& options) {
     const double waiting = static_cast<double>(count * sizeof(Message));
     return {{"ns", percentile(times, 0.5) / static_cast<double>(count)},
             {"peak_share", (statusBytes("VmHWM:") - before) / waiting},
-            {"kept_share", (after - before) / waiting}};
+            {"kept_kib", (after - before) / 1024}};
 }
 
 Figures delayed(const Options& options) {
@@ -231,11 +233,64 @@ Figures delayed(const Options& options) {
     });
     loop.peer().post(messageOf(-1));
     loop.join();
-    return {{"insert_ns", static_cast<double>(insertNanos) / static_cast<double>(due.size())},
-            {"late_p50", percentile(lateness, 0.5)},
+    return {{"late_p50", percentile(lateness, 0.5)},
             {"late_p99", percentile(lateness, 0.99)},
             {"early", early},
             {"unordered", unordered}};
+}
+
+// Each burst finds the memory that the ones before it have left, once the loop has come to rest.
+Figures insertBursts(const Options& options) {
+    constexpr int kBursts = 10;
+    constexpr int64_t kFirst = 50'000'000;
+    constexpr int64_t kSpread = 10'000'000;
+    std::mt19937_64 random(options.messages);
+    std::vector<int64_t> times;
+    Semaphore delivered(0);
+    size_t received = 0;
+    Running loop(options.make, [&](const Message& message, Peer& peer) {
+        if (message.what < 0) {
+            const Message delayedMessage = messageOf(times.size() + 1 == kBursts);
+            const int64_t begin = nowNanos();
+            for (size_t i = 0; i < options.messages; ++i)
+                peer.postIn(kFirst + static_cast<int64_t>(random() % kSpread), delayedMessage);
+            times.push_back(nowNanos() - begin);
+            return;
+        }
+        if (++received % options.messages != 0) return;
+        if (message.what == 1) peer.quit();
+        delivered.post();
+    });
+    for (int burst = 0; burst < kBursts; ++burst) {
+        loop.peer().post(messageOf(-1));
+        delivered.wait();
+        usleep(1000);  // long enough for the loop to fall asleep
+    }
+    loop.join();
+    return {{"insert_ns", percentile(times, 0.5) / static_cast<double>(options.messages)}};
+}
+
+Figures insertAmong(const Options& options) {
+    constexpr int64_t kHour = 3'600'000'000'000;
+    constexpr size_t kInserted = 1000;
+    std::mt19937_64 random(options.messages);
+    int64_t begin = 0;
+    int64_t end = 0;
+    Running loop(options.make, [&](const Message&, Peer& peer) {
+        const auto post = [&](size_t count) {
+            const Message message = messageOf(0);
+            for (size_t i = 0; i < count; ++i)
+                peer.postIn(kHour + static_cast<int64_t>(random() % kHour), message);
+        };
+        post(options.messages);
+        begin = nowNanos();
+        post(kInserted);
+        end = nowNanos();
+        peer.quit();
+    });
+    loop.peer().post(messageOf(0));
+    loop.join();
+    return {{"insert_ns", static_cast<double>(end - begin) / kInserted}};
 }
 
 Figures selfPost(const Options& options) {

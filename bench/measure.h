@@ -20,6 +20,13 @@ inline int64_t nowNanos() {
     return int64_t{now.tv_sec} * 1000000000 + now.tv_nsec;
 }
 
+// The processor time of this process, all its threads together.
+inline int64_t cpuNanos() {
+    timespec used;
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
+    return int64_t{used.tv_sec} * 1000000000 + used.tv_nsec;
+}
+
 inline double percentile(std::vector<int64_t>& values, double share) {
     if (values.empty()) return 0;
     const auto at = static_cast<ptrdiff_t>(share * static_cast<double>(values.size() - 1));

@@ -26,15 +26,17 @@ def loop_rows(program):
     def row(*arguments):
         return loop_row(program, *arguments)
     flood = ("--messages", "300000")
-    yield from (row(POSTERS, ["rate"], kind, "--producers", str(p), *flood)
+    yield from (row(POSTERS, ["rate", "cpu_ns"], kind, "--producers", str(p), *flood)
                 for kind in ("flat-out", "bounded") for p in PRODUCERS)
     yield from (row(POSTERS, ["rate"], kind, "--producers", "2", *flood, "--read-whole")
                 for kind in ("flat-out", "bounded"))
     yield row(POSTERS, ["p50", "p99"], "wake", "--messages", "3000")
-    yield from (row(POSTERS, ["ns"] + (["peak_share", "kept_share"] if n == WAITING[-1] else []),
+    yield from (row(POSTERS, ["ns"] + (["peak_share", "kept_kib"] if n == WAITING[-1] else []),
                     "drain", "--messages", str(n)) for n in WAITING)
     yield row(POSTERS, ["ns"], "drain", "--messages", "10000", "--read-whole")
-    yield from (row(TIMERS, ["insert_ns", "late_p50", "late_p99", "early", "unordered"], "delayed",
+    yield from (row(TIMERS, ["insert_ns"], kind, "--messages", str(n))
+                for kind in ("insert", "insert-among") for n in DELAYED)
+    yield from (row(TIMERS, ["late_p50", "late_p99", "early", "unordered"], "delayed",
                     "--messages", str(n)) for n in DELAYED)
     yield row(POSTERS, ["ns"], "self-post", *flood)
 

@@ -2,7 +2,6 @@
 // and parses it, as those of the service do.
 #include <semaphore.h>
 #include <signal.h>
-#include <time.h>
 #include <unistd.h>
 
 #include <utility>
@@ -69,12 +68,6 @@ class Cost {
     }
 
   private:
-    static int64_t cpuNanos() {
-        timespec used;
-        clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &used);
-        return int64_t{used.tv_sec} * 1000000000 + used.tv_nsec;
-    }
-
     const double mEvents;
     const int64_t mBegin = nowNanos();
     const int64_t mCpu = cpuNanos();
