@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 
 #include "client/verbs.h"
+#include "commandline/parse.h"
 #include "sim/base/text.h"
 
 using namespace pelto;
@@ -36,34 +37,16 @@ void addVerbs(CLI::App& app, Client& client) {
     addControlVerb(app, client);
 }
 
-// The library's own message names unexpected words from the last to the first.
-std::string messageOf(const CLI::App& app, const CLI::Error& error) {
-    if (dynamic_cast<const CLI::ExtrasError*>(&error) == nullptr) return error.what();
-    std::string words;
-    for (const std::string& word : app.remaining(true)) words += " " + word;
-    return "not expected:" + words;
-}
-
 int run(int argc, char** argv) {
     CLI::App app("Works with a simulated phone and its multimedia diagnostics service.", "pelto");
     app.footer(kExitCodes);
     app.fallthrough();
-    app.failure_message([](const CLI::App* given, const CLI::Error& error) {
-        std::string verb = "pelto";
-        for (auto named = given->get_subcommands(); !named.empty();) {
-            verb += " " + named.front()->get_name();
-            named = named.front()->get_subcommands();
-        }
-        return "pelto: " + sim::brief(messageOf(*given, error)) + "; see " + verb + " --help\n";
-    });
     Client client(app);
     Client::needsVerb(&app);
     addVerbs(app, client);
     try {
-        app.parse(argc, argv);
-        return client.exitCode();
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? kDone : kUsage;
+        const std::optional<int> code = commandline::parse(app, argc, argv);
+        return code ? *code : client.exitCode();
     } catch (const Failure& failure) {
         fprintf(stderr, "pelto: %s\n", sim::printable(failure.what()).c_str());
         return failure.code();

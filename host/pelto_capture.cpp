@@ -6,7 +6,9 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <optional>
 
+#include "commandline/parse.h"
 #include "host/program_start.h"
 #include "logcapture/KelvoPeltoLogThread.h"
 #include "logcapture/log_information.h"
@@ -34,7 +36,8 @@ int complain(int code, const std::string& text) {
     return code;
 }
 
-int parse(int argc, char** argv, std::string& phoneFolder, std::string& information) {
+std::optional<int> parse(int argc, char** argv, std::string& phoneFolder,
+                         std::string& information) {
     CLI::App app("Captures a simulated phone's logs into a dated archive.", "pelto-capture");
     app.footer(kExitCodes);
     app.add_option("--phone", phoneFolder, "Folder of the phone")
@@ -46,7 +49,7 @@ int parse(int argc, char** argv, std::string& phoneFolder, std::string& informat
                    "Event id, log types, capture directory, archive directory, archive name, with "
                    "\",\" between; pelto capture ID --print makes one")
         ->required();
-    return parseCommandLine(app, argc, argv);
+    return commandline::parse(app, argc, argv);
 }
 
 // One capture at a time, each in a second of its own: an archive is named by its second, and two of
@@ -130,10 +133,10 @@ int capture(const std::string& information) {
 
 int main(int argc, char** argv) {
     std::string phoneFolder, information;
-    int code = parse(argc, argv, phoneFolder, information);
-    if (code < 0) code = openPhone(phoneFolder) ? capture(information) : kHostNoPhone;
+    std::optional<int> code = parse(argc, argv, phoneFolder, information);
+    if (!code) code = openPhone(phoneFolder) ? capture(information) : kHostNoPhone;
     if ((fflush(stdout) != 0 || ferror(stdout)) && code == kHostStopped) {
         code = complain(kHostFailed, "the archive's name could not be written");
     }
-    _exit(code);
+    _exit(*code);
 }

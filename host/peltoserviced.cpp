@@ -4,7 +4,9 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <optional>
 
+#include "commandline/parse.h"
 #include "host/service_host.h"
 #include "sim/base/fd.h"
 
@@ -18,7 +20,7 @@ constexpr char kExitCodes[] =
     "  3  the folder is missing or is no phone's, or was deleted or moved meanwhile\n"
     "  4  a service of that name is already published on that phone\n";
 
-int parse(int argc, char** argv, HostOptions& options) {
+std::optional<int> parse(int argc, char** argv, HostOptions& options) {
     CLI::App app("Hosts the multimedia diagnostics service of a simulated phone.", "peltoserviced");
     app.footer(kExitCodes);
     app.add_option("--phone", options.phoneFolder, "Folder of the phone")
@@ -35,7 +37,7 @@ int parse(int argc, char** argv, HostOptions& options) {
     app.add_flag("--workstation-kernel", options.workstationKernel,
                  "Point the audio channel at this machine's own kernel instead of the phone's; "
                  "looking its family up there can make the machine load modules");
-    return parseCommandLine(app, argc, argv);
+    return commandline::parse(app, argc, argv);
 }
 
 }  // namespace
@@ -44,13 +46,13 @@ int main(int argc, char** argv) {
     // Else each thread has a heap of its own, which keeps memory that a burst of events has freed.
     mallopt(M_ARENA_MAX, 2);
     HostOptions options;
-    int code = parse(argc, argv, options);
-    if (code < 0) {
+    std::optional<int> code = parse(argc, argv, options);
+    if (!code) {
         signal(SIGPIPE, SIG_IGN);  // writing to --ready-fd may fail, but does not end the process
         StopSignals signals;
         code = openPhone(options.phoneFolder) ? runServiceHost(options, signals) : kHostNoPhone;
     }
     fflush(nullptr);
     // Destroys nothing: the service's threads still run.
-    _exit(code);
+    _exit(*code);
 }

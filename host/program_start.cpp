@@ -5,24 +5,9 @@
 #include <string.h>
 #include <unistd.h>
 
-#include <CLI/CLI.hpp>
 #include <stdexcept>
 
-#include "sim/base/text.h"
 #include "sim/phone.h"
-
-int parseCommandLine(CLI::App& app, int argc, char** argv) {
-    app.failure_message([](const CLI::App* given, const CLI::Error& error) {
-        const std::string& name = given->get_name();
-        return name + ": " + sim::brief(error.what()) + "; see " + name + " --help\n";
-    });
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? kHostStopped : kHostUsage;
-    }
-    return -1;
-}
 
 bool openPhone(const std::string& folder) {
     try {

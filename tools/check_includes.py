@@ -27,8 +27,9 @@ MAY_INCLUDE = {
     "service": set(sources.PRODUCT) | _PHONE_SIDE,
     "phone": set(),
     "sim": set(),
-    "host": set(sources.PRODUCT) | _WORKSTATION,
-    "client": _WORKSTATION,
+    "commandline": {"sim"},
+    "host": set(sources.PRODUCT) | _WORKSTATION | {"commandline"},
+    "client": _WORKSTATION | {"commandline"},
     "examples": {"platform"},  # of which tests/install_test.py offers what is installed
     "cmake": {"platform"},  # declarations of the phone's libraries, under the names in platform/
 }

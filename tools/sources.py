@@ -6,7 +6,7 @@ from pathlib import Path
 
 _BUILD_FILE = (Path(__file__).resolve().parent.parent / "CMakeLists.txt").read_text()
 PRODUCT = tuple(re.search(r"set\(PELTO_PRODUCT_FOLDERS ([^)]*)\)", _BUILD_FILE)[1].split())
-FOLDERS = PRODUCT + ("phone", "platform", "sim", "host", "client", "tests", "bench", "fuzz")
+FOLDERS = PRODUCT + ("phone", "platform", "sim", "commandline", "host", "client", "tests", "bench", "fuzz")
 
 _TOKEN = re.compile(
     r"""//[^\n]*|/\*.*?\*/"""

@@ -1,0 +1,40 @@
+#include "commandline/parse.h"
+
+#include <CLI/CLI.hpp>
+
+#include "sim/base/text.h"
+
+namespace commandline {
+namespace {
+
+// The library's own message names unexpected words from the last to the first.
+std::string messageOf(const CLI::App& app, const CLI::Error& error) {
+    if (dynamic_cast<const CLI::ExtrasError*>(&error) == nullptr) return error.what();
+    std::string words;
+    for (const std::string& word : app.remaining(true)) words += " " + word;
+    return "not expected:" + words;
+}
+
+std::string failureMessage(const CLI::App* app, const CLI::Error& error) {
+    std::string verb = app->get_name();
+    for (auto named = app->get_subcommands(); !named.empty();) {
+        verb += " " + named.front()->get_name();
+        named = named.front()->get_subcommands();
+    }
+    return app->get_name() + ": " + sim::brief(messageOf(*app, error)) + "; see " + verb +
+           " --help\n";
+}
+
+}  // namespace
+
+std::optional<int> parse(CLI::App& app, int argc, char** argv) {
+    app.failure_message(failureMessage);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? 0 : kUsageError;
+    }
+    return std::nullopt;
+}
+
+}  // namespace commandline
