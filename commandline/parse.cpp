@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "commandline/version.h"
 #include "sim/base/text.h"
 
 namespace commandline {
@@ -28,6 +29,7 @@ std::string failureMessage(const CLI::App* app, const CLI::Error& error) {
 }  // namespace
 
 std::optional<int> parse(CLI::App& app, int argc, char** argv) {
+    app.set_version_flag("--version", versionLine(app.get_name()), "Print the version and exit");
     app.failure_message(failureMessage);
     try {
         app.parse(argc, argv);

@@ -11,9 +11,9 @@ namespace commandline {
 // The exit code of every program for a command line that it does not understand.
 constexpr int kUsageError = 2;
 
-// Parses the command line of a program whose options and verbs have been added. Returns nothing
-// when the program is to go on. Otherwise help or the like has been printed, or one line on stderr
-// about what is wrong, and the result is the exit code.
+// Adds --version and parses the command line; other options and verbs have been added. Returns
+// nothing when the program is to go on. Otherwise help or the like has been printed, or one line on
+// stderr about what is wrong, and the result is the exit code.
 //
 // Errors: passes on what the verbs' callbacks throw.
 std::optional<int> parse(CLI::App& app, int argc, char** argv);
