@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "commandline/unexpected.h"
 #include "commandline/version.h"
 #include "sim/base/text.h"
 
@@ -10,10 +11,8 @@ namespace {
 
 // The library's own message names unexpected words from the last to the first.
 std::string messageOf(const CLI::App& app, const CLI::Error& error) {
-    if (dynamic_cast<const CLI::ExtrasError*>(&error) == nullptr) return error.what();
-    std::string words;
-    for (const std::string& word : app.remaining(true)) words += " " + word;
-    return "not expected:" + words;
+    const bool extras = dynamic_cast<const CLI::ExtrasError*>(&error) != nullptr;
+    return extras ? unexpectedWords(app) : sim::brief(error.what());
 }
 
 std::string failureMessage(const CLI::App* app, const CLI::Error& error) {
@@ -22,8 +21,7 @@ std::string failureMessage(const CLI::App* app, const CLI::Error& error) {
         verb += " " + named.front()->get_name();
         named = named.front()->get_subcommands();
     }
-    return app->get_name() + ": " + sim::brief(messageOf(*app, error)) + "; see " + verb +
-           " --help\n";
+    return app->get_name() + ": " + messageOf(*app, error) + "; see " + verb + " --help\n";
 }
 
 }  // namespace

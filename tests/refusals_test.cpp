@@ -21,7 +21,9 @@ using RefusalsTest = ServiceTest;
 TEST_F(RefusalsTest, ClientNeedsCorrectWordsAndAService) {
     const Refusal cases[] = {
         {{"phone"}, 2, "a verb is missing; see pelto phone --help"},
-        {{"phone", "stp", "a", "b"}, 2, "stp a b;"},
+        {{"phone", "strat", "a", "b"}, 2, ": strat a b (did you mean start?); see pelto phone "},
+        {{"stats", "--jsno"}, 2, "--jsno (did you mean --json?)"},
+        {{"paint"}, 2, "not expected: paint;"},
         {{"send"}, 2, "TYPE"},
         {{"send", "a", "--stdin"}, 2, "TYPE"},
         {{"logcat", "-d", "a:b:c"}, 2, "filter"},
