@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 
 #include "client/verbs.h"
+#include "commandline/help_verb.h"
 #include "commandline/parse.h"
 #include "sim/base/text.h"
 
@@ -35,6 +36,7 @@ void addVerbs(CLI::App& app, Client& client) {
     addKernelVerbs(app, client);
     addGpuVerbs(app, client);
     addControlVerb(app, client);
+    commandline::addHelpVerb(app);
 }
 
 int run(int argc, char** argv) {
