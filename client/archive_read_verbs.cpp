@@ -99,12 +99,14 @@ void addArchiveReaders(CLI::App& archives, Client& client) {
     CLI::App* showVerb = archives.add_subcommand("show", "What is in one: size and name a line");
     showVerb->add_option("ARCHIVE", asked->archive, kWhich)->required();
     showVerb->add_flag("--json", asked->json, "A JSON object that has the members too");
-    client.onVerb(showVerb, [&client, asked] { return show(client, asked->archive, asked->json); });
+    client.onVerb(showVerb, phoneExits("there is no such archive, or it is damaged"),
+                  [&client, asked] { return show(client, asked->archive, asked->json); });
 
     CLI::App* catVerb = archives.add_subcommand("cat", "The content of a file in one");
     catVerb->add_option("ARCHIVE", asked->archive, kWhich)->required();
     catVerb->add_option("MEMBER", asked->member, "Its name or how its name alone ends")->required();
-    client.onVerb(catVerb, [&client, asked] { return cat(client, asked->archive, asked->member); });
+    client.onVerb(catVerb, phoneExits("there is no such file or archive, or it is damaged"),
+                  [&client, asked] { return cat(client, asked->archive, asked->member); });
 }
 
 }  // namespace pelto

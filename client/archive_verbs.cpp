@@ -43,7 +43,7 @@ void addArchiveVerbs(CLI::App& app, Client& client) {
         ->capture_default_str();
     verb->add_flag("--json", options->json,
                    "A JSON object a line: path, kind, name, version, time, bytes");
-    client.onVerb(verb,
+    client.onVerb(verb, phoneExits("the directory cannot be read"),
                   [&client, options] { return list(client, options->directory, options->json); });
     addArchiveReaders(*archives, client);
 }

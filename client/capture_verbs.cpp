@@ -23,6 +23,8 @@ const std::map<std::string, int> kLogTypes = {
     {"android", 1}, {"kernel", 2}, {"tombstones", 4},      {"audio", 8},     {"trace", 16},
     {"pcm", 32},    {"qxdm", 64},  {"adsp-minidump", 128}, {"adsp-log", 256}};
 
+constexpr char kNotSent[] = "the phone cannot be written, or the service takes no more clients";
+
 struct Capture {
     std::string id;
     std::vector<std::string> logs{"android", "kernel"};
@@ -160,7 +162,8 @@ void addCapture(CLI::App& app, Client& client) {
     verb->add_flag("--print", asked->print,
                    "Only print the information string, as pelto-capture takes it")
         ->excludes(wait);
-    client.onVerb(verb, [&client, asked] { return capture(client, *asked); });
+    client.onVerb(verb, serviceExits(kNotSent, "with --wait the report did not come in time"),
+                  [&client, asked] { return capture(client, *asked); });
 }
 
 }  // namespace
@@ -171,11 +174,13 @@ void addCaptureVerbs(CLI::App& app, Client& client) {
     auto type = std::make_shared<std::string>();
     CLI::App* dump = app.add_subcommand("audio-dump", "Have the audio services dump their state");
     dump->add_option("TYPE", *type, "Type of the dump, handed on as it is")->required();
-    client.onVerb(dump, [&client, type] { return audioDump(client, *type); });
+    client.onVerb(dump, serviceExits(kNotSent),
+                  [&client, type] { return audioDump(client, *type); });
 
     CLI::App* kernelLog = app.add_subcommand(
         "dump-dmesg", "Have the kernel's messages since the last dump written to their file");
-    client.onVerb(kernelLog, [&client] { return send(client, kDumpKernelLog, ""); });
+    client.onVerb(kernelLog, serviceExits(kNotSent),
+                  [&client] { return send(client, kDumpKernelLog, ""); });
 }
 
 }  // namespace pelto

@@ -32,7 +32,7 @@ void addGpuFault(CLI::App& gpu, Client& client) {
     option("--size", "How many bytes its snapshot has; 65536 when not given", "N")
         ->check(CLI::Range(0, INT32_MAX));
     option("--control", "Whether a dump may be taken: 0, as when not given, says yes", "C");
-    client.onVerb(verb, [&client, words] {
+    client.onVerb(verb, serviceExits(kNotCarriedOut), [&client, words] {
         std::vector<std::string> command{"gpu", "fault"};
         command.insert(command.end(), words->begin(), words->end());
         client.ask(command);
@@ -45,7 +45,7 @@ void addGpuControl(CLI::App& gpu, Client& client) {
     CLI::App* verb = gpu.add_subcommand(
         "control", "Change whether dumps may be taken; a fault that waited for it is collected");
     verb->add_option("C", *control, "0 says yes")->required();
-    client.onVerb(verb, [&client, control] {
+    client.onVerb(verb, serviceExits(kNotCarriedOut), [&client, control] {
         client.ask({"gpu", "control", *control});
         return kDone;
     });
@@ -109,7 +109,8 @@ void addClock(CLI::App& app, Client& client) {
                      "First wait until so many threads sleep on it, at most 20 s")
         ->check(CLI::Range(1, INT32_MAX))
         ->type_name("N");
-    client.onVerb(verb, [&client, asked] { return advance(client, *asked); });
+    client.onVerb(verb, serviceExits(kNotCarriedOut, "too few threads sleep within 20 s"),
+                  [&client, asked] { return advance(client, *asked); });
 }
 
 }  // namespace
@@ -121,10 +122,11 @@ void addGpuVerbs(CLI::App& app, Client& client) {
     addGpuControl(*gpu, client);
     CLI::App* await = gpu->add_subcommand(
         "await", "Wait until the service waits for the next fault, at most 60 s");
-    client.onVerb(await, [&client] {
-        client.ask({"gpu", "await-reader"});
-        return kDone;
-    });
+    client.onVerb(await, serviceExits(kNotCarriedOut, "does not wait for a fault within 60 s"),
+                  [&client] {
+                      client.ask({"gpu", "await-reader"});
+                      return kDone;
+                  });
     addClock(app, client);
 
     auto json = std::make_shared<bool>(false);
@@ -132,7 +134,8 @@ void addGpuVerbs(CLI::App& app, Client& client) {
     stats->add_flag("--json", *json,
                     "A JSON object a line: code, event_id, event, kind, time_ms, result, count, "
                     "source");
-    client.onVerb(stats, [&client, json] { return showStatistics(client, *json); });
+    client.onVerb(stats, phoneExits("the statistics cannot be read, or the output not be written"),
+                  [&client, json] { return showStatistics(client, *json); });
 }
 
 }  // namespace pelto

@@ -111,7 +111,12 @@ void addLogcatVerb(CLI::App& app, Client& client) {
     addTimeout(verb, options->timeoutSeconds, "With --until: exit code 5 after so many seconds")
         ->needs(until);
     verb->add_option("FILTER", options->filters, "TAG:P, TAG or *:P, with P of v d i w e f s");
-    client.onVerb(verb, [&client, options] { return logcat(client, *options); });
+    client.onVerb(
+        verb,
+        {{kFailed, "the log cannot be read, followed or cleared, or the output not be written"},
+         {kNoPhone, "there is no phone in the folder, or with --until it has gone"},
+         {kTimeout, "no line matched --until in time"}},
+        [&client, options] { return logcat(client, *options); });
 }
 
 }  // namespace pelto

@@ -13,15 +13,7 @@ using namespace pelto;
 
 namespace {
 
-constexpr char kExitCodes[] =
-    "Exit codes:\n"
-    "  0  done\n"
-    "  1  what was asked for failed\n"
-    "  2  wrong usage\n"
-    "  3  there is no phone in the folder\n"
-    "  4  no service is published on the phone, or it ended\n"
-    "  5  the service does not answer, or what a verb waits for does not come in time\n"
-    "An argument that begins with '-' goes after '--'.\n";
+constexpr char kNote[] = "An argument that begins with '-' goes after '--'.\n";
 
 void addVerbs(CLI::App& app, Client& client) {
     addPhoneVerbs(app, client);
@@ -36,16 +28,18 @@ void addVerbs(CLI::App& app, Client& client) {
     addKernelVerbs(app, client);
     addGpuVerbs(app, client);
     addControlVerb(app, client);
-    commandline::addHelpVerb(app);
+    listExits(*commandline::addHelpVerb(app), {{kFailed, kUnwritten}});
 }
 
 int run(int argc, char** argv) {
     CLI::App app("Works with a simulated phone and its multimedia diagnostics service.", "pelto");
-    app.footer(kExitCodes);
     app.fallthrough();
     Client client(app);
     Client::needsVerb(&app);
     addVerbs(app, client);
+    // Only now: a verb begins with a copy of the footer.
+    listExits(app, serviceExits("", "what is waited for does not come"));
+    app.footer(app.get_footer() + kNote);
     try {
         const std::optional<int> code = commandline::parse(app, argc, argv);
         return code ? *code : client.exitCode();

@@ -161,7 +161,12 @@ void addStart(CLI::App& phone, Client& client) {
                      "Words before the service's command: an emulator, a debugger, a tracer")
         ->type_name("WORDS")
         ->excludes(only);
-    client.onVerb(verb, [&client, options] { return start(client, *options); });
+    client.onVerb(
+        verb,
+        {{kFailed, "the folder cannot be made a phone, or the service does not start"},
+         {kUsage, "wrong usage, or --threads or --under for a service that runs"},
+         {kTimeout, "the service does not start in time, or another start or stop takes too long"}},
+        [&client, options] { return start(client, *options); });
 }
 
 void addStop(CLI::App& phone, Client& client) {
@@ -175,7 +180,12 @@ void addStop(CLI::App& phone, Client& client) {
         ->capture_default_str();
     verb->add_flag_callback(
         "--force", [patience] { *patience = 0; }, "Kill it at once");
-    client.onVerb(verb, [&client, patience] { return stop(client, *patience); });
+    client.onVerb(
+        verb,
+        {{kFailed, "the service was not started by phone start, or the folder cannot be written"},
+         kNoPhone,
+         {kTimeout, "a killed process does not end, or another start or stop takes too long"}},
+        [&client, patience] { return stop(client, *patience); });
 }
 
 }  // namespace
@@ -187,10 +197,16 @@ void addPhoneVerbs(CLI::App& app, Client& client) {
     addStop(*phone, client);
 
     auto json = std::make_shared<bool>(false);
-    CLI::App* statusVerb = phone->add_subcommand(
-        "status", "Describe the phone; exit code 4 without a service, 5 when it does not answer");
+    CLI::App* statusVerb =
+        phone->add_subcommand("status", "Describe the phone and ask whether its service answers");
     statusVerb->add_flag("--json", *json, "As a JSON object");
-    client.onVerb(statusVerb, [&client, json] { return status(client, *json); });
+    client.onVerb(statusVerb,
+                  {{kDone, "the service answers"},
+                   {kFailed, kUnwritten},
+                   kNoPhone,
+                   {kNoService, "no service is published"},
+                   kTimeout},
+                  [&client, json] { return status(client, *json); });
 }
 
 }  // namespace pelto

@@ -48,13 +48,15 @@ void addPropertyVerbs(CLI::App& app, Client& client) {
     auto asked = std::make_shared<Property>();
     CLI::App* get = app.add_subcommand("getprop", "Show a property of the phone, or all of them");
     get->add_option("KEY", asked->key, "Its name; one that is not set is shown as an empty line");
-    client.onVerb(get, [&client, asked] { return getProperty(client, asked->key); });
+    client.onVerb(get, phoneExits(kUnwritten),
+                  [&client, asked] { return getProperty(client, asked->key); });
 
     auto given = std::make_shared<Property>();
     CLI::App* set = app.add_subcommand("setprop", "Set a property of the phone");
     set->add_option("KEY", given->key, "Its name")->required();
     set->add_option("VALUE", given->value, "At most 91 bytes")->required();
-    client.onVerb(set, [&client, given] { return setProperty(client, given->key, given->value); });
+    client.onVerb(set, phoneExits("the property was refused, or what it starts failed"),
+                  [&client, given] { return setProperty(client, given->key, given->value); });
 }
 
 }  // namespace pelto

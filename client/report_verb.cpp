@@ -53,7 +53,11 @@ void addReportVerb(CLI::App& app, Client& client) {
                    "A JSON object a line: number, time_s, id, logs, log_names, name");
     CLI::Option* follow = verb->add_flag("--follow", options->follow, "Go on with those to come");
     options->limits.addTo(verb, follow);
-    client.onVerb(verb, [&client, options] { return showReports(client, *options); });
+    client.onVerb(verb,
+                  {{kFailed, "the reports cannot be followed, or the output not be written"},
+                   {kNoPhone, "there is no phone in the folder, or it has gone"},
+                   {kTimeout, "--count was not reached in time"}},
+                  [&client, options] { return showReports(client, *options); });
 }
 
 }  // namespace pelto

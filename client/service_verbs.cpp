@@ -97,7 +97,8 @@ void addSend(CLI::App& app, Client& client) {
         "--stdin", options->fromStdin,
         "Send one event a line of the standard input, each \"TYPE INFO\"; blank lines and "
         "those that begin with \"#\" are skipped");
-    client.onVerb(verb, [&client, options] { return send(client, *options); });
+    client.onVerb(verb, serviceExits("an event was not taken; those before it were sent"),
+                  [&client, options] { return send(client, *options); });
 }
 
 // Adds a verb that calls `operation` with its argument "on" or "off".
@@ -106,7 +107,7 @@ void addSwitch(CLI::App& app, Client& client, const std::string& name, const cha
     auto value = std::make_shared<std::string>();
     CLI::App* verb = app.add_subcommand(name, does);
     verb->add_option("on|off", *value, "")->required()->check(CLI::IsMember({"on", "off"}));
-    client.onVerb(verb, [&client, value, name, operation] {
+    client.onVerb(verb, serviceExits(kNotCalled), [&client, value, name, operation] {
         client.call(name, [&](auto& calls) { return (calls.*operation)(*value == "on", 0); });
         return kDone;
     });
@@ -122,7 +123,7 @@ void addStutter(CLI::App& app, Client& client) {
     CLI::App* verb = app.add_subcommand("stutter", "Report stuttering video");
     verb->add_option("NAME", stutter->detector, "Who saw it, such as HwuiDetect")->required();
     verb->add_option("GAP", stutter->frameGap, "Frame gap")->required();
-    client.onVerb(verb, [&client, stutter] {
+    client.onVerb(verb, serviceExits(kNotCalled), [&client, stutter] {
         client.call("stutter", [&](auto& calls) {
             return calls.notifyVideoStutter(String8(stutter->detector), stutter->frameGap);
         });
@@ -139,7 +140,7 @@ void addTopActivity(CLI::App& app, Client& client) {
         ->check([](const std::string& text) {
             return sim::numberIn(text, INT64_MIN, INT64_MAX) ? "" : "is no 64-bit number";
         });
-    client.onVerb(verb, [&client, interval] {
+    client.onVerb(verb, serviceExits(kNotCalled), [&client, interval] {
         client.call("top-activity",
                     [&](auto& calls) { return calls.updateTopActivity(*interval); });
         return kDone;

@@ -41,11 +41,13 @@ void addAudio(CLI::App& kernel, Client& client) {
         ->required()
         ->check(CLI::Range(INT32_MIN, INT32_MAX));
     verb->add_option("TEXT", packet->text, "Its text, such as 257")->required();
-    client.onVerb(verb, [&client, packet] {
-        client.ask({"audio-await"});  // a service that has just started may not listen yet
-        client.ask({"audio", packet->kind, packet->text});
-        return kDone;
-    });
+    client.onVerb(
+        verb, serviceExits(kNotCarriedOut, "does not listen to the module within 10 s"),
+        [&client, packet] {
+            client.ask({"audio-await"});  // a service that has just started may not listen yet
+            client.ask({"audio", packet->kind, packet->text});
+            return kDone;
+        });
 }
 
 void addDisplay(CLI::App& kernel, Client& client) {
@@ -56,7 +58,7 @@ void addDisplay(CLI::App& kernel, Client& client) {
         ->check(CLI::Range(INT32_MIN, INT32_MAX));
     verb->add_option("PAYLOAD", record->text, "Its text, such as 'fps@@30$$scene@@game'")
         ->required();
-    client.onVerb(verb, [&client, record] {
+    client.onVerb(verb, serviceExits(kNotCarriedOut), [&client, record] {
         client.ask({"display", record->kind, record->text});
         return kDone;
     });
@@ -73,7 +75,7 @@ void addKernelLog(CLI::App& kernel, Client& client) {
     auto line = std::make_shared<std::string>();
     CLI::App* verb = kernel.add_subcommand("log", "Add a line to the kernel's messages");
     verb->add_option("TEXT", *line, "")->required();
-    client.onVerb(verb, [&client, line] {
+    client.onVerb(verb, phoneExits("the line could not be written"), [&client, line] {
         if (client.phone().kernelLog().append(*line)) return kDone;
         throw Failure(kFailed, std::string("kernel log: not written: ") + strerror(errno));
     });
@@ -85,7 +87,8 @@ void addCrash(CLI::App& app, Client& client) {
     CLI::App* verb = app.add_subcommand("crash", "Have a process die: its tombstone is written");
     verb->add_option("PROCESS", dead->process, "Its name, such as audioserver")->required();
     verb->add_option("REASON", dead->reason, "What it says as it aborts");
-    client.onVerb(verb, [&client, dead] { return crash(client, *dead); });
+    client.onVerb(verb, phoneExits("no tombstone could be written"),
+                  [&client, dead] { return crash(client, *dead); });
 }
 
 }  // namespace
@@ -100,7 +103,7 @@ void addKernelVerbs(CLI::App& app, Client& client) {
     addCrash(app, client);
     CLI::App* compositor = app.add_subcommand(
         "compositor", "Show the notices the display compositor has had, \"ID INFO\" a line");
-    client.onVerb(compositor, [&client] {
+    client.onVerb(compositor, serviceExits(kNotCarriedOut), [&client] {
         printAll(client.ask({"compositor"}));
         return kDone;
     });
@@ -111,10 +114,11 @@ void addControlVerb(CLI::App& app, Client& client) {
     CLI::App* verb = app.add_subcommand("control", "Make an end of the phone misbehave");
     verb->footer(kCommands);
     verb->add_option("COMMAND", *words, "Its words")->required();
-    client.onVerb(verb, [&client, words] {
-        printAll(client.ask(*words));
-        return kDone;
-    });
+    client.onVerb(verb, serviceExits(kNotCarriedOut, "what the command waits for does not come"),
+                  [&client, words] {
+                      printAll(client.ask(*words));
+                      return kDone;
+                  });
 }
 
 }  // namespace pelto

@@ -9,8 +9,10 @@
 #include <sim/default_phone.h>
 
 #include <CLI/CLI.hpp>
+#include <map>
 
 #include "client/wait_options.h"
+#include "commandline/exit_codes.h"
 
 namespace pelto {
 namespace {
@@ -40,7 +42,43 @@ std::string escapeOf(char c) {
     }
 }
 
+const char* meaningOf(Exit code) {
+    switch (code) {
+        case kDone:
+            return "done";
+        case kFailed:
+            return "what was asked for failed";
+        case kUsage:
+            return "wrong usage";
+        case kNoPhone:
+            return "there is no phone in the folder";
+        case kNoService:
+            return "no service is published on the phone, or it ended";
+        case kTimeout:
+            return "the service does not answer";
+    }
+    return "";
+}
+
 }  // namespace
+
+void listExits(CLI::App& app, std::vector<VerbExit> exits) {
+    exits.insert(exits.end(), {kDone, kUsage});
+    std::map<int, std::string> meanings;
+    for (const VerbExit& exit : exits)
+        meanings.emplace(exit.code, exit.meaning.empty() ? meaningOf(exit.code) : exit.meaning);
+    commandline::listExitCodes(app, meanings);
+}
+
+std::vector<VerbExit> phoneExits(const char* failed) {
+    return {{kFailed, failed}, kNoPhone};
+}
+
+std::vector<VerbExit> serviceExits(const char* failed, const char* late) {
+    std::string timeout = meaningOf(kTimeout);
+    if (late != nullptr) timeout += std::string(", or ") + late;
+    return {{kFailed, failed}, kNoPhone, kNoService, {kTimeout, timeout}};
+}
 
 Client::Client(CLI::App& app) : mFolder(sim::defaultFolder()) {
     app.add_option("--phone", mFolder, "Folder of the phone")
@@ -61,7 +99,8 @@ std::chrono::nanoseconds Client::callLimit() const {
         std::chrono::duration<double>(mCallSeconds));
 }
 
-void Client::onVerb(CLI::App* verb, std::function<int()> act) {
+void Client::onVerb(CLI::App* verb, const std::vector<VerbExit>& exits, std::function<int()> act) {
+    listExits(*verb, exits);
     verb->final_callback([this, act = std::move(act)] { mExitCode = act(); });
 }
 

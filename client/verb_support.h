@@ -18,7 +18,7 @@ class Option;
 
 namespace pelto {
 
-// The exit codes of every verb.
+// The exit codes of every verb. Each verb lists those that it can end with: see onVerb().
 enum Exit {
     kDone = 0,
     kFailed = 1,  // the command was understood and could not be carried out
@@ -27,6 +27,29 @@ enum Exit {
     kNoService = 4,
     kTimeout = 5,
 };
+
+// An exit code and what it means for one verb; without a text what it means for every verb.
+struct VerbExit {
+    VerbExit(Exit exit, std::string text = "") : code(exit), meaning(std::move(text)) {}
+
+    Exit code;
+    std::string meaning;
+};
+
+// Adds the codes to the help of a verb or the program, and kDone and kUsage unless they are given.
+void listExits(CLI::App& app, std::vector<VerbExit> exits);
+
+// The exits of a verb that only needs the phone's folder, with the meaning of kFailed.
+std::vector<VerbExit> phoneExits(const char* failed);
+// The exits of a verb that needs the service, with the meaning of kFailed and, unless null, what
+// else kTimeout means: what the service does not do.
+std::vector<VerbExit> serviceExits(const char* failed, const char* late = nullptr);
+
+// What kFailed means for verbs that show something, that call an operation of the service, and that
+// send a command to the control socket.
+constexpr char kUnwritten[] = "the output could not be written";
+constexpr char kNotCalled[] = "the service takes no more clients, or not this call";
+constexpr char kNotCarriedOut[] = "the phone could not do it, or the service ended meanwhile";
 
 // Ends a verb with an exit code and one line on stderr: what is wrong and what to do.
 class Failure : public std::runtime_error {
@@ -47,8 +70,8 @@ class Client {
     explicit Client(CLI::App& app);
 
     // Runs `act` for the verb once the whole command line is parsed. `act` returns an exit code or
-    // throws Failure.
-    void onVerb(CLI::App* verb, std::function<int()> act);
+    // throws Failure; its help lists the codes, which are kDone, kUsage and `exits`.
+    void onVerb(CLI::App* verb, const std::vector<VerbExit>& exits, std::function<int()> act);
     // Refuses a command line without a verb below `app`; an unknown word is reported as such.
     static void needsVerb(CLI::App* app);
     int exitCode() const { return mExitCode; }

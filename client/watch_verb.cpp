@@ -152,9 +152,17 @@ void addWatchVerb(CLI::App& app, Client& client) {
                    "Return once no event is missed any more, and go on in the background until the "
                    "service ends")
         ->excludes(readyFd);
-    client.onVerb(verb, [&client, options] {
-        return options->background ? watchInBackground(client, *options) : watch(client, *options);
-    });
+    client.onVerb(
+        verb,
+        {{kDone, "--count was reached, or without it --timeout is over; with --background: watches"},
+         {kFailed, "the service takes no more clients, or the output is not taken"},
+         kNoPhone,
+         kNoService,
+         {kTimeout, "the service does not answer, or --count was not reached in time"}},
+        [&client, options] {
+            return options->background ? watchInBackground(client, *options)
+                                       : watch(client, *options);
+        });
 }
 
 }  // namespace pelto

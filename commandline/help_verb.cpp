@@ -28,11 +28,12 @@ void printHelp(const CLI::App& app, const std::vector<std::string>& verbs) {
 
 }  // namespace
 
-void addHelpVerb(CLI::App& app) {
+CLI::App* addHelpVerb(CLI::App& app) {
     auto verbs = std::make_shared<std::vector<std::string>>();
     CLI::App* help = app.add_subcommand(kHelpVerb, "Show the help of the program or of a verb");
     help->add_option("VERB", *verbs, "The verb, such as phone start");
     help->final_callback([&app, verbs] { printHelp(app, *verbs); });
+    return help;
 }
 
 }  // namespace commandline

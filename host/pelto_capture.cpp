@@ -6,8 +6,10 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <map>
 #include <optional>
 
+#include "commandline/exit_codes.h"
 #include "commandline/parse.h"
 #include "host/program_start.h"
 #include "logcapture/KelvoPeltoLogThread.h"
@@ -24,12 +26,12 @@ namespace {
 constexpr char kPack[] = "tar -czf ";
 constexpr char kPackFailed[] = "cmds failed: tar -czf";
 
-constexpr char kExitCodes[] =
-    "Exit codes:\n"
-    "  0  the archive was made; its path on the phone is printed\n"
-    "  1  no whole archive was made; the phone's log, KelvoPeltoLogThread, says why\n"
-    "  2  wrong usage\n"
-    "  3  the folder is missing or is no phone's\n";
+const std::map<int, std::string> kExitCodes = {
+    {kHostStopped, "the archive was made; its path on the phone is printed"},
+    {kHostFailed, "no whole archive was made; the phone's log, KelvoPeltoLogThread, says why"},
+    {kHostUsage, "wrong usage"},
+    {kHostNoPhone, "the folder is missing or is no phone's"},
+};
 
 int complain(int code, const std::string& text) {
     fprintf(stderr, "pelto-capture: %s\n", text.c_str());
@@ -39,7 +41,7 @@ int complain(int code, const std::string& text) {
 std::optional<int> parse(int argc, char** argv, std::string& phoneFolder,
                          std::string& information) {
     CLI::App app("Captures a simulated phone's logs into a dated archive.", "pelto-capture");
-    app.footer(kExitCodes);
+    commandline::listExitCodes(app, kExitCodes);
     app.add_option("--phone", phoneFolder, "Folder of the phone")
         ->required()
         ->envname("PELTO_PHONE")

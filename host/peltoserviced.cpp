@@ -4,25 +4,27 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <map>
 #include <optional>
 
+#include "commandline/exit_codes.h"
 #include "commandline/parse.h"
 #include "host/service_host.h"
 #include "sim/base/fd.h"
 
 namespace {
 
-constexpr char kExitCodes[] =
-    "Exit codes:\n"
-    "  0  stopped by SIGTERM or SIGINT (a second one ends it at once, with 1)\n"
-    "  1  the service could not be published\n"
-    "  2  wrong usage\n"
-    "  3  the folder is missing or is no phone's, or was deleted or moved meanwhile\n"
-    "  4  a service of that name is already published on that phone\n";
+const std::map<int, std::string> kExitCodes = {
+    {kHostStopped, "stopped by SIGTERM or SIGINT (a second one ends it at once, with 1)"},
+    {kHostFailed, "the service could not be published"},
+    {kHostUsage, "wrong usage"},
+    {kHostNoPhone, "the folder is missing or is no phone's, or was deleted or moved meanwhile"},
+    {kHostAlreadyPublished, "a service of that name is already published on that phone"},
+};
 
 std::optional<int> parse(int argc, char** argv, HostOptions& options) {
     CLI::App app("Hosts the multimedia diagnostics service of a simulated phone.", "peltoserviced");
-    app.footer(kExitCodes);
+    commandline::listExitCodes(app, kExitCodes);
     app.add_option("--phone", options.phoneFolder, "Folder of the phone")
         ->required()
         ->type_name("DIR");
