@@ -39,7 +39,7 @@ void addArchiveVerbs(CLI::App& app, Client& client) {
     auto options = std::make_shared<ListOptions>();
     CLI::App* verb = archives->add_subcommand(
         "list", "Kind, time, size, name, software version and path of each, a line each");
-    verb->add_option("DIR", options->directory, "Where to look, with all below it")
+    verb->add_option("PATH", options->directory, "Where to look, with all below it")
         ->capture_default_str();
     verb->add_flag("--json", options->json,
                    "A JSON object a line: path, kind, name, version, time, bytes");

@@ -148,10 +148,10 @@ void addCapture(CLI::App& app, Client& client) {
         ->allow_extra_args(false)
         ->type_name("LOGS");
     verb->add_option("--dir", asked->directory, "Where the logs' directory ID is made")
-        ->type_name("DIR")
+        ->type_name("PATH")
         ->capture_default_str();
     verb->add_option("--archive-dir", asked->archives, "Where the archive comes to lie")
-        ->type_name("DIR")
+        ->type_name("PATH")
         ->capture_default_str();
     verb->add_option("--name", asked->name, "What the report and the archive are called")
         ->capture_default_str();

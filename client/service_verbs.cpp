@@ -106,7 +106,9 @@ void addSwitch(CLI::App& app, Client& client, const std::string& name, const cha
                android::status_t (PeltoServiceCalls::*operation)(bool, uint32_t)) {
     auto value = std::make_shared<std::string>();
     CLI::App* verb = app.add_subcommand(name, does);
-    verb->add_option("on|off", *value, "")->required()->check(CLI::IsMember({"on", "off"}));
+    verb->add_option("on|off", *value, "What it is set to")
+        ->required()
+        ->check(CLI::IsMember({"on", "off"}));
     client.onVerb(verb, serviceExits(kNotCalled), [&client, value, name, operation] {
         client.call(name, [&](auto& calls) { return (calls.*operation)(*value == "on", 0); });
         return kDone;

@@ -74,7 +74,7 @@ int crash(Client& client, const sim::Crash& crash) {
 void addKernelLog(CLI::App& kernel, Client& client) {
     auto line = std::make_shared<std::string>();
     CLI::App* verb = kernel.add_subcommand("log", "Add a line to the kernel's messages");
-    verb->add_option("TEXT", *line, "")->required();
+    verb->add_option("TEXT", *line, "The line")->required();
     client.onVerb(verb, phoneExits("the line could not be written"), [&client, line] {
         if (client.phone().kernelLog().append(*line)) return kDone;
         throw Failure(kFailed, std::string("kernel log: not written: ") + strerror(errno));

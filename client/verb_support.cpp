@@ -81,7 +81,9 @@ std::vector<VerbExit> serviceExits(const char* failed, const char* late) {
 }
 
 Client::Client(CLI::App& app) : mFolder(sim::defaultFolder()) {
-    app.add_option("--phone", mFolder, "Folder of the phone")
+    app.add_option("--phone", mFolder,
+                   "Folder of the phone; by default pelto-phone in $XDG_RUNTIME_DIR, else "
+                   "/tmp/pelto-phone-UID")
         ->envname("PELTO_PHONE")
         ->type_name("DIR")
         ->take_last()

@@ -1,7 +1,9 @@
 #include "commandline/parse.h"
 
 #include <CLI/CLI.hpp>
+#include <map>
 
+#include "commandline/generate.h"
 #include "commandline/unexpected.h"
 #include "commandline/version.h"
 #include "sim/base/text.h"
@@ -24,10 +26,25 @@ std::string failureMessage(const CLI::App* app, const CLI::Error& error) {
     return app->get_name() + ": " + messageOf(*app, error) + "; see " + verb + " --help\n";
 }
 
+// Adds a hidden option that prints what the build installs besides the program.
+void addGenerators(CLI::App& app) {
+    using Print = void (*)(const CLI::App&, std::ostream&);
+    static const std::map<std::string, Print> kTexts = {
+        {"man", printManualPage}, {"bash", printBashCompletion}, {"zsh", printZshCompletion}};
+    const auto print = [&app](const std::string& text) {
+        kTexts.at(text)(app, std::cout);
+        throw CLI::Success();
+    };
+    app.add_option_function<std::string>("--generate", print)
+        ->check(CLI::IsMember(kTexts))
+        ->group("");
+}
+
 }  // namespace
 
 std::optional<int> parse(CLI::App& app, int argc, char** argv) {
     app.set_version_flag("--version", versionLine(app.get_name()), "Print the version and exit");
+    addGenerators(app);
     app.failure_message(failureMessage);
     try {
         app.parse(argc, argv);
