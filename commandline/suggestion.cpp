@@ -29,12 +29,12 @@ size_t editsBetween(const std::string& one, const std::string& other) {
 }  // namespace
 
 std::string nearest(const std::string& word, const std::vector<std::string>& known) {
-    constexpr size_t kCharactersPerEdit = 3;
+    constexpr size_t kCharactersPerEdit = 3, kMostEdits = 3;
     std::string found;
     size_t fewest = SIZE_MAX;
     for (const std::string& candidate : known) {
         const auto [shorter, longer] = std::minmax(word.size(), candidate.size());
-        const size_t limit = longer / kCharactersPerEdit;
+        const size_t limit = std::min(longer / kCharactersPerEdit, kMostEdits);
         if (longer - shorter > limit) continue;  // also bounds the work for a long word
         const size_t edits = editsBetween(word, candidate);
         if (edits <= limit && edits < fewest) {

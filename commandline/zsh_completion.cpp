@@ -76,8 +76,9 @@ void printVerbCases(const CLI::App& app, std::ostream& out) {
 void printFunction(const CLI::App& app, std::ostream& out) {
     const bool hasVerbs = !app.get_subcommands({}).empty();
     out << "\n" << functionOf(app) << "() {\n";
-    out << "    local context curcontext=\"$curcontext\" state state_descr line\n    typeset -A "
-           "opt_args\n    _arguments -C";
+    out << "    local context curcontext=\"$curcontext\" state state_descr line\n"
+        << "    typeset -A opt_args\n"
+        << "    _arguments -C";
     for (const Argument& argument : argumentsOf(app)) printOption(argument, out);
     for (const Argument& argument : inheritedBy(app)) printOption(argument, out);
     printPositionals(app, out);

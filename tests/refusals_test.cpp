@@ -22,6 +22,7 @@ TEST_F(RefusalsTest, ClientNeedsCorrectWordsAndAService) {
     const Refusal cases[] = {
         {{"phone"}, 2, "a verb is missing; see pelto phone --help"},
         {{"phone", "strat", "a", "b"}, 2, ": strat a b (did you mean start?); see pelto phone "},
+        {{"help", "lgocat"}, 2, "expected: lgocat (did you mean logcat?);"},
         {{"stats", "--jsno"}, 2, "--jsno (did you mean --json?)"},
         {{"paint"}, 2, "not expected: paint;"},
         {{"send"}, 2, "TYPE"},
@@ -59,7 +60,6 @@ TEST_F(RefusalsTest, ClientNeedsCorrectWordsAndAService) {
     };
     for (const Refusal& wrong : cases) refuses(wrong.words, wrong.code, wrong.why);
     EXPECT_EQ(pelto({"stats"}).code, 0);
-    EXPECT_THAT(pelto({"--help"}).output, HasSubstr("Exit codes:"));
 }
 
 TEST_F(RefusalsTest, ClientReportsWhatThePhoneRefuses) {
@@ -85,7 +85,6 @@ TEST_F(RefusalsTest, HostNeedsAPhoneAndCaptureReportsThatNoWholeArchiveWasMade) 
     fails(hostCommand({"--threads", std::string(300, '9')}), 2, "9...; see");
     fails(hostCommand({}, "/none"), 3, "peltoserviced: ");
     fails(hostCommand({}, "/fs"), 3, "not a phone's folder");
-    EXPECT_THAT(run(hostCommand({"--help"})).output, HasSubstr("Exit codes:"));
 
     file("/data/x/text", "");
     const Refusal cases[] = {
