@@ -33,7 +33,7 @@ std::string nearest(const std::string& word, const std::vector<std::string>& kno
     std::string found;
     size_t fewest = SIZE_MAX;
     for (const std::string& candidate : known) {
-        const auto [shorter, longer] = std::minmax(word.size(), candidate.size());
+        const auto [shorter, longer] = std::minmax({word.size(), candidate.size()});
         const size_t limit = std::min(longer / kCharactersPerEdit, kMostEdits);
         if (longer - shorter > limit) continue;  // also bounds the work for a long word
         const size_t edits = editsBetween(word, candidate);
