@@ -100,6 +100,10 @@ TEST_F(HelpTest, TheManualPageSaysWhatTheHelpOfEachVerbSays) {
         ++verbs;
     }
     EXPECT_GT(verbs, 20u);
+    for (size_t begin = 0; (begin = page.find(".SS pelto ", begin + 1)) != page.npos;) {
+        const std::string written = page.substr(begin, page.find(".S", begin + 1) - begin);
+        EXPECT_THAT(written, AnyOf(HasSubstr(" VERB ...\n"), HasSubstr("\nExit codes:\n.TP\n0\n")));
+    }
     EXPECT_THAT(page,
                 AllOf(HasSubstr("\n.SH ENVIRONMENT\n.TP\nPELTO_PHONE\n"),
                       HasSubstr("\n.SH EXIT STATUS\n.TP\n0\ndone\n"), Not(HasSubstr("\n\n"))));
