@@ -6,7 +6,8 @@ set(PELTO_INSTALL_DIRECTORIES
   ${CMAKE_INSTALL_BINDIR} ${CMAKE_INSTALL_LIBDIR}/cmake/pelto ${CMAKE_INSTALL_LIBDIR}/pkgconfig
   ${CMAKE_INSTALL_INCLUDEDIR}/pelto/android ${CMAKE_INSTALL_INCLUDEDIR}/pelto/binder
   ${CMAKE_INSTALL_INCLUDEDIR}/pelto/ipeltoservice ${CMAKE_INSTALL_INCLUDEDIR}/pelto/utils
-  ${CMAKE_INSTALL_MANDIR}/man1 ${CMAKE_INSTALL_DATADIR}/bash-completion/completions)")
+  ${CMAKE_INSTALL_MANDIR}/man1 ${CMAKE_INSTALL_DATADIR}/bash-completion/completions
+  ${CMAKE_INSTALL_DATADIR}/zsh/site-functions)")
 install(SCRIPT ${PROJECT_SOURCE_DIR}/cmake/note_directories.cmake)
 
 add_custom_target(uninstall
