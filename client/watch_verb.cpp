@@ -154,7 +154,8 @@ void addWatchVerb(CLI::App& app, Client& client) {
         ->excludes(readyFd);
     client.onVerb(
         verb,
-        {{kDone, "--count was reached, or without it --timeout is over; with --background: watches"},
+        {{kDone,
+          "--count was reached, or without it --timeout is over; with --background: watches"},
          {kFailed, "the service takes no more clients, or the output is not taken"},
          kNoPhone,
          kNoService,
