@@ -213,8 +213,7 @@ TEST_F(GpuTest, CollectsTheLastFaultOfACollectionAndPrunesAtTheEleventh) {
     pause();
     settle();
     EXPECT_EQ(reported("1") + reported("3"), said(kTag));
-    const auto files = [] { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); };
-    const auto before = files();
+    const long before = openFiles();
     for (int i = 4; i <= 11; ++i) collect(std::to_string(i));
     EXPECT_EQ(10u, names(kArchives).size());
     collect("12");
@@ -227,7 +226,7 @@ TEST_F(GpuTest, CollectsTheLastFaultOfACollectionAndPrunesAtTheEleventh) {
     EXPECT_TRUE(logs("open kelvo dumpfile error: No such file or directory"));
     EXPECT_TRUE(logs("removefile opendir failed, error=No such file or directory"));
     EXPECT_EQ(1, monitor->getFileCount()) << "counted all the same";
-    EXPECT_EQ(before, files()) << "all are closed";
+    EXPECT_EQ(before, openFiles()) << "all are closed";
 }
 
 TEST_F(GpuTest, LogsAFailureAndCollectsTheRest) {

@@ -1,4 +1,3 @@
-#include <malloc.h>
 #include <sys/eventfd.h>
 
 #include <atomic>
@@ -212,10 +211,7 @@ TEST_F(LooperTest, AWatchAddedAgainReplacesTheOldOne) {
 }
 
 TEST_F(LooperTest, RebuildsItsSetAfterADescriptorWasClosedAndClosesItsOwn) {
-    const auto open = [] {
-        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-    };
-    const auto before = open();
+    const long before = openFiles();
     const int number = bell.get();
     int calls = 0;
     ASSERT_EQ(1, watch(number, [](int) { return 1; }));
@@ -238,9 +234,9 @@ TEST_F(LooperTest, RebuildsItsSetAfterADescriptorWasClosedAndClosesItsOwn) {
     EXPECT_EQ("E Error modifying" + events + error + "E Error adding" + events +
                   " while rebuilding epoll set" + error + "E Error removing" + events + error,
               said(kTag));
-    EXPECT_EQ(before - 2, open());
+    EXPECT_EQ(before - 2, openFiles());
     looper.clear();
-    EXPECT_EQ(before - 4, open()) << "its wake descriptor and its epoll set";
+    EXPECT_EQ(before - 4, openFiles()) << "its wake descriptor and its epoll set";
 }
 
 TEST_F(LooperTest, MessagesPrecedeCallbacksOfWhichNoneIsLostInANestedPoll) {
@@ -345,15 +341,9 @@ class QueueModelTest : public LooperTest {
     bool mWoken = false;
 };
 
-// Measures the C library's heap; under a sanitizer it means nothing.
-size_t heapInUse() {
-    const auto heap = mallinfo2();
-    return heap.uordblks + heap.hblkhd;
-}
-
 TEST_F(QueueModelTest, DeliversWhatANaiveQueueDoesAndGivesABurstsMemoryBack) {
     holdClock();
-    const size_t before = heapInUse();
+    const size_t before = bench::heapInUse();
     while (mPosted < 5000) post();
     int growth = 0;
     for (int step = 0; step < 40000 && !HasFailure(); ++step) {
@@ -367,17 +357,16 @@ TEST_F(QueueModelTest, DeliversWhatANaiveQueueDoesAndGivesABurstsMemoryBack) {
     }
     advance(200ns);
     while (!mModel.empty() && !HasFailure()) deliver();
-    const auto burst = [&] {
+    EXPECT_LT(bench::heapInUse() - before, (1u << 20) + 96 * sizeof(MessageEnvelope));
+    uint64_t made[2];
+    for (uint64_t& count : made) {
         for (int i = 0; i < 500; ++i) looper->sendMessage(nullptr, {});
         poll(0);
-        EXPECT_LT(heapInUse() - before, (1u << 20) + 96 * sizeof(MessageEnvelope));
-    };
-    burst();
-    const uint64_t made = bench::allocationsOfThread();
-    burst();
-    EXPECT_EQ(made, bench::allocationsOfThread()) << "takes what the last burst has left";
+        count = bench::allocationsOfThread();
+    }
+    EXPECT_EQ(made[0], made[1]) << "a burst takes what the last one has left";
     for (int rest = 0; rest < 64; ++rest) poll(0);
-    EXPECT_LT(heapInUse() - before, 96 * sizeof(MessageEnvelope));
+    EXPECT_LT(bench::heapInUse() - before, 96 * sizeof(MessageEnvelope));
 
     mTarget.clear();
     looper->sendMessage(mHandlers[1], {0, "to a handler that is gone"});

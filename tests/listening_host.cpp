@@ -1,11 +1,11 @@
 // Hosts the service together with a listener of the tests:  listening_host PHONE FD TYPE...
 // Writes "ready" to FD when the service is published. Prints a line "TYPE INFO" when an event of
 // one of these types is dispatched; for an event "test_written", "written BYTES": the heap in use.
-#include <malloc.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <unistd.h>
 
+#include "bench/allocations.h"
 #include "event/EventListener.h"
 #include "event/PeltoEvent.h"
 #include "event/PeltoEventDisptch.h"
@@ -24,8 +24,7 @@ class WritingListener : public android::EventListener {
     void handleEvent(std::string event) override {
         const android::sp<android::PeltoEvent> record = new android::PeltoEvent(event);
         if (record->getEventType() == kWritten) {
-            const struct mallinfo2 heap = mallinfo2();
-            printf("written %zu\n", heap.uordblks + heap.hblkhd);
+            printf("written %zu\n", bench::heapInUse());
         } else {
             printf("%s %s\n", record->getEventType().c_str(), record->getEventInfo().c_str());
         }

@@ -2,7 +2,6 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <ipeltoservice/IPeltoNativeClient.h>
-#include <malloc.h>
 #include <sim/base/unix_socket.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -12,6 +11,7 @@
 #include <cstring>
 #include <deque>
 
+#include "bench/allocations.h"
 #include "platform/binder/testing/binder_fixture.h"
 
 namespace android::binder_test {
@@ -233,7 +233,6 @@ TEST_F(AttackTest, ADeadClientIsNotifiedAndCostsLittle) {
     std::string cut = frame(CALL, 0, 0, std::string(kMaxPayload, 'x'));
     cut.resize(cut.size() - 4);
     std::vector<sp<IPeltoNativeClient>> dead;
-    const auto inUse = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
     size_t before = 0;
     for (size_t i = 0; i <= kClients; ++i) {
         RawClient client(mFolder);
@@ -245,9 +244,9 @@ TEST_F(AttackTest, ADeadClientIsNotifiedAndCostsLittle) {
         client.sendLast(cut);
         ASSERT_TRUE(wait(watcher->told));
         EXPECT_EQ(DEAD_OBJECT, dead.back()->onNativeEvent("type", "info"));
-        if (i == 0) before = inUse();
+        if (i == 0) before = bench::heapInUse();
     }
-    EXPECT_LT(inUse(), before + kClients * 4096);
+    EXPECT_LT(bench::heapInUse(), before + kClients * 4096);
 }
 
 TEST_F(AttackTest, BoundsTheLiveObjectsOfAClient) {

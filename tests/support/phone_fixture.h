@@ -76,6 +76,11 @@ class PhoneTest : public testing::Test {
     }
 
     // Advances the phone's clock. When a thread must be asleep by then, waitForSleepers() first.
+    // How many descriptors this process has open.
+    static long openFiles() {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+    }
+
     void advance(std::chrono::nanoseconds step) { sim::Clock::get().advance(step); }
     void holdClock() { sim::Clock::get().hold(); }
     // Holds the clock at that time since the epoch.
