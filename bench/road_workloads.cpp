@@ -1,4 +1,4 @@
-// What an event costs on its whole way: three listeners of three types each, one of which wants it
+// The cost of an event on its whole way: three listeners of three types each, one of which wants it
 // and parses it, as those of the service do.
 #include <semaphore.h>
 #include <signal.h>

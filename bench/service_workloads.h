@@ -27,8 +27,8 @@ Figures dispatch(const ServiceOptions& options);     // the dispatcher's setEven
 Figures client(const ServiceOptions& options);       // another process's setEvent() to a listener
 Figures attacked(const ServiceOptions& options);     // client() with misusing clients beside it
 Figures socketFloor(const ServiceOptions& options);  // the same bytes between threads over a socket
-// What an event with four pairs costs the service's process, from its own setEvent() and from that
-// of another process.
+// The cost of an event with four pairs in the service's process, from its own setEvent() and from
+// that of another process.
 Figures road(const ServiceOptions& options);
 Figures clientRoad(const ServiceOptions& options);
 

@@ -45,8 +45,8 @@ std::vector<VerbExit> phoneExits(const char* failed);
 // else kTimeout means: what the service does not do.
 std::vector<VerbExit> serviceExits(const char* failed, const char* late = nullptr);
 
-// What kFailed means for verbs that show something, that call an operation of the service, and that
-// send a command to the control socket.
+// The meaning of kFailed for verbs that show something, that call an operation of the service, and
+// that send a command to the control socket.
 constexpr char kUnwritten[] = "the output could not be written";
 constexpr char kNotCalled[] = "the service takes no more clients, or not this call";
 constexpr char kNotCarriedOut[] = "the phone could not do it, or the service ended meanwhile";

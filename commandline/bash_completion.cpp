@@ -9,7 +9,7 @@
 namespace commandline {
 namespace {
 
-// What every file begins with; NAME stands for the program's name, FUNCTION for that of a function.
+// The start of every file; NAME stands for the program's name, FUNCTION for that of a function.
 // bash splits --option=value at the "=", so that "=" is a word.
 constexpr char kFunction[] = R"(# Completion of NAME for bash 4 or later.
 

@@ -12,8 +12,7 @@ std::string functionOf(const CLI::App& app) {
     return "_" + CLI::detail::find_and_replace(pathOf(app), " ", "_");
 }
 
-// The text within a specification of _arguments or _describe: these characters have a meaning
-// there.
+// The text within an entry of _arguments or _describe, where these characters have a meaning.
 std::string escaped(const std::string& text) {
     std::string safe;
     for (const char c : text) {
@@ -35,12 +34,12 @@ std::string actionOf(const Argument& argument) {
 void printOption(const Argument& argument, std::ostream& out) {
     for (const std::string& name : argument.names) {
         const bool whole = name.rfind("--", 0) == 0;
-        std::string specification = "(" + CLI::detail::join(argument.names, " ") + ")" + name;
-        if (!argument.value.empty()) specification += whole ? "=" : "+";
-        specification += "[" + escaped(argument.text) + "]";
+        std::string entry = "(" + CLI::detail::join(argument.names, " ") + ")" + name;
+        if (!argument.value.empty()) entry += whole ? "=" : "+";
+        entry += "[" + escaped(argument.text) + "]";
         if (!argument.value.empty())
-            specification += ":" + escaped(argument.value) + ":" + actionOf(argument);
-        out << " \\\n        " << shellWord(specification);
+            entry += ":" + escaped(argument.value) + ":" + actionOf(argument);
+        out << " \\\n        " << shellWord(entry);
     }
 }
 

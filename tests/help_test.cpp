@@ -1,4 +1,4 @@
-// What the programs say of themselves: help, versions, manual pages, completions.
+// Help, versions, manual pages and completions of the programs.
 #include <gmock/gmock.h>
 
 #include <fstream>
