@@ -25,6 +25,9 @@ else()
   set(PELTO_TEST_ENVIRONMENT "PELTO_EMULATOR=${emulator}")
 endif()
 
+# A test that makes no phone of its own ends, rather than use the developer's.
+list(APPEND PELTO_TEST_ENVIRONMENT PELTO_PHONE=/nonexistent)
+
 # The fixture of a fresh phone, and the main function of every test program. Its precompiled header serves
 # them all, so all have the same options; those for position-independent code would differ.
 add_library(pelto_test_support STATIC

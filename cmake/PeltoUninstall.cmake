@@ -1,7 +1,7 @@
 # The target "uninstall" removes the files that the last installation names in install_manifest.txt,
 # then the directories that installations have made, where they are empty now. Included before every
 # other install rule: the note of what is there already comes first.
-install(CODE "set(PELTO_INSTALL_NOTE \"${PROJECT_BINARY_DIR}/install_directories.txt\")
+install(CODE "set(PELTO_INSTALL_NOTES \"${PROJECT_BINARY_DIR}\")
 set(PELTO_INSTALL_DIRECTORIES
   ${CMAKE_INSTALL_BINDIR} ${CMAKE_INSTALL_LIBDIR}/cmake/pelto ${CMAKE_INSTALL_LIBDIR}/pkgconfig
   ${CMAKE_INSTALL_INCLUDEDIR}/pelto/android ${CMAKE_INSTALL_INCLUDEDIR}/pelto/binder
@@ -11,5 +11,5 @@ set(PELTO_INSTALL_DIRECTORIES
 install(SCRIPT ${PROJECT_SOURCE_DIR}/cmake/note_directories.cmake)
 
 add_custom_target(uninstall
-  COMMAND ${CMAKE_COMMAND} -D BUILD=${PROJECT_BINARY_DIR} -P ${PROJECT_SOURCE_DIR}/cmake/uninstall.cmake
+  COMMAND sh ${PROJECT_SOURCE_DIR}/cmake/uninstall.sh ${PROJECT_BINARY_DIR}
   VERBATIM)

@@ -17,6 +17,7 @@ BUILD = Path(sys.argv.pop()).resolve()
 CMAKE = os.environ.get("CMAKE", "cmake")
 CXX = os.environ.get("CXX", "c++")
 EXAMPLES = ("reporter", "listener")
+NOTES = [f"install_{note}.txt" for note in ("manifest", "directories", "destdir")]
 PATIENCE = 100  # seconds; only a failure takes so long
 WORK = Path(tempfile.mkdtemp(prefix="pelto-install-")).resolve()
 ENVIRONMENT = {**os.environ, "PELTO_PHONE": str(WORK / "phone")}
@@ -44,14 +45,14 @@ def install(prefix):
 
 def setUpModule():
     """Keeps what the developer's own installation has noted in the build folder."""
-    for name in ("install_manifest.txt", "install_directories.txt"):
+    for name in NOTES:
         if (BUILD / name).exists():
             shutil.copy(BUILD / name, WORK / name)
         (BUILD / name).unlink(missing_ok=True)
 
 
 def tearDownModule():
-    for name in ("install_manifest.txt", "install_directories.txt"):
+    for name in NOTES:
         (BUILD / name).unlink(missing_ok=True)
         if (WORK / name).exists():
             shutil.copy(WORK / name, BUILD / name)
@@ -168,12 +169,21 @@ class Uninstalled(unittest.TestCase):
         output(CMAKE, "--build", BUILD, "--target", "uninstall")
 
     def test_leaves_nothing(self):
-        prefix = WORK / "above/once"
+        prefix = WORK / "above/\xf6 [once"
         install(prefix)
         self.assertTrue((prefix / "bin/pelto").exists())
         install(prefix)
         self.uninstall()
         self.assertFalse(prefix.parent.exists(), list(prefix.parent.rglob("*")))
+
+    def test_leaves_the_live_files_of_a_staged_installation(self):
+        prefix, stage = WORK / "live", WORK / "stage"
+        install(prefix)
+        staged = {**ENVIRONMENT, "DESTDIR": str(stage)}
+        output(CMAKE, "--install", BUILD, "--prefix", prefix, env=staged)
+        self.uninstall()
+        self.assertFalse(stage.exists(), list(stage.rglob("*")))
+        self.assertTrue((prefix / "bin/pelto").exists())
 
     def test_leaves_what_others_have(self):
         prefix = WORK / "shared"
