@@ -63,20 +63,20 @@ void EnvelopePool::give(MessageEnvelope* envelope) {
 }
 
 void EnvelopePool::shrink() {
-    mKept = std::max({mKept - (mKept + 7) / 8, mPeak, mUsed + 1});
-    mKept = std::min(mKept, mUsed + kMaxEmpty);
+    mKept = std::max({mKept - (mKept + 7) / 8, mPeak - mUsed, size_t{1}});
+    mKept = std::min(mKept, kMaxEmpty);
     mPeak = mUsed;
     // Keeps those at the lowest addresses: higher ones would keep the heap large. The highest of
     // them is the first of the array.
     Block* kept[kMaxEmpty + 1];
     size_t count = 0;
-    for (Block* block = mOpen; mEmpty > mKept - mUsed;) {
+    for (Block* block = mOpen; mEmpty > mKept;) {
         Block* empty = block;
         block = block->next;
         if (empty->freeSlots != kAllFree) continue;
         kept[count++] = empty;
         std::push_heap(kept, kept + count, std::less<>());
-        if (count <= mKept - mUsed) continue;
+        if (count <= mKept) continue;
         std::pop_heap(kept, kept + count, std::less<>());
         empty = kept[--count];
         close(empty);

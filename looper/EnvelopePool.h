@@ -34,9 +34,10 @@ class EnvelopePool {
     MessageEnvelope* take();
     // Takes an envelope back; the caller has dropped its handler reference.
     void give(MessageEnvelope* envelope);
-    // Frees empty blocks that recent bursts would not have used. Called at each rest, when no
-    // message is due: keeps as many blocks as were in use at once since the last rest, or an eighth
-    // less than the last rest kept; of empty ones at least one and at most kMaxEmpty.
+    // Frees empty blocks that recent bursts would not have used. Called at each rest: when a poll
+    // finds no message due, or after a removal. Keeps as many empty blocks as were taken since the
+    // last rest, or an eighth less than that kept: at least one and at most kMaxEmpty. While its
+    // looper sleeps the memory stays.
     void shrink();
 
   private:
@@ -66,7 +67,7 @@ class EnvelopePool {
     size_t mEmpty = 0;  // how many blocks in mOpen are empty
     size_t mUsed = 0;   // how many blocks are not
     size_t mPeak = 0;   // the most that mUsed has been since the last rest
-    size_t mKept = 0;   // how many blocks the last rest wanted to keep
+    size_t mKept = 0;   // how many empty blocks the last rest wanted to keep
 };
 
 }  // namespace android

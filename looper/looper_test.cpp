@@ -365,7 +365,7 @@ TEST_F(QueueModelTest, DeliversWhatANaiveQueueDoesAndGivesABurstsMemoryBack) {
         count = bench::allocationsOfThread();
     }
     EXPECT_EQ(made[0], made[1]) << "a burst takes what the last one has left";
-    for (int rest = 0; rest < 64; ++rest) poll(0);
+    for (int rest = 0; rest < 24; ++rest) poll(0);
     EXPECT_LT(bench::heapInUse() - before, 96 * sizeof(MessageEnvelope));
 
     mTarget.clear();
