@@ -88,17 +88,23 @@ std::string information(const Capture& asked) {
            directory(asked.archives, "--archive-dir") + ',' + field(asked.name, "--name");
 }
 
-// Whether the report is the one that `asked` becomes: the service keeps the last three digits of
-// the event id (none of one above 7FFFFFFF) and as much of the name as fits.
+// The report's id: the category that the second digit names plus the last three digits, of which an
+// event id above 7FFFFFFF has none.
+uint32_t reportId(const std::string& eventId) {
+    const uint32_t category = eventId[1] == '0' ? 0x10006000 : eventId[1] == '2' ? 0x10032000 : 0;
+    const unsigned long long number = strtoull(eventId.c_str(), nullptr, 16);
+    return category | (number <= INT32_MAX ? number & 0xFFF : 0);
+}
+
+// Whether `asked` may become the report. A report keeps as much of the name as fits.
 bool becomes(const Capture& asked, const sim::Report& report) {
-    const unsigned long long id = strtoull(asked.id.c_str(), nullptr, 16);
-    const uint32_t digits = id <= INT32_MAX ? id & 0xFFF : 0;
     constexpr size_t kMaxNameBytes = 255;
-    return (report.id & 0xFFF) == digits && report.name == asked.name.substr(0, kMaxNameBytes);
+    return report.id == reportId(asked.id) && report.name == asked.name.substr(0, kMaxNameBytes);
 }
 
 int sendAndWait(Client& client, const std::string& info, const Capture& asked) {
     const Deadline deadline(asked.timeoutSeconds);
+    client.limitCallsTo(asked.timeoutSeconds);
     const std::vector<sim::Report> before = client.phone().reports().after(0);
     ReportWait reports(client.phone(), before.empty() ? 0 : before.back().number);
     send(client, kCaptureLogs, info);
@@ -108,6 +114,7 @@ int sendAndWait(Client& client, const std::string& info, const Capture& asked) {
         return found;
     };
     if (reports.await(show, deadline)) return kDone;
+    client.service();  // throws when it has ended
     throw Failure(kTimeout,
                   "capture: no report came in time; the phone's log may say why: pelto "
                   "logcat -d 'KelvoWexRaiseException:V' '*:S'");
@@ -155,7 +162,8 @@ void addCapture(CLI::App& app, Client& client) {
         ->capture_default_str();
     verb->add_option("--name", asked->name, "What the report and the archive are called")
         ->capture_default_str();
-    CLI::Option* wait = verb->add_flag("--wait", asked->wait, "Print the report that it becomes");
+    CLI::Option* wait = verb->add_flag(
+        "--wait", asked->wait, "Print the report that it becomes: the next with its id and name");
     addTimeout(verb, asked->timeoutSeconds, "Wait for the report for so many seconds, then exit 5")
         ->needs(wait)
         ->capture_default_str();
