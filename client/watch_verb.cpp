@@ -85,8 +85,7 @@ class Watcher : public android::BnPeltoNativeClient, public android::IBinder::De
     void print(const std::string& line, uint64_t events) EXCLUDES(mLock) {
         Mutex::Autolock lock(mLock);
         if (mOptions.limits.reached(mSeen) || mUnwritten) return;
-        puts(line.c_str());
-        mUnwritten = fflush(stdout) != 0;
+        mUnwritten = puts(line.c_str()) < 0 || fflush(stdout) != 0;
         mSeen += events;
         mChanged.signal();
     }
@@ -116,13 +115,14 @@ int watch(Client& client, const WatchOptions& options) {
 // before that.
 int watchInBackground(Client& client, WatchOptions options) {
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) throw Failure(kFailed, strerror(errno));
+    if (pipe2(ends, O_CLOEXEC) != 0)
+        throw Failure(kFailed, std::string("watch: ") + strerror(errno));
     const sim::Fd ready(ends[0]);
     sim::Fd tell(ends[1]);
     const pid_t child = fork();
     if (child < 0) throw Failure(kFailed, std::string("watch: ") + strerror(errno));
     if (child == 0) {
-        options.readyFd = tell.get();
+        options.readyFd = tell.release();
         return watch(client, options);
     }
     tell = sim::Fd();
@@ -149,8 +149,7 @@ void addWatchVerb(CLI::App& app, Client& client) {
             ->check(sim::descriptorFault)
             ->type_name("FD");
     verb->add_flag("--background", options->background,
-                   "Return once no event is missed any more, and go on in the background until the "
-                   "service ends")
+                   "Return once no event is missed any more, and go on in the background")
         ->excludes(readyFd);
     client.onVerb(
         verb,

@@ -3,7 +3,8 @@
 //
 //   listener [--count N]
 //
-// Exit codes: 0 ended as asked, 1 the service or the output failed, 2 wrong usage.
+// Exit codes: 0 ended as asked, 1 the service or the output failed, 2 wrong usage; on a desk also
+// 3, there is no phone.
 #include <binder/IServiceManager.h>
 #include <binder/ProcessState.h>
 #include <ipeltoservice/IPeltoNativeClient.h>
@@ -27,8 +28,7 @@ class Listener : public BnPeltoNativeClient, public IBinder::DeathRecipient {
 
     status_t onNativeEvent(const char* type, const char* info) override {
         if (mLeft == 0) return OK;
-        printf("%s %s\n", type, info);
-        if (fflush(stdout) != 0) {
+        if (printf("%s %s\n", type, info) < 0 || fflush(stdout) != 0) {
             end("the output cannot be written");
         } else if (mLeft > 0 && --mLeft == 0) {
             end(nullptr);
