@@ -1,6 +1,5 @@
 // The command-line client of a simulated phone and the service published there: one verb per run.
 #include <stdio.h>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 
@@ -52,11 +51,5 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    int code = run(argc, argv);
-    if ((fflush(stdout) != 0 || ferror(stdout)) && code == kDone) {
-        fputs("pelto: the output could not be written\n", stderr);
-        code = kFailed;
-    }
-    // Destroys nothing: the threads of the binder library still run.
-    _exit(code);
+    commandline::end(run(argc, argv));
 }

@@ -1,5 +1,9 @@
 #include "commandline/parse.h"
 
+#include <errno.h>
+#include <stdio.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <map>
 
@@ -52,6 +56,14 @@ std::optional<int> parse(CLI::App& app, int argc, char** argv) {
         return app.exit(error) == 0 ? 0 : kUsageError;
     }
     return std::nullopt;
+}
+
+void end(int code) {
+    if ((fflush(stdout) != 0 || ferror(stdout)) && code == 0) {
+        fprintf(stderr, "%s: the output could not be written\n", program_invocation_short_name);
+        code = 1;
+    }
+    _exit(code);
 }
 
 }  // namespace commandline

@@ -18,4 +18,8 @@ constexpr int kUsageError = 2;
 // Errors: passes on what the verbs' callbacks throw.
 std::optional<int> parse(CLI::App& app, int argc, char** argv);
 
+// Ends the program. Output that could not be written makes success a failure, with one line on
+// stderr. Destroys nothing: threads of the service and of the binder library still run.
+[[noreturn]] void end(int code);
+
 }  // namespace commandline

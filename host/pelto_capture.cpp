@@ -137,8 +137,5 @@ int main(int argc, char** argv) {
     std::string phoneFolder, information;
     std::optional<int> code = parse(argc, argv, phoneFolder, information);
     if (!code) code = openPhone(phoneFolder) ? capture(information) : kHostNoPhone;
-    if ((fflush(stdout) != 0 || ferror(stdout)) && code == kHostStopped) {
-        code = complain(kHostFailed, "the archive's name could not be written");
-    }
-    _exit(*code);
+    commandline::end(*code);
 }

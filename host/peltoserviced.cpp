@@ -1,7 +1,6 @@
 // The program that hosts the service: its command line and main function.
 #include <malloc.h>
 #include <stdio.h>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <map>
@@ -54,7 +53,5 @@ int main(int argc, char** argv) {
         StopSignals signals;
         code = openPhone(options.phoneFolder) ? runServiceHost(options, signals) : kHostNoPhone;
     }
-    fflush(nullptr);
-    // Destroys nothing: the service's threads still run.
-    _exit(*code);
+    commandline::end(*code);
 }
