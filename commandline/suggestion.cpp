@@ -37,7 +37,8 @@ std::string nearest(const std::string& word, const std::vector<std::string>& kno
         const size_t limit = std::min(longer / kCharactersPerEdit, kMostEdits);
         if (longer - shorter > limit) continue;  // also bounds the work for a long word
         const size_t edits = editsBetween(word, candidate);
-        if (edits <= limit && edits < fewest) {
+        // 0 edits: a known word in the wrong place, which is no help.
+        if (edits > 0 && edits <= limit && edits < fewest) {
             found = candidate;
             fewest = edits;
         }
