@@ -169,6 +169,7 @@ std::vector<std::string> Client::ask(const std::vector<std::string>& words) {
     } catch (const std::invalid_argument& wrong) {
         throw Failure(kUsage, words[0] + ": " + wrong.what());
     } catch (const std::runtime_error& failure) {
+        service();  // throws when it has ended
         throw Failure(kFailed, words[0] + ": " + failure.what());
     }
 }

@@ -49,7 +49,7 @@ std::vector<VerbExit> serviceExits(const char* failed, const char* late = nullpt
 // that send a command to the control socket.
 constexpr char kUnwritten[] = "the output could not be written";
 constexpr char kNotCalled[] = "the service takes no more clients, or not this call";
-constexpr char kNotCarriedOut[] = "the phone could not do it, or the service ended meanwhile";
+constexpr char kNotCarriedOut[] = "the phone could not do it";
 
 // Ends a verb with an exit code and one line on stderr: what is wrong and what to do.
 class Failure : public std::runtime_error {
