@@ -30,7 +30,7 @@ mkdir -p "$build/findings"
 # The fuzzers' phones, in memory where that is possible: most make files for each input.
 if [ -w /dev/shm ]; then TMPDIR=/dev/shm; fi
 TMPDIR=$(mktemp -d "${TMPDIR:-/tmp}/pelto-fuzzers-XXXXXX")
-export TMPDIR
+export TMPDIR PELTO_PHONE=/nonexistent
 trap 'rm -rf "$TMPDIR"' EXIT
 
 each=$((seconds * at_once / ${#programs[@]}))

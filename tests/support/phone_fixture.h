@@ -75,12 +75,12 @@ class PhoneTest : public testing::Test {
         return phone().properties().get(key).value_or("");
     }
 
-    // Advances the phone's clock. When a thread must be asleep by then, waitForSleepers() first.
     // How many descriptors this process has open.
     static long openFiles() {
         return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
     }
 
+    // Advances the phone's clock. When a thread must be asleep by then, waitForSleepers() first.
     void advance(std::chrono::nanoseconds step) { sim::Clock::get().advance(step); }
     void holdClock() { sim::Clock::get().hold(); }
     // Holds the clock at that time since the epoch.
