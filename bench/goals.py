@@ -2,8 +2,9 @@
 from measurements import HEAPS, MAILBOXES, OUR, WAITING
 
 
-def rows_named(medians, begin):
-    return [row for row in medians if row.startswith(begin)]
+def rows_named(medians, words):
+    """The rows whose name begins with these whole words."""
+    return [row for row in medians if (row + " ").startswith(words + " ")]
 
 
 def against(peers, best, figure):

@@ -92,6 +92,7 @@ Figures road(const ServiceOptions& options) {
     return cost.figures();
 }
 
+// The service's own three listeners are there too.
 Figures clientRoad(const ServiceOptions& options) {
     sem_t delivered;
     addListeners(delivered, options.events);

@@ -43,7 +43,7 @@ void PeltoEvent::parseExtras() {
         return;
     }
     do {
-        // Never so; the check stays all the same.
+        // Kept as a guard, though no piece is empty.
         if (subInfo.empty()) {
             __android_log_print(ANDROID_LOG_WARN, kTag, "subInfo is empty!");
             continue;

@@ -3,7 +3,7 @@
 //   reporter TYPE [INFORMATION]     one event, such as: reporter my_event key:value,other:value
 //   reporter < FILE                 an event a line, each "TYPE INFORMATION" or "TYPE"
 //
-// Exit codes: 0 sent, 1 not or not all sent, 2 wrong usage.
+// Exit codes: 0 sent, 1 not or not all sent, 2 wrong usage; on a desk also 3, there is no phone.
 #include <android/log.h>
 #include <binder/IServiceManager.h>
 #include <ipeltoservice/IPeltoService.h>

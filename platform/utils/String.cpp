@@ -47,7 +47,7 @@ String8::String8(const String16& text) : String8(toAscii(text)) {}
 void String8::appendFormat(const char* format, ...) {
     va_list arguments;
     va_start(arguments, format);
-    append(formatted(format, arguments).c_str());
+    *this = *this + String8(formatted(format, arguments));
     va_end(arguments);
 }
 
