@@ -12,6 +12,7 @@ import re
 import sys
 from pathlib import Path
 
+import build_file_checks
 import phone_policy
 import phone_uses
 import policy_checks
@@ -19,31 +20,6 @@ import sources
 
 FOLDER = Path("packaging/phone")
 PAGE = Path("docs/on-the-phone.md")
-
-def lists(name, text):
-    """The list of that name in each module of the build file, in their order."""
-    bodies = re.findall(rf"\b{name}: \[([^\]]*)\]", text)
-    return [re.findall(r'"([^"]+)"', body) for body in bodies]
-
-
-def differences(what, listed, expected):
-    for name in sorted(set(expected) - set(listed)):
-        yield f"Android.bp: {what} lacks {name}"
-    for name in sorted(set(listed) - set(expected)):
-        yield f"Android.bp: {what} has {name}, which does not belong there"
-
-
-def check_build_file(root):
-    text = (root / FOLDER / "Android.bp").read_text()
-    library, host = lists("srcs", text)
-    library_libraries, host_libraries = lists("shared_libs", text)
-    yield from differences("libpeltoservice", library, phone_uses.library_sources(root))
-    yield from differences("peltoserviced", host, [phone_uses.HOST])
-    expected = phone_uses.phone_libraries(root, sources.shipped(root))
-    yield from differences("libpeltoservice's shared_libs", library_libraries, expected)
-    expected = phone_uses.phone_libraries(root, [root / phone_uses.HOST])
-    expected |= {"libpeltoservice", "libutils"}  # libutils: what sp<> calls
-    yield from differences("peltoserviced's shared_libs", host_libraries, expected)
 
 
 def check_init_script(uses, policy, text):
@@ -110,7 +86,7 @@ def check(root):
     return [
         *uses.problems,
         *policy_checks.check(uses, policy, folder),
-        *check_build_file(root),
+        *build_file_checks.check(root, (folder / "Android.bp").read_text()),
         *check_init_script(uses, policy, script),
         *check_page(root, uses),
     ]

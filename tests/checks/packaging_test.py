@@ -11,6 +11,7 @@ from pathlib import Path
 sys.dont_write_bytecode = True
 ROOT = Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "tools"))
+import build_file_checks  # noqa: E402
 import check_packaging  # noqa: E402
 import sources  # noqa: E402
 
@@ -116,11 +117,18 @@ class Packaging(unittest.TestCase):
     def test_the_policy_is_compiled(self):
         self.assert_found(POLICY, "syslog_read", "syslog_raed", "does not compile: .*syslog_raed")
 
-    def test_the_build_file_lists_the_sources(self):
-        build = PHONE + "Android.bp"
-        self.assert_found(build, '"gpu/KelvoGpuMinidump.cpp",', "", "lacks gpu/KelvoGpuMinidump")
-        self.assert_found(build, "phone_device", "phone_workstation", "has phone/phone_workstation")
-        self.assert_found(build, '"libwex",', "", "lacks libwex")
+    def test_the_build_file_fits(self):
+        for old, new, expected in (
+            ('"gpu/KelvoGpuMinidump.cpp",', "", "lacks gpu/KelvoGpuMinidump"),
+            ("phone_device", "phone_workstation", "has phone/phone_workstation"),
+            ('"libwex",', "", "lacks libwex"),
+            ('"libwex",', '"libwex", "libwex",', "has a name twice"),
+            ('multilib: "32"', 'multilib: "64"', "compile_multilib is 64, not 32"),
+            ("    init_rc:", "    // init_rc:", "init_rc is None"),
+            ("cc_binary {", "cc_binary {\n    sanitize: {\n    },", "left is sanitize"),
+            ("cc_binary {", "soong_namespace {\n}\n\ncc_binary {", "module is soong_namespace"),
+        ):
+            self.assert_found(PHONE + "Android.bp", old, new, expected)
         self.assert_found("gpu/CMakeLists.txt", "PRIVATE", "PRIVATE New.cpp", "lacks gpu/New.cpp")
 
     def test_the_init_script_fits(self):
@@ -141,8 +149,8 @@ class Packaging(unittest.TestCase):
         copy = self.root / "copy"
         script = ROOT / PHONE / "copy_to.sh"
         subprocess.run([script, copy], check=True)
-        listed = check_packaging.lists("srcs", (copy / "Android.bp").read_text())
-        for name in listed[0] + listed[1]:
+        modules, _ = build_file_checks.modules((copy / "Android.bp").read_text())
+        for name in modules["libpeltoservice"]["srcs"] + modules["peltoserviced"]["srcs"]:
             text = (copy / name).read_text()
             for header in re.findall(r'^#include "([^"]+)"', text, re.M):
                 self.assertTrue((copy / header).is_file(), f"{name}: {header}")
