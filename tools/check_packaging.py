@@ -16,6 +16,7 @@ import build_file_checks
 import phone_policy
 import phone_uses
 import policy_checks
+import policy_rules
 import sources
 
 FOLDER = Path("packaging/phone")
@@ -30,20 +31,15 @@ def check_init_script(uses, policy, text):
     for name in sorted(started & set(services)):
         if not {"oneshot", "disabled"} <= set(services[name].split()):
             yield f"peltoserviced.rc: {name} is not started by name only, or restarted"
-    if f"service peltoserviced {policy_checks.PROGRAM}\n" not in text:
-        yield f"peltoserviced.rc: does not start {policy_checks.PROGRAM}"
+    if f"service peltoserviced {policy_rules.PROGRAM}\n" not in text:
+        yield f"peltoserviced.rc: does not start {policy_rules.PROGRAM}"
     yield from check_capabilities(policy, services.get("peltoserviced", ""))
     yield from check_directories(uses, policy, text)
 
 
 def check_capabilities(policy, service):
-    rules = [rule for block in policy.blocks for rule in block.rules]
-    granted = {
-        permission.upper()
-        for _, name, permissions in rules
-        if name.startswith("capability")
-        for permission in permissions
-    }
+    rules = set().union(*(block.rules for block in policy.blocks[phone_policy.SERVICE]))
+    granted = {word.upper() for _, _, name, word in rules if name.startswith("capability")}
     given = re.search(r"^ +capabilities (.*)$", service, re.M)
     if granted != set(given[1].split() if given else ()):
         yield f"peltoserviced.rc: gives other capabilities than the policy's {sorted(granted)}"
@@ -54,7 +50,7 @@ def check_directories(uses, policy, text):
     wanted = {
         path[: path.rindex("/")]
         for kind, path in uses.found
-        if kind == "path" and path.startswith("/data/") and policy.label(kind, path)[0]
+        if kind == "path" and path.startswith("/data/") and policy.label(kind, path)[1]
     }
     for path in sorted(wanted - set(made)):
         yield f"peltoserviced.rc: does not make {path}"
@@ -66,29 +62,31 @@ def check_directories(uses, policy, text):
             yield f"peltoserviced.rc: labels {path}, which no source uses"
 
 
-def check_page(root, uses):
+def check_page(root, uses, code):
     text = (root / PAGE).read_text()
     for kind, name in sorted(uses.found):
         if kind not in ("priority", "socket") and f"`{name}`" not in text:
             yield f"{PAGE}: does not name `{name}`"
     for tag, line in re.findall(r"`(\w+)`: `([^`]+)`", text):
-        if f'"{line}' not in uses.code:
+        if f'"{line}' not in code:
             yield f"{PAGE}: no source logs '{line}'"
-        if f'"{tag}"' not in uses.code:
+        if f'"{tag}"' not in code:
             yield f"{PAGE}: no source has the tag '{tag}'"
 
 
 def check(root):
     folder = root / FOLDER
-    uses = phone_uses.Uses(root)
+    uses = phone_uses.by_domain(root)
+    service = uses[phone_policy.SERVICE]
     policy = phone_policy.Policy(folder / "sepolicy")
+    code = "".join(used.code for used in uses.values())
     script = (folder / "peltoserviced.rc").read_text()
     return [
-        *uses.problems,
+        *dict.fromkeys(problem for used in uses.values() for problem in used.problems),
         *policy_checks.check(uses, policy, folder),
         *build_file_checks.check(root, (folder / "Android.bp").read_text()),
-        *check_init_script(uses, policy, script),
-        *check_page(root, uses),
+        *check_init_script(service, policy, script),
+        *(line for used in uses.values() for line in check_page(root, used, code)),
     ]
 
 

@@ -1,16 +1,22 @@
 """What the code that ships to the phone uses of it, read from the text of the sources."""
 
+import functools
 import re
+from pathlib import Path
 
+import phone_policy
 import sources
 
 HOST = "host/phone_main.cpp"
+# Runs in programs of its own, which capture logs: nothing of the service makes it.
+_CAPTURE = "logcapture/KelvoPeltoLogThread"
 
 _LITERAL = re.compile(r'"((?:\\.|[^"\\\n])*)"')
 _LOG_CALL = re.compile(r"\b(?:__android_log_\w+|LOG_\w+|fail|static_assert)\(")
 _CONSTANT = re.compile(r'\bconst(?:expr)?\b[^;="]*?\b(k\w+)(?:\[\])?\s*=\s*(?:"([^"]*)"|(-?\d+));')
-_PATH = re.compile(r"(?<![\w%.])/(?:\w[\w.@-]*/)+[\w.@-]*")
+_PATH = re.compile(r"(?<![\w%./-])/\w[\w.@-]*(?:/[\w.@-]+)*/?")
 _PROGRAM = re.compile(r"(?:/system/bin/)?([a-z][a-z0-9_]*)(?: |$)")
+_NEXT_PROGRAM = re.compile(r"[|&;(`]\s*(?:/system/bin/)?([a-z][a-z0-9_]*)")
 _READ = r"(?:property_get|GetBoolProperty|GetIntProperty|GetUintProperty|GetProperty)"
 _SET = r"(?:property_set|SetProperty)"
 _NAME = r"\s*\(\s*([^\s,()]+)"
@@ -19,22 +25,20 @@ _NAME = r"\s*\(\s*([^\s,()]+)"
 class Uses:
     """`found` maps (kind, name) to the first file; `code` is the whole text without comments.
 
-    Kinds: path, program, read and set (properties), start (services of init), find and add
-    (published objects), socket, priority.
+    Kinds: path, program, clear (what dmesg prints), read and set (properties), start (services of
+    init), find, add and dump (published objects), socket, priority.
     """
 
-    def __init__(self, root):
+    def __init__(self, root, paths):
         self.found = {}
         self.problems = []
-        shipped = [*sources.shipped(root), root / HOST, root / "phone/phone_device.cpp"]
-        headers = [path for path in sources.files(root, ["platform"]) if path.suffix == ".h"]
-        texts = {path: sources.without_comments(path.read_text()) for path in headers + shipped}
-        self._shared = constants(texts.values())
-        self.code = "\n".join(texts[path] for path in shipped)
-        for path in shipped:
+        headers = [path for path in sources.files(root, ["platform", *sources.PRODUCT])]
+        self._shared = constants(text_of(path) for path in headers if path.suffix == ".h")
+        self.code = "\n".join(map(text_of, paths))
+        for path in paths:
             self._file = path.relative_to(root)
-            self._own = constants([texts[path]])
-            self._read(texts[path])
+            self._own = constants([text_of(path)])
+            self._read(text_of(path))
 
     def _add(self, kind, name):
         if name is not None:
@@ -79,9 +83,12 @@ class Uses:
             alone = " " not in match[1]
             if first is None or (alone and code[match.start() - 1] != "("):
                 continue
-            self._add("program", first[1])
+            for program in (first[1], *_NEXT_PROGRAM.findall(match[1])):
+                self._add("program", program)
             if first[1] == "dumpsys":
-                self._add("find", match[1].split()[1])
+                self._add("dump", match[1].split()[1])
+            if match[1].startswith("dmesg -c"):
+                self._add("clear", "dmesg")
 
     def _properties(self, code):
         for word in re.findall(rf"\b{_READ}{_NAME}", code):
@@ -107,6 +114,42 @@ class Uses:
             protocols = re.findall(r"\bNETLINK_[A-Z_]+\b", code) if family == "AF_NETLINK" else []
             for name in protocols or [family]:
                 self._add("socket", name.lower())
+
+
+def by_domain(root):
+    """What each domain of the policy uses."""
+    capture = with_includes(root, [*root.glob(_CAPTURE + ".*")])
+    every = [*sources.shipped(root), root / HOST, root / "phone/phone_device.cpp"]
+    service = [path for path in every if path.stem != Path(_CAPTURE).name]
+    uses = {phone_policy.SERVICE: Uses(root, service), phone_policy.CAPTURE: Uses(root, capture)}
+    name = Path(_CAPTURE).name
+    if re.search(rf"\b{name}\b", uses[phone_policy.SERVICE].code):
+        uses[phone_policy.SERVICE].problems.append(
+            f"a source of the service names {name}, which has the grants of a capturing program"
+        )
+    return uses
+
+
+def with_includes(root, paths):
+    """These files, all headers of the tree that they include, and the sources of those."""
+    found, left = [], sorted(paths)
+    while left:
+        path = left.pop()
+        if path in found or not path.is_file():
+            continue
+        found.append(path)
+        for name in re.findall(r'^#include "([\w/.]+)"', path.read_text(), re.M):
+            left += [root / name, (root / name).with_suffix(".cpp")]
+    return sorted(found)
+
+
+@functools.lru_cache(maxsize=None)
+def without_comments(text):
+    return sources.without_comments(text)
+
+
+def text_of(path):
+    return without_comments(path.read_text())
 
 
 def constants(texts):

@@ -7,125 +7,92 @@ import tempfile
 from pathlib import Path
 
 import phone_policy
-
-PROGRAM = "/system_ext/bin/peltoserviced"
-START_UP = ("start-up", "")
-
-# By the kind of an item: the permission that it takes, as class and name, and all classes that
-# rules for it may name.
-_FILES = {"dir", "file", "lnk_file"}
-_NEEDS = {
-    "start-up": ("process transition", {"binder", "dir", "file", "process"}),
-    "path": ("", _FILES),
-    "program": (
-        "file execute_no_trans",
-        {"binder", "capability2", "fd", "fifo_file", "file", "sock_file", "system"}
-        | {"unix_stream_socket"},
-    ),
-    "read": ("file read", {"file"}),
-    "set": (
-        "property_service set",
-        {"property_service", "file", "sock_file", "unix_stream_socket"},
-    ),
-    "start": ("property_service set", {"property_service"}),
-    "find": ("service_manager find", {"service_manager", "binder"}),
-    "add": ("service_manager add", {"service_manager", "binder"}),
-    "socket": ("", set()),  # its own class
-    "priority": ("capability sys_nice", {"capability", "process"}),
-}
-# Permissions that nothing else needs than what they are named for above.
-_TELLING = {permission for permission, _ in _NEEDS.values()} - {"", "file read"}
-_CHANGES = {f"file {word}" for word in ("append", "create", "setattr", "unlink", "write")}
-_CHANGES |= {f"dir {word}" for word in ("add_name", "create", "remove_name", "setattr", "write")}
+import policy_rules
 
 
 def show(item):
     return " ".join(item).strip()
 
 
-def check_items(uses, policy):
-    granted = {item for block in policy.blocks for item in block.items}
-    for item, place in sorted(uses.found.items()):
+def show_rule(rule):
+    return "{} {}:{} {}".format(*rule)
+
+
+def check_items(domain, used, granted):
+    for item, place in sorted(used.items()):
         if item not in granted:
-            yield f"{place}: uses {show(item)}, which the policy does not grant"
-    for item in sorted(granted - set(uses.found) - {START_UP}):
-        yield f"the policy grants {show(item)}, which no source uses"
+            yield f"{place}: uses {show(item)}, which the policy does not grant to {domain}"
+    for item in sorted(granted - set(used) - {policy_rules.START_UP}):
+        yield f"{domain}.te: grants {show(item)}, which no source uses"
+    if domain == phone_policy.SERVICE and policy_rules.START_UP not in granted:
+        yield f"{domain}.te: does not grant {show(policy_rules.START_UP)}"
 
 
-def check_statements(policy):
-    """Nothing but the few plain forms that are compared here."""
-    for statement in policy.statements:
-        word = (statement.split() or ["type"])[0]
-        plain = word in ("allow", "attribute", "type", "type_transition")
-        if not plain or re.search(r"[*~(]", statement):
-            yield f"the policy has '{statement.strip()}': only plain rules can be compared"
+def check_blocks(domain, blocks, needs):
+    """A group grants nothing but what its items need; all groups of an item, all it needs."""
+    lacking = {}
+    for item, rules in needs.items():
+        given = set().union(*(block.rules for block in blocks if item in block.items))
+        for rule in rules - given:
+            lacking.setdefault(rule, []).append(show(item))
+    for rule, items in sorted(lacking.items()):
+        yield f"{domain}.te: lacks '{show_rule(rule)}' for {', '.join(items)}"
+    for block in blocks:
+        if block.rules and not block.items:
+            yield f"{domain}.te: rules without a line 'For:': {show_rule(min(block.rules))}"
+            continue
+        here = {item: needs.get(item, set()) for item in block.items}
+        for rule in sorted(block.rules - set().union(*here.values())):
+            yield f"{domain}.te: '{show_rule(rule)}' is needed by none of {[*map(show, here)]}"
+        for item, rules in here.items():
+            if item in needs and not rules & block.rules:
+                yield f"{domain}.te: names {show(item)} above rules that it does not need"
 
 
-def needed_permission(kind, name):
-    return f"{name}_socket create" if kind == "socket" else _NEEDS[kind][0]
+def check_domain(domain, used, policy):
+    blocks = policy.blocks[domain]
+    granted = {item for block in blocks for item in block.items}
+    yield from check_items(domain, used, granted)
+    needs = {item: policy_rules.needed(domain, item, policy) for item in sorted(granted)}
+    for item in [item for item, rules in needs.items() if rules is None]:
+        yield f"{domain}.te: {show(item)} has no label, or no line in tools/policy_rules.py"
+        del needs[item]
+    yield from check_blocks(domain, blocks, needs)
 
 
-def check_block(block):
-    if not block.items:
-        yield f"rules without a line 'For:': {block.text.splitlines()[0]}"
-        return
-    kinds = {kind for kind, _ in block.items}
-    if not kinds <= set(_NEEDS):
-        yield f"'For:' with a kind that is none of {sorted(_NEEDS)}: {sorted(kinds)}"
-        return
-    what = show(block.items[0])
-    given = {f"{name} {word}" for _, name, permissions in block.rules for word in permissions}
-    needed = {needed_permission(*item) for item in block.items} - {""}
-    for permission in sorted(needed - given):
-        yield f"the rules for {what} lack {permission}"
-    for permission in sorted(given & (_TELLING - needed)):
-        yield f"the rules for {what} grant {permission}, which none of them needs"
-    classes = set().union(*(_NEEDS[kind][1] for kind in kinds))
-    classes |= {f"{name}_socket" for kind, name in block.items if kind == "socket"}
-    for name in sorted({name for _, name, _ in block.rules} - classes):
-        yield f"the rules for {what} grant the class {name}, which none of them needs"
-    written = any(kind == "path" and not name.startswith("/sys/") for kind, name in block.items)
-    for permission in sorted(given & _CHANGES) if not written else ():
-        yield f"the rules for {what} grant {permission}, but they change no file"
-
-
-def check_labels(policy):
-    """Every label of ours is used by the rules of what it labels, and labels something."""
-    labelled = {("file", policy.label("path", PROGRAM)[0])}
-    for block in policy.blocks:
-        here = {policy.label("path", PROGRAM)[1]} if START_UP in block.items else set()
-        for kind, name in block.items:
-            entry, given = policy.label(kind, name)
-            labelled.add((phone_policy.LABELLED_IN.get(kind), entry))
-            here.add(given)
-        for name in sorted(policy.own_targets(block) - here):
-            what = show(block.items[0])
-            yield f"the rules for {what} name {name}, which labels nothing of theirs"
+def check_labels(used, policy):
+    """Every label of ours labels something, and every type is declared for what it labels."""
+    labelled = {("file", policy_rules.PROGRAM_ENTRY)}
+    for kind, name in used:
+        labelled.add((phone_policy.LABELLED_IN.get(kind), policy.label(kind, name)[0]))
     for kind, entries in policy.labels.items():
-        for entry, given in entries:
+        for entry, _ in entries:
             if (kind, entry) not in labelled:
                 yield f"{kind}_contexts labels {entry}, which no source uses"
-            if given not in policy.types:
-                yield f"{kind}_contexts gives {entry} the type {given}, which the policy has not"
+    expected = policy_rules.type_attributes(policy)
+    for name in sorted(set(expected) | set(policy.types)):
+        if name not in policy.types:
+            yield f"the policy lacks the type {name}, which a label gives"
+        elif name not in expected:
+            yield f"the policy has the type {name}, which labels nothing"
+        elif policy.types[name] != expected[name]:
+            yield f"the type {name} has other attributes than {sorted(expected[name])}"
 
 
-def check_granted_where_labelled(policy):
-    """What is labelled with a type of ours is granted through that type."""
-    for item in sorted({item for block in policy.blocks for item in block.items} - {START_UP}):
-        given = policy.label(*item)[1]
-        blocks = [block for block in policy.blocks if item in block.items]
-        if given is not None and not any(given in block.targets() for block in blocks):
-            yield f"no rule for {show(item)} names its type {given}"
-        if given is None and all(policy.own_targets(block) for block in blocks):
-            yield f"{show(item)} has no label, but rules that name a type of ours"
+def check_stated(used):
+    for item in sorted(policy_rules.stated() - used):
+        yield f"tools/policy_rules.py states what {show(item)} needs, which no source uses"
+
+
+def texts(folder):
+    return [path.read_text() for path in sorted((folder / "sepolicy").glob("*.te"))]
 
 
 def compile_policy(folder):
     if shutil.which("checkmodule") is None:
         print("the policy is not compiled: there is no checkmodule here")
         return []
-    parts = ("stubs.te", "sepolicy/peltoserviced.te")
-    text = "".join((folder / part).read_text() for part in parts)
+    text = "".join([(folder / "stubs.te").read_text(), *texts(folder)])
     with tempfile.TemporaryDirectory() as scratch:
         (Path(scratch) / "peltoserviced.te").write_text(text)
         command = ["checkmodule", "-m", "-M", "-o", "peltoserviced.mod", "peltoserviced.te"]
@@ -133,21 +100,35 @@ def compile_policy(folder):
     return [f"the policy does not compile: {run.stderr.strip()}"] if run.returncode else []
 
 
-def check_stubs(folder):
+def check_stubs(folder, policy):
     stubs = (folder / "stubs.te").read_text()
-    policy = re.sub(r"#.*", "", (folder / "sepolicy/peltoserviced.te").read_text())
-    for name in re.findall(r"^ +(?:type|attribute|class) (\w+)", stubs, re.M):
-        if not re.search(rf"\b{name}\b", policy):
+    text = re.sub(r"#.*", "", "".join(texts(folder)))
+    for name in re.findall(r"^ +(?:type|attribute) (\w+)", stubs, re.M):
+        if not re.search(rf"\b{name}\b", text):
             yield f"stubs.te has {name}, which the policy does not name"
+    blocks = [block for blocks in policy.blocks.values() for block in blocks]
+    used = {(name, word) for block in blocks for _, _, name, word in block.rules}
+    for name, words in re.findall(r"^ +class (\w+) \{([^}]*)\}", stubs, re.M):
+        for word in sorted(set(words.split()) - {word for class_, word in used if class_ == name}):
+            yield f"stubs.te has {name} {word}, which the policy does not name"
+
+
+def compare(uses, policy):
+    """`uses` by the domain of the policy."""
+    every = {item for used in uses.values() for item in used.found}
+    return [
+        *policy.problems,
+        *(line for name, used in uses.items() for line in check_domain(name, used.found, policy)),
+        *check_labels(every, policy),
+        *check_stated(every),
+    ]
 
 
 def check(uses, policy, folder):
+    names = {path.stem for path in (folder / "sepolicy").glob("*.te")}
     return [
-        *check_items(uses, policy),
-        *check_statements(policy),
-        *(problem for block in policy.blocks for problem in check_block(block)),
-        *check_labels(policy),
-        *check_granted_where_labelled(policy),
+        *(f"sepolicy has {name}.te, which nothing compares" for name in sorted(names - set(uses))),
+        *compare(uses, policy),
         *compile_policy(folder),
-        *check_stubs(folder),
+        *check_stubs(folder, policy),
     ]

@@ -13,10 +13,14 @@ ROOT = Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "tools"))
 import build_file_checks  # noqa: E402
 import check_packaging  # noqa: E402
+import phone_policy  # noqa: E402
+import phone_uses  # noqa: E402
+import policy_checks  # noqa: E402
 import sources  # noqa: E402
 
 PHONE = "packaging/phone/"
 POLICY = PHONE + "sepolicy/peltoserviced.te"
+CAPTURE = PHONE + "sepolicy/pelto_capture.te"
 SCRIPT = PHONE + "peltoserviced.rc"
 START_UP = "service/PeltoServiceStartup.cpp"
 PAGE = "docs/on-the-phone.md"
@@ -24,6 +28,10 @@ DMESG = "logcapture/KelvoDmesgThread.cpp"
 
 
 class Packaging(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.uses = phone_uses.by_domain(ROOT)
+
     def setUp(self):
         folder = tempfile.TemporaryDirectory()
         self.addCleanup(folder.cleanup)
@@ -55,6 +63,8 @@ class Packaging(unittest.TestCase):
             'runGuarded("x", String8("cat " "/dev/kmsg"));': "path /dev/kmsg",
             'phone::system("mount -a");': "program mount",
             'phone::system("reboot");': "program reboot",
+            'phone::system("dmesg | sed -n 1p");': "program sed",
+            'phone::open("/data", O_RDONLY);': "path /data",
             'property_get("ro.new", value, "");': "read ro.new",
             'base::SetProperty("sys.new", "");': "set sys.new",
             'property_set("ctl.start", "bugreport");': "start bugreport",
@@ -71,32 +81,85 @@ class Packaging(unittest.TestCase):
     def test_what_no_source_uses_is_not_granted(self):
         self.assert_found(DMESG, '"touch " AD_DMESG,', "", "grants program touch, which no source")
         self.assert_found(DMESG, "kUrgentAudio = -19", "kUrgentAudio = 0", "grants priority raised")
+        self.assert_found(DMESG, "dmesg -c", "dmesg", "grants clear dmesg, which no source")
         property_name = "ro.kelvo.memory.size"
         self.assert_found(
             "gpu/KelvoGpuMinidump.cpp", property_name, "ro.other", f"grants read {property_name}"
         )
-        sysfs = "sysfs_pelto_gpu_snapshot:file {"
-        shell = "shell_exec:file { getattr open read execute execute_no_trans map }"
-        priority = "# For: priority raised\n"
-        for old, new, expected in (
-            ("# For: program cp\n", "# For: program cp\n# For: program mv\n", "program mv, which"),
-            ("kernel:system {", "kernel:process { signal", "class process"),
-            ("logd:unix_stream_socket connectto", "logd:property_service set", "logcat grant"),
-            (sysfs, sysfs + " write", "snapshot/timestamp grant file write"),
-            ("system_file:file {", "system_file:file { unlink", "dumpsys grant file unlink"),
-            ("tombstone_data_file:file", "pelto_gpu_dump_data_file:file", "labels nothing"),
-            ("self:process setsched", "self:{ process file } setsched", "grant the class file"),
-            (priority, "", "without a line 'For:'"),
-            (priority, "permissive peltoserviced;\n", "only plain rules"),
-            (shell, "shell_exec:file *", "only plain rules"),
-        ):
-            self.assert_found(POLICY, old, new, expected)
         for kind, name in (("file", "/data/x(/.*)?"), ("property", "sys.x"), ("service", "x")):
             line = f"{name} u:object_r:build_prop:s0\n"
             expected = f"{kind}_contexts labels {re.escape(name)}, which no source uses"
             self.assert_found(f"{PHONE}sepolicy/{kind}_contexts", "", line, expected)
 
-    def test_every_part_of_a_grant_is_there(self):
+    def compare_policy(self):
+        policy = phone_policy.Policy(self.root / PHONE / "sepolicy")
+        return policy_checks.compare(self.uses, policy)
+
+    def test_no_line_of_the_policy_can_be_lost(self):
+        for path in (self.root / PHONE / "sepolicy").iterdir():
+            text = path.read_text()
+            for line in text.splitlines():
+                comment = line.startswith("#") and not line.startswith("# For:")
+                if not line or comment or line.startswith("attribute"):
+                    continue
+                with self.subTest(line=line):
+                    before, after = text.split(line + "\n", 1)
+                    path.write_text(before + after)
+                    self.assertNotEqual(self.compare_policy(), [])
+            path.write_text(text)
+
+    def test_no_rule_can_be_widened(self):
+        for name in ("peltoserviced.te", "pelto_capture.te"):
+            path = self.root / PHONE / "sepolicy" / name
+            text = path.read_text()
+            for rule in re.findall(r"^allow .*;$", text, re.M):
+                with self.subTest(rule=rule):
+                    head, _, last = rule[:-1].rstrip("} ").rpartition(":")
+                    class_, permissions = last.split(" ", 1)
+                    wider = f"{head}:{class_} {{ {permissions.strip('{ ')} relabelto }};"
+                    path.write_text(text.replace(rule, wider, 1))
+                    self.assertTrue(any("relabelto" in line for line in self.compare_policy()))
+            path.write_text(text)
+
+    def test_a_grant_of_another_kind_is_refused(self):
+        priority = "# For: priority raised\n"
+        shell = "shell_exec:file { getattr open read execute execute_no_trans map }"
+        exception = "pelto_exception_data_file, file_type"
+        unneeded = "is needed by none"
+        for old, new, expected in (
+            ("# For: program cp\n", "# For: program cp\n# For: program mv\n", "program mv, which"),
+            ("# For: program cp\n", "# For: start audiodumpinfo\n", "above rules that it does not"),
+            ("tombstone_data_file:file {", "tombstone_data_file:file { unlink", unneeded),
+            ("tombstone_data_file:file", "pelto_gpu_dump_data_file:file", "lacks .* tombstone"),
+            ("surfaceflinger:binder call", "system_server:binder call", unneeded),
+            ("# For: add", "allow init build_prop:file read;\n# For: add", unneeded),
+            ("self:process setsched", "self:process setsched; allow init self:fd use", unneeded),
+            (priority, priority + "# For: reading mail\n", "grants reading mail"),
+            (priority, "", "without a line 'For:'"),
+            (priority, priority + "permissive peltoserviced;\n", "only plain rules"),
+            (shell, "shell_exec:file *", "only plain rules"),
+            (shell, "{ file_type -shell_exec }:file read", "only plain rules"),
+            ("domain, coredomain", "domain, coredomain, mlstrustedsubject", "other attributes"),
+            (exception, "pelto_other, file_type;\ntype " + exception, "pelto_other, which labels"),
+        ):
+            self.assert_found(POLICY, old, new, expected)
+        self.assert_found(CAPTURE, "syslog_read", "{ syslog_read syslog_mod }", unneeded)
+        folder = self.root / PHONE / "sepolicy"
+        shutil.copy(folder / "pelto_capture.te", folder / "other.te")
+        self.assert_found(POLICY, "", "", "other.te, which nothing compares")
+
+    def test_a_capturing_program_has_a_domain_of_its_own(self):
+        made = "KelvoPeltoLogThread thread(String8());"
+        empty = "void PeltoService::onFirstRef() {}"
+        self.assert_found(START_UP, empty, f"{empty[:-1]} {made} }}", "names KelvoPeltoLogThread")
+        self.assert_found(
+            "logcapture/KelvoPeltoLogThread.cpp",
+            "dumpsys audio",
+            "dumpsys power",
+            "uses dump power, which the policy does not grant to pelto_capture",
+        )
+
+    def test_labels_fit(self):
         for kind, entry in (
             ("property", "kelvo.audio.dumpinfo.type"),
             ("property", "ctl.start$"),
@@ -107,11 +170,13 @@ class Packaging(unittest.TestCase):
         ):
             contexts = f"{PHONE}sepolicy/{kind}_contexts"
             self.assert_found(contexts, entry, "#", "labels nothing|has no label")
-        for old, new, expected in (
-            ("# For: set sys.kelvo.video.top.activity.name\n", "", "uses set sys.kelvo"),
-            ("netlink_generic_socket { create", "netlink_generic_socket {", "lack netlink_generic"),
-        ):
-            self.assert_found(POLICY, old, new, expected)
+        files = f"{PHONE}sepolicy/file_contexts"
+        self.assert_found(files, "/data/kelvo/mmdump/gpu", "/data/kelvo", "gpu/ has no label")
+        self.assert_found(files, "/system_ext)", ")", "labels .*, which no source uses")
+        properties = f"{PHONE}sepolicy/property_contexts"
+        self.assert_found(properties, "exact bool", "prefix bool", "no label that can be compared")
+        self.assert_found(properties, ":s0", "", "no label that can be compared")
+        self.assert_found(properties, "pelto_memory", "pelto_new", "lacks the type pelto_new_prop")
 
     @unittest.skipIf(shutil.which("checkmodule") is None, "there is no checkmodule here")
     def test_the_policy_is_compiled(self):
