@@ -197,12 +197,24 @@ class Packaging(unittest.TestCase):
         self.assert_found("gpu/CMakeLists.txt", "PRIVATE", "PRIVATE New.cpp", "lacks gpu/New.cpp")
 
     def test_the_init_script_fits(self):
+        gpu = "mkdir /data/kelvo/mmdump/gpu 0770 system log"
+        parent = "    mkdir /data/kelvo/mmdump 0771 system log\n"
+        capabilities = "capabilities SYSLOG SYS_NICE"
         for old, new, expected in (
-            ("mkdir /data/kelvo/mmdump/gpu 0770 system log", "", "does not make /data/kelvo"),
-            ("on boot\n", "on boot\n    mkdir /data/x 0771 system log\n", "makes /data/x"),
-            ("    oneshot\n", "", "audiodumpinfo is not started by name only"),
-            ("service audiodumpinfo", "service other", "the service audiodumpinfo is not"),
-            ("capabilities SYSLOG SYS_NICE", "capabilities SYSLOG", "other capabilities"),
+            (gpu, "", "lacks 'mkdir /data/kelvo/mmdump/gpu 0770 system log'"),
+            (gpu, gpu.replace("0770 system log", "0777 root root"), "has 'mkdir .* 0777 root"),
+            (gpu, gpu + "\n    mkdir /data/foo/bar", "has 'mkdir /data/foo/bar'"),
+            (parent, "", "makes /data/kelvo/mmdump/gpu before the directory above it"),
+            (parent + "    " + gpu, "    " + gpu + "\n" + parent[:-1], "gpu before the directory"),
+            ("on boot\n", "on boot\n    mkdir /data/x 0771 system log\n", "'on boot' has 'mkdir"),
+            ("    restorecon_recursive", "#", "'on boot' lacks 'restorecon_recursive"),
+            ("on boot", "on charger", "has no 'on boot'"),
+            ("    oneshot\n", "", "audiodumpinfo' lacks 'oneshot'"),
+            ("service audiodumpinfo", "service other", "has 'service other"),
+            (capabilities, capabilities[:-9], "has 'capabilities SYSLOG'"),
+            (capabilities, capabilities + "\n    oneshot", "peltoserviced' has 'oneshot'"),
+            (capabilities, capabilities + "\n    " + capabilities, "has a line twice"),
+            ("user system\n", "user root\n", "has 'user root'"),
         ):
             self.assert_found(SCRIPT, old, new, expected)
 
