@@ -219,7 +219,24 @@ class Packaging(unittest.TestCase):
             self.assert_found(SCRIPT, old, new, expected)
 
     def test_the_page_is_true(self):
-        self.assert_found(PAGE, "`SurfaceFlinger`", "it", "does not name `Surface")
+        gpu = "| `/data/kelvo/mmdump/gpu/` |"
+        rows = "| Path | Owner, mode | Made by | Who writes |\n|---|---|---|---|\n"
+        row = rows + "| `/data/nowhere/x/` | system log 0770 | init | x |\n"
+        for old, new, expected in (
+            (rows, row, "paths has `/data/nowhere/x/`"),
+            (gpu, "| x |", "paths lacks `/data/kelvo/mmdump/gpu/`"),
+            ("system log 0770", "root root 0777", "has another owner, mode"),
+            ("the phone's | the phone", "system log 0770 | init", "has another owner, mode"),
+            ("`SYSLOG`, `SYS_NICE` |", "`SYSLOG` |", "`peltoserviced` has another user"),
+            ("`system`; `audio`", "`root`; `audio`", "`audiodumpinfo` has another user"),
+            ("`sh`, and from it", "`sh`, `dumpsys`", "programs has `dumpsys`"),
+            ("`perfetto`, ", "", "'Its programs' of pelto_capture lacks `perfetto`"),
+            (gpu, gpu + " x |\n|", "`/data/kelvo/mmdump/gpu/` has another owner"),
+            (gpu, f"{gpu}\n{gpu}", "paths has a name twice"),
+            ("`SurfaceFlinger`", "it", "'Called' of peltoserviced lacks `Surface"),
+            ("Read: ", "Read: `ro.other`, ", "'Read' of peltoserviced has `ro.other`"),
+        ):
+            self.assert_found(PAGE, old, new, expected)
         self.assert_found(DMESG, "err=%d (%s)", "error=%d", "no source logs 'KelvoDmesgThread: %s")
 
     def test_the_copy_is_whole(self):
