@@ -6,7 +6,8 @@ import phone_uses
 import sources
 
 _MODULE = re.compile(r"^(\w+) \{\n(.*?)^\}$", re.S | re.M)
-_SETTING = re.compile(r'\s*(\w+): (?:\[([^\]]*)\]|("[^"]*"|\w+)),')
+_LIST = r'\[((?:\s*"[^"\n]*",)*(?:\s*"[^"\n]*")?\s*)\]'
+_SETTING = re.compile(rf'\s*(\w+): (?:{_LIST}|("[^"]*"|\w+)),')
 
 
 def modules(text):

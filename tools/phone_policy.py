@@ -25,8 +25,11 @@ class Statements:
 
     def __init__(self, text):
         self.rules, self.types, self.others = set(), {}, []
-        for statement in re.sub(r"#.*", "", text).split(";"):
+        *statements, rest = re.sub(r"#.*", "", text).split(";")
+        for statement in statements:
             self._read(statement.strip())
+        if rest.strip():
+            self.others.append(rest.strip())
 
     def _read(self, statement):
         if match := _ALLOW.fullmatch(statement):
